@@ -1,0 +1,88 @@
+// Mesh warp renderer: walks a vertex lattice cell by cell, classifies each
+// cell and runs one per-format draw kernel per cell, spread over the
+// parallel layer, a task executor or the calling thread.
+#pragma once
+
+#include <stdint.h>
+
+#include "image/pvx_image.h"
+#include "render/pvx_mvec8real.h"
+#include "render/pvx_renderer2_params.h"
+#include "runtime/pvx_heap2.h"
+#include "runtime/pvx_parallel_executor.h"
+#include "runtime/pvx_pel.h"
+#include "runtime/pvx_result.h"
+
+// What a draw kernel receives for one cell.
+struct pvx_Renderer2_DrawArg {
+    const pvx_Image *dst;
+    const pvx_Image *src;
+    const double *corners;    // TL.x, TL.y, TR.x, TR.y, BL.x, BL.y, BR.x, BR.y (source pixels)
+    const int32_t *cellRect;  // x0, y0, x1, y1 (destination, end exclusive)
+    int32_t boundaryCheck;
+};
+
+typedef pvx_Result (*pvx_Renderer2_DrawFn)(const pvx_Renderer2_DrawArg *arg);
+
+enum : int32_t {
+    PVX_RENDERER2_MODE_BILINEAR = 0,
+    PVX_RENDERER2_MODE_HQ = 1,
+    PVX_RENDERER2_MODE_NEAREST = 2,
+    PVX_RENDERER2_MODE_COPY = 3,
+};
+
+struct pvx_Renderer2 {
+    pvx_Heap2 *heap;
+    pvx_ParallelExecutor *executor;
+    pvx_Pel *pel;
+    pvx_Renderer2_Params params;   // the lattice renderWithMvec8Real builds
+    int32_t dstWidth, dstHeight, dstFormat;
+    int32_t dstRect[4];
+    int32_t srcRect[4];
+    int32_t gridDivision;
+    int32_t mode;
+    int32_t boundaryCheck;
+    double twistThreshold;
+    double rotationThreshold;
+    pvx_Renderer2_DrawFn drawRect;
+    pvx_Renderer2_DrawFn drawRectParallel;
+    pvx_Renderer2_DrawFn drawRectNoRot;
+};
+
+// Argument of the renderer's kernel on the parallel layer.
+struct pvx_Renderer2_KernelArg {
+    pvx_Renderer2 *renderer;
+    const pvx_Renderer2_Params *params;
+    const pvx_Image *dst;
+    const pvx_Image *src;
+    int32_t cellsPerTask;
+};
+
+// Argument of one row band on the task executor (cell rows, end exclusive).
+struct pvx_Renderer2_BandArg {
+    pvx_Renderer2 *renderer;
+    const pvx_Renderer2_Params *params;
+    const pvx_Image *dst;
+    const pvx_Image *src;
+    int32_t rowBegin;
+    int32_t rowEnd;
+};
+
+uint32_t pvx_Renderer2_getBufferSize(void);
+pvx_Result pvx_construct_Renderer2(pvx_Renderer2 *renderer, pvx_Heap2 *heap);
+pvx_Result pvx_destruct_Renderer2(pvx_Renderer2 *renderer);
+pvx_Result pvx_Renderer2_init(pvx_Renderer2 *renderer, pvx_ParallelExecutor *executor);
+pvx_Result pvx_Renderer2_initWithPel(pvx_Renderer2 *renderer, pvx_Pel *pel);
+pvx_Result pvx_Renderer2_setMode(pvx_Renderer2 *renderer, int32_t mode);
+pvx_Result pvx_Renderer2_setBoundaryCheck(pvx_Renderer2 *renderer, int32_t flag);
+pvx_Result pvx_Renderer2_render(pvx_Renderer2 *renderer, const pvx_Image *dst, const pvx_Image *src,
+                                const pvx_Renderer2_Params *params);
+pvx_Result pvx_Renderer2_renderWithMvec8Real(pvx_Renderer2 *renderer, const pvx_Image *dst,
+                                             const pvx_Image *src, const pvx_Mvec8Real *matrix);
+pvx_Result pvx_Renderer2_renderWithMvec6F32(pvx_Renderer2 *renderer, const pvx_Image *dst,
+                                            const pvx_Image *src, const int32_t *m);
+pvx_Result pvx_Renderer2_getKernel(const pvx_Renderer2 *renderer, const pvx_PelDescriptor **out);
+pvx_Result pvx_Renderer2_getKernelFunc(const pvx_Renderer2 *renderer, pvx_PelIndexFn *out);
+pvx_Result pvx_Renderer2_getKernelArg(pvx_Renderer2 *renderer, pvx_Renderer2_KernelArg *arg,
+                                      const pvx_Image *dst, const pvx_Image *src,
+                                      const pvx_Renderer2_Params *params, int32_t cellsPerTask);
