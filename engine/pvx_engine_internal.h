@@ -1,0 +1,25 @@
+// Helpers shared by the engine's public entry points.
+#pragma once
+
+#include "engine/pvx_engine_context.h"
+#include "lens/pvx_grid_build.h"
+#include "parvex_distortion_correction.h"
+
+// The context of a non-null handle; null when the handle holds no engine
+// (never initialized, or finalized), which the entry points report as a
+// state error.
+inline pvx_EngineContext *pvx_Engine_context(const parvex_DistortionCorrection *handle) {
+    return static_cast<pvx_EngineContext *>(handle->p);
+}
+
+// State word of a handle's engine (0 when it holds none).
+inline uint32_t pvx_Engine_state(const parvex_DistortionCorrection *handle) {
+    const pvx_EngineContext *ctx = pvx_Engine_context(handle);
+    return ctx ? ctx->state : 0u;
+}
+
+// The mesh-shaping settings of the context.
+pvx_GridGeometry pvx_Engine_geometry(const pvx_EngineContext *ctx);
+
+// Re-runs the cell size and the model fill over the laid-out lattice.
+void pvx_Engine_fillModelGrid(pvx_EngineContext *ctx);
