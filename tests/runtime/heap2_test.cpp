@@ -1,0 +1,689 @@
+// Work-area heap: layout over the area, block sizes, split/whole hand-out,
+// LIFO reuse, coalescing, statistics, corruption stops, and random and
+// concurrent use checked against a simple model.
+#include "runtime/pvx_heap2.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/mman.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <atomic>
+#include <cstring>
+#include <thread>
+#include <vector>
+
+#include "tests/support/guarded_buffer.h"
+#include "tests/support/test_random.h"
+
+namespace {
+
+using pvx_test::GuardedBuffer;
+
+uintptr_t addr(const void *p) { return reinterpret_cast<uintptr_t>(p); }
+
+// Block size the heap gives for an n-byte request (n > 0), worked out from the
+// rule "payload plus an 8-byte header, at least 16, rounded up to 16".
+uint32_t blockFor(size_t n) {
+    size_t need = n + 8;
+    if (need <= 16) return 16;
+    return static_cast<uint32_t>((need + 15) / 16 * 16);
+}
+
+// Bytes of the single free block laid over [s, s + n): from the first
+// 16-aligned payload at least 8 bytes in, to the last 16-aligned end that
+// leaves 8 bytes for the end sentinel's tags. Negative when nothing fits.
+int64_t areaBlock(uintptr_t s, size_t n) {
+    int64_t p0 = static_cast<int64_t>((s + 8 + 15) / 16 * 16);
+    int64_t e = static_cast<int64_t>((s + n - 8) / 16 * 16);
+    return e - p0;
+}
+
+// The heap's fatal stop is abort(): a crash for any other reason (a stray
+// access into a guard page) does not pass as detection.
+#define EXPECT_FATAL(statement, unused) EXPECT_EXIT(statement, ::testing::KilledBySignal(SIGABRT), unused)
+
+// The death tests fork without re-executing the binary (which the Arm
+// emulator could not do).
+class HeapDeath : public ::testing::Test {
+protected:
+    void SetUp() override { GTEST_FLAG_SET(death_test_style, "fast"); }
+};
+
+// A heap over a guarded area of `size` bytes, its last byte before the guard.
+struct HeapOver {
+    explicit HeapOver(size_t size, size_t offset = 0) : buf(size + offset) {
+        memset(&heap, 0, sizeof heap);
+        EXPECT_EQ(pvx_construct_Heap2(&heap, buf.data() + offset, size), PVX_OK);
+    }
+    ~HeapOver() { pvx_destruct_Heap2(&heap); }
+    uint8_t *malloc(size_t n) { return static_cast<uint8_t *>(pvx_Heap2_malloc(&heap, n)); }
+    void free(void *p) { EXPECT_EQ(pvx_Heap2_free(&heap, p), PVX_OK); }
+    uint32_t used() const { return pvx_Heap2_getUsedSize(&heap); }
+    uint32_t freeSize() { return pvx_Heap2_getFreeSize(&heap); }
+    GuardedBuffer buf;
+    pvx_Heap2 heap;
+};
+
+TEST(Heap2, LayoutOverAreaFollowsAlignment) {
+    // Every start alignment and a few sizes: one free block from the first
+    // 16-aligned payload to the last 16-aligned end.
+    for (size_t offset = 0; offset < 16; ++offset) {
+        for (size_t size : {40u, 47u, 48u, 63u, 64u, 100u, 4096u, 4103u}) {
+            SCOPED_TRACE(testing::Message() << "offset " << offset << " size " << size);
+            // The area ends right at the guard page.
+            GuardedBuffer buf(size + offset, GuardedBuffer::Side::End, 1);
+            uint8_t *start = buf.data() + offset;
+            int64_t block = areaBlock(addr(start), size);
+            if (block < 16) continue;
+            pvx_Heap2 heap;
+            memset(&heap, 0, sizeof heap);
+            ASSERT_EQ(pvx_construct_Heap2(&heap, start, size), PVX_OK);
+            EXPECT_EQ(addr(heap.first) % 16, 8u);
+            EXPECT_GE(heap.first, start);
+            EXPECT_LE(heap.last + 8, start + size);
+            EXPECT_EQ(pvx_Heap2_getFreeSize(&heap), static_cast<uint32_t>(block - 8));
+            EXPECT_EQ(pvx_Heap2_getUsedSize(&heap), 0u);
+            EXPECT_EQ(pvx_Heap2_checks(&heap), 1);
+            // The whole block is one allocation of exactly the free size.
+            void *p = pvx_Heap2_malloc(&heap, static_cast<size_t>(block - 8));
+            ASSERT_NE(p, nullptr);
+            EXPECT_EQ(addr(p), (addr(start) + 8 + 15) / 16 * 16);
+            EXPECT_EQ(pvx_Heap2_getFreeSize(&heap), 0u);
+            EXPECT_EQ(pvx_Heap2_malloc(&heap, 1), nullptr);
+            EXPECT_EQ(pvx_Heap2_free(&heap, p), PVX_OK);
+            EXPECT_EQ(pvx_Heap2_malloc(&heap, static_cast<size_t>(block - 7)), nullptr);
+            EXPECT_EQ(pvx_destruct_Heap2(&heap), PVX_OK);
+        }
+    }
+}
+
+TEST(Heap2, RequestSizesRoundToBlocks) {
+    const struct {
+        size_t n;
+        uint32_t block;
+    } cases[] = {{1, 16}, {7, 16}, {8, 16}, {9, 32}, {24, 32}, {25, 48}, {40, 48}, {41, 64}, {1000, 1008}};
+    HeapOver h(4096);
+    for (const auto &c : cases) {
+        ASSERT_EQ(blockFor(c.n), c.block);  // the model agrees with the table
+        uint32_t before = h.used();
+        uint8_t *p = h.malloc(c.n);
+        ASSERT_NE(p, nullptr);
+        EXPECT_EQ(h.used() - before, c.block) << "n=" << c.n;
+        // The next block starts right behind this one.
+        uint8_t *q = h.malloc(1);
+        EXPECT_EQ(q - p, static_cast<ptrdiff_t>(c.block)) << "n=" << c.n;
+        h.free(q);
+        h.free(p);
+        EXPECT_EQ(h.used(), before);
+    }
+}
+
+TEST(Heap2, ZeroSizeMarker) {
+    HeapOver a(1024), b(1024);
+    void *m = pvx_Heap2_malloc(&a.heap, 0);
+    ASSERT_NE(m, nullptr);
+    EXPECT_EQ(pvx_Heap2_malloc(&b.heap, 0), m);  // one marker for every heap
+    for (HeapOver *h : {&a, &b}) {
+        EXPECT_TRUE(addr(m) < addr(h->buf.data()) || addr(m) >= addr(h->buf.data()) + h->buf.size());
+    }
+    uint32_t freeBefore = a.freeSize();
+    EXPECT_EQ(a.used(), 0u);
+    EXPECT_EQ(pvx_Heap2_free(&a.heap, m), PVX_OK);
+    EXPECT_EQ(pvx_Heap2_free(&a.heap, m), PVX_OK);  // not a double free
+    EXPECT_EQ(pvx_Heap2_free(&a.heap, nullptr), PVX_OK);
+    EXPECT_EQ(a.used(), 0u);
+    EXPECT_EQ(pvx_Heap2_getMaxUsedSize(&a.heap), 0u);
+    EXPECT_EQ(a.freeSize(), freeBefore);
+    EXPECT_EQ(pvx_Heap2_checks(&a.heap), 1);
+}
+
+TEST(Heap2, EveryPayloadIsAligned) {
+    auto rng = pvx_test::makeRng(1);
+    HeapOver h(64 * 1024, 5);
+    std::vector<uint8_t *> live;
+    for (int i = 0; i < 2000; ++i) {
+        if (!live.empty() && rng() % 3 == 0) {
+            size_t k = rng() % live.size();
+            h.free(live[k]);
+            live.erase(live.begin() + static_cast<ptrdiff_t>(k));
+        } else if (uint8_t *p = h.malloc(1 + rng() % 300)) {
+            EXPECT_EQ(addr(p) % 16, 0u);
+            live.push_back(p);
+        }
+    }
+    for (uint8_t *p : live) h.free(p);
+    EXPECT_EQ(h.used(), 0u);
+}
+
+// A free block of `block` bytes at a known place, followed by an allocated
+// block so that it cannot grow; the free list holds it first.
+struct OneFreeBlock {
+    explicit OneFreeBlock(uint32_t block) : h(4096) {
+        hole = h.malloc(block - 8);
+        fence = h.malloc(8);
+        h.free(hole);
+    }
+    HeapOver h;
+    uint8_t *hole;
+    uint8_t *fence;
+};
+
+TEST(Heap2, WholeOrSplitHandOut) {
+    const struct {
+        uint32_t block;  // free block in front of the list
+        size_t n;        // request
+        bool split;
+    } cases[] = {
+        {64, 56, false}, {64, 41, false},  // need 64: given whole
+        {64, 40, true},  {64, 25, true},   // need 48: 16 left over
+        {80, 56, true},                    // need 64 from 80
+        {80, 72, false}, {48, 1, true},    {32, 24, false}, {32, 8, true},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(testing::Message() << "block " << c.block << " n " << c.n);
+        OneFreeBlock f(c.block);
+        uint32_t before = f.h.used();
+        uint8_t *p = f.h.malloc(c.n);
+        ASSERT_EQ(p, f.hole);  // first fit takes the block at the head
+        // Sizes are multiples of 16, so a block given whole is exactly `need`.
+        EXPECT_EQ(f.h.used() - before, blockFor(c.n));
+        // A split-off remainder goes to the head of the list, so the next
+        // small request lands right behind; otherwise it goes past the fence.
+        uint8_t *q = f.h.malloc(1);
+        if (c.split) {
+            EXPECT_EQ(q, p + blockFor(c.n));
+        } else {
+            EXPECT_EQ(c.block, blockFor(c.n));
+            EXPECT_GT(q, f.fence);
+        }
+        f.h.free(q);
+        EXPECT_EQ(pvx_Heap2_checks(&f.h.heap), 1);
+    }
+}
+
+TEST(Heap2, FreeListIsLastInFirstOut) {
+    HeapOver h(4096);
+    uint8_t *blocks[4];
+    for (auto &b : blocks) {
+        b = h.malloc(40);
+        ASSERT_NE(h.malloc(8), nullptr);  // keeps the blocks apart
+    }
+    const int order[4] = {2, 0, 3, 1};
+    for (int i : order) h.free(blocks[i]);
+    for (int k = 3; k >= 0; --k) EXPECT_EQ(h.malloc(40), blocks[order[k]]);
+}
+
+// Three adjacent blocks, and the rest of the area allocated so that no other
+// free block exists. Every order of freeing them leaves one block, their sum.
+class Heap2Coalesce : public ::testing::TestWithParam<std::array<int, 3>> {};
+
+TEST_P(Heap2Coalesce, ThreeNeighboursBecomeOne) {
+    {
+        SCOPED_TRACE("blocks inside the area");
+        HeapOver h(1024);
+        ASSERT_NE(h.malloc(8), nullptr);
+        uint8_t *p[3] = {h.malloc(24), h.malloc(56), h.malloc(8)};
+        ASSERT_NE(h.malloc(h.freeSize()), nullptr);
+        ASSERT_EQ(h.freeSize(), 0u);
+        for (int i : GetParam()) {
+            h.free(p[i]);
+            EXPECT_EQ(pvx_Heap2_checks(&h.heap), 1);
+        }
+        EXPECT_EQ(h.freeSize(), 32u + 64u + 16u - 8u);
+        EXPECT_EQ(h.malloc(32 + 64 + 16 - 8), p[0]);
+    }
+    {
+        // First block of the area and the block before the end sentinel:
+        // nothing merges across either end.
+        SCOPED_TRACE("blocks at both ends of the area");
+        HeapOver h(1024);
+        uint8_t *p[3] = {h.malloc(24), h.malloc(56), nullptr};
+        p[2] = h.malloc(h.freeSize());
+        ASSERT_EQ(p[0], h.heap.first + 8);
+        const uint32_t whole = static_cast<uint32_t>(h.heap.last - h.heap.first);
+        for (int i : GetParam()) {
+            h.free(p[i]);
+            EXPECT_EQ(pvx_Heap2_checks(&h.heap), 1);
+        }
+        EXPECT_EQ(h.freeSize(), whole - 8);
+        EXPECT_EQ(h.used(), 0u);
+        EXPECT_EQ(h.malloc(whole - 8), p[0]);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(AllOrders, Heap2Coalesce,
+                         ::testing::Values(std::array<int, 3>{1, 0, 2}, std::array<int, 3>{0, 1, 2},
+                                           std::array<int, 3>{0, 2, 1}, std::array<int, 3>{1, 2, 0},
+                                           std::array<int, 3>{2, 0, 1}, std::array<int, 3>{2, 1, 0}));
+
+TEST(Heap2, Statistics) {
+    HeapOver h(4096);
+    const uint32_t whole = h.freeSize();
+    uint8_t *a = h.malloc(56);   // 64
+    uint8_t *g1 = h.malloc(8);   // 16
+    uint8_t *b = h.malloc(120);  // 128
+    uint8_t *g2 = h.malloc(8);   // 16
+    EXPECT_EQ(h.used(), 224u);
+    EXPECT_EQ(pvx_Heap2_getMaxUsedSize(&h.heap), 224u);
+    // Fill the rest so that only freed blocks are free.
+    uint8_t *rest = h.malloc(h.freeSize());
+    ASSERT_NE(rest, nullptr);
+    EXPECT_EQ(h.used(), whole + 8);
+    h.free(rest);
+    h.free(a);
+    h.free(b);
+    EXPECT_EQ(h.used(), 32u);
+    EXPECT_EQ(pvx_Heap2_getMaxUsedSize(&h.heap), whole + 8);
+    // Largest free block less its header, not the sum of free blocks.
+    EXPECT_EQ(h.freeSize(), whole + 8 - 224 - 8);
+    ASSERT_NE(h.malloc(h.freeSize()), nullptr);
+    EXPECT_EQ(h.freeSize(), 120u);  // the 128-byte block is now the largest
+    EXPECT_NE(h.malloc(120), nullptr);
+    EXPECT_EQ(h.freeSize(), 56u);
+    h.free(g1);  // merges with the 64-byte block in front: 80
+    EXPECT_EQ(h.freeSize(), 72u);
+    (void)g2;
+}
+
+TEST(Heap2, DestructionReportsBlocksInUse) {
+    HeapOver h(1024);
+    void *p = h.malloc(100);
+    ASSERT_NE(p, nullptr);
+    EXPECT_EQ(pvx_destruct_Heap2(&h.heap), PVX_ERROR_STATE);
+    EXPECT_EQ(h.heap.first, nullptr);
+    EXPECT_EQ(h.heap.last, nullptr);
+    EXPECT_EQ(h.used(), 0u);
+    EXPECT_EQ(pvx_Heap2_getMaxUsedSize(&h.heap), 0u);
+    EXPECT_EQ(h.heap.lock, 0u);
+    // A destroyed heap hands out nothing.
+    EXPECT_EQ(h.malloc(1), nullptr);
+
+    HeapOver clean(1024);
+    clean.free(clean.malloc(100));
+    EXPECT_EQ(pvx_destruct_Heap2(&clean.heap), PVX_OK);
+}
+
+TEST(Heap2, EmptyHeapWithoutArea) {
+    pvx_Heap2 heap;
+    memset(&heap, 0xA5, sizeof heap);
+    heap.lock = 0;
+    ASSERT_EQ(pvx_construct_Heap2(&heap, nullptr, 0), PVX_OK);
+    EXPECT_EQ(pvx_Heap2_malloc(&heap, 1), nullptr);
+    EXPECT_EQ(pvx_Heap2_malloc(&heap, 1 << 20), nullptr);
+    EXPECT_NE(pvx_Heap2_malloc(&heap, 0), nullptr);
+    EXPECT_EQ(pvx_Heap2_getFreeSize(&heap), 0u);
+    EXPECT_EQ(pvx_Heap2_getUsedSize(&heap), 0u);
+    EXPECT_EQ(pvx_Heap2_checks(&heap), 1);
+    EXPECT_EQ(pvx_Heap2_dump(&heap), PVX_OK);
+    EXPECT_EQ(pvx_destruct_Heap2(&heap), PVX_OK);
+    // A zeroed record is such an empty heap too.
+    pvx_Heap2 zero;
+    memset(&zero, 0, sizeof zero);
+    EXPECT_EQ(pvx_Heap2_malloc(&zero, 16), nullptr);
+    EXPECT_EQ(pvx_Heap2_checks(&zero), 1);
+}
+
+TEST(Heap2, HugeRequestsFail) {
+    HeapOver h(4096);
+    EXPECT_EQ(h.malloc(SIZE_MAX), nullptr);
+    EXPECT_EQ(h.malloc(SIZE_MAX - 7), nullptr);
+    EXPECT_EQ(h.malloc(0x80000000u), nullptr);
+    EXPECT_EQ(h.malloc(0xFFFFFFF8u), nullptr);
+    EXPECT_EQ(h.used(), 0u);
+    EXPECT_EQ(pvx_Heap2_checks(&h.heap), 1);
+}
+
+TEST(Heap2, NullHeap) {
+    EXPECT_EQ(pvx_construct_Heap2(nullptr, nullptr, 0), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_Heap2_malloc(nullptr, 8), nullptr);
+    EXPECT_EQ(pvx_Heap2_free(nullptr, nullptr), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_Env_malloc(nullptr, 8), nullptr);
+    EXPECT_EQ(pvx_Env_free(nullptr, nullptr), PVX_ERROR_PARAM);
+}
+
+TEST(Heap2, LargestAreaUsesThirtyTwoBitSizes) {
+    if (sizeof(void *) < 8) GTEST_SKIP() << "needs a 64-bit address space";
+    // 2 GiB and a bit, reserved but never touched except where tags go.
+    const size_t size = 0x80000000u + 4096;
+    void *m = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (m == MAP_FAILED) GTEST_SKIP() << "cannot reserve 2 GiB";
+    uint8_t *start = static_cast<uint8_t *>(m);
+    pvx_Heap2 heap;
+    memset(&heap, 0, sizeof heap);
+    ASSERT_EQ(pvx_construct_Heap2(&heap, start, size), PVX_OK);
+    // Only the first 2 GiB are used.
+    const int64_t block = areaBlock(addr(start), 0x80000000u);
+    EXPECT_EQ(heap.last - heap.first, block);
+    EXPECT_EQ(pvx_Heap2_getFreeSize(&heap), static_cast<uint32_t>(block - 8));
+    uint8_t *big = static_cast<uint8_t *>(pvx_Heap2_malloc(&heap, 0x70000000u));
+    uint8_t *small = static_cast<uint8_t *>(pvx_Heap2_malloc(&heap, 100));
+    uint8_t *tail = static_cast<uint8_t *>(pvx_Heap2_malloc(&heap, pvx_Heap2_getFreeSize(&heap)));
+    ASSERT_NE(big, nullptr);
+    ASSERT_NE(small, nullptr);
+    ASSERT_NE(tail, nullptr);
+    EXPECT_EQ(small - big, 0x70000010);
+    EXPECT_EQ(pvx_Heap2_getUsedSize(&heap), static_cast<uint32_t>(block));
+    EXPECT_EQ(pvx_Heap2_checks(&heap), 1);
+    EXPECT_EQ(pvx_Heap2_free(&heap, big), PVX_OK);
+    EXPECT_EQ(pvx_Heap2_free(&heap, tail), PVX_OK);
+    EXPECT_EQ(pvx_Heap2_free(&heap, small), PVX_OK);
+    EXPECT_EQ(pvx_Heap2_getFreeSize(&heap), static_cast<uint32_t>(block - 8));
+    EXPECT_EQ(pvx_destruct_Heap2(&heap), PVX_OK);
+    munmap(m, size);
+}
+
+// Random allocations and frees against a model of the live blocks: the used
+// total is the sum of their block sizes, no two overlap, each keeps the
+// pattern it was filled with, and a request fails only when no free block is
+// large enough.
+TEST(Heap2, RandomSequenceMatchesModel) {
+    struct Live {
+        uint8_t *p;
+        size_t n;
+        uint8_t seed;
+    };
+    auto rng = pvx_test::makeRng(2);
+    HeapOver h(256 * 1024, 3);
+    const uint32_t whole = h.freeSize();
+    std::vector<Live> live;
+    uint64_t modelUsed = 0;
+    uint32_t modelMax = 0;
+    const int steps = pvx_test::rounds(40000);
+    for (int i = 0; i < steps; ++i) {
+        bool doFree = !live.empty() && (rng() % 100) < (live.size() > 300 ? 70u : 40u);
+        if (doFree) {
+            size_t k = rng() % live.size();
+            Live b = live[k];
+            for (size_t j = 0; j < b.n; ++j) {
+                ASSERT_EQ(b.p[j], static_cast<uint8_t>(b.seed + j * 131)) << "block content changed";
+            }
+            h.free(b.p);
+            modelUsed -= blockFor(b.n);
+            live[k] = live.back();
+            live.pop_back();
+        } else {
+            size_t n = rng() % 8 == 0 ? 1 + rng() % 20000 : 1 + rng() % 200;
+            uint32_t largest = h.freeSize();
+            uint8_t *p = h.malloc(n);
+            if (p == nullptr) {
+                ASSERT_LT(largest, n);
+                continue;
+            }
+            ASSERT_GE(largest, n);
+            ASSERT_EQ(addr(p) % 16, 0u);
+            uint8_t seed = static_cast<uint8_t>(rng());
+            for (size_t j = 0; j < n; ++j) p[j] = static_cast<uint8_t>(seed + j * 131);
+            live.push_back({p, n, seed});
+            modelUsed += blockFor(n);
+        }
+        ASSERT_EQ(h.used(), modelUsed);
+        modelMax = std::max(modelMax, static_cast<uint32_t>(modelUsed));
+        ASSERT_EQ(pvx_Heap2_getMaxUsedSize(&h.heap), modelMax);
+        if (i % 512 == 0) {
+            ASSERT_EQ(pvx_Heap2_checks(&h.heap), 1);
+            std::vector<std::pair<uintptr_t, uintptr_t>> spans;
+            for (const Live &b : live) spans.push_back({addr(b.p), addr(b.p) + b.n});
+            std::sort(spans.begin(), spans.end());
+            for (size_t j = 1; j < spans.size(); ++j) ASSERT_LE(spans[j - 1].second + 8, spans[j].first);
+        }
+    }
+    for (const Live &b : live) h.free(b.p);
+    EXPECT_EQ(h.used(), 0u);
+    EXPECT_EQ(h.freeSize(), whole);  // everything merged back into one block
+    EXPECT_EQ(pvx_Heap2_checks(&h.heap), 1);
+}
+
+TEST(Heap2, ConcurrentThreadsShareTheHeap) {
+    HeapOver h(1 << 20);
+    const uint32_t whole = h.freeSize();
+    const int threads = 4;
+    const int steps = pvx_test::rounds(20000);
+    std::atomic<int> failures{0};
+    std::vector<std::thread> pool;
+    for (int t = 0; t < threads; ++t) {
+        pool.emplace_back([&, t] {
+            auto rng = pvx_test::makeRng(100 + static_cast<uint64_t>(t));
+            std::vector<std::pair<uint8_t *, size_t>> mine;
+            const uint8_t mark = static_cast<uint8_t>(0x11 * (t + 1));
+            for (int i = 0; i < steps; ++i) {
+                if (!mine.empty() && (rng() % 2 == 0 || mine.size() > 64)) {
+                    size_t k = rng() % mine.size();
+                    auto b = mine[k];
+                    for (size_t j = 0; j < b.second; ++j) {
+                        if (b.first[j] != mark) ++failures;
+                    }
+                    if (pvx_Heap2_free(&h.heap, b.first) != PVX_OK) ++failures;
+                    mine[k] = mine.back();
+                    mine.pop_back();
+                } else {
+                    size_t n = 1 + rng() % 500;
+                    auto *p = static_cast<uint8_t *>(pvx_Heap2_malloc(&h.heap, n));
+                    if (p == nullptr) continue;
+                    memset(p, mark, n);
+                    mine.push_back({p, n});
+                }
+                if (i % 4096 == 0) pvx_Heap2_checks(&h.heap);
+            }
+            for (auto &b : mine) pvx_Heap2_free(&h.heap, b.first);
+        });
+    }
+    for (auto &th : pool) th.join();
+    EXPECT_EQ(failures.load(), 0);
+    EXPECT_EQ(h.used(), 0u);
+    EXPECT_GT(pvx_Heap2_getMaxUsedSize(&h.heap), 0u);
+    EXPECT_EQ(h.freeSize(), whole);
+    EXPECT_EQ(pvx_Heap2_checks(&h.heap), 1);
+    EXPECT_EQ(h.heap.lock, 0u);
+}
+
+// ---- corruption and misuse stop the process ----------------------------------
+
+TEST_F(HeapDeath, AreaTooSmallIsFatal) {
+    for (size_t offset : {0u, 3u, 8u, 9u, 15u}) {
+        GuardedBuffer buf(96);
+        uint8_t *start = buf.data() + offset;
+        // Smallest size that holds one 16-byte block from this start.
+        size_t smallest = 1;
+        while (areaBlock(addr(start), smallest) < 16) ++smallest;
+        pvx_Heap2 heap;
+        memset(&heap, 0, sizeof heap);
+        EXPECT_FATAL(pvx_construct_Heap2(&heap, start, smallest - 1), "") << "offset " << offset;
+        EXPECT_FATAL(pvx_construct_Heap2(&heap, start, 1), "");
+        EXPECT_EQ(pvx_construct_Heap2(&heap, start, smallest), PVX_OK);
+        EXPECT_EQ(pvx_Heap2_getFreeSize(&heap), 8u);
+        EXPECT_NE(pvx_Heap2_malloc(&heap, 8), nullptr);
+        EXPECT_EQ(pvx_Heap2_malloc(&heap, 1), nullptr);
+    }
+}
+
+TEST_F(HeapDeath, NullStartWithSizeIsFatal) {
+    pvx_Heap2 heap;
+    memset(&heap, 0, sizeof heap);
+    EXPECT_FATAL(pvx_construct_Heap2(&heap, nullptr, 4096), "");
+}
+
+TEST_F(HeapDeath, DoubleFreeIsFatal) {
+    HeapOver h(1024);
+    uint8_t *a = h.malloc(32);
+    uint8_t *b = h.malloc(32);
+    h.free(a);
+    EXPECT_FATAL(pvx_Heap2_free(&h.heap, a), "");
+    h.free(b);  // merged with a's block
+    EXPECT_FATAL(pvx_Heap2_free(&h.heap, b), "");
+}
+
+TEST_F(HeapDeath, ForeignPointersAreFatal) {
+    HeapOver h(1024);
+    HeapOver other(1024);
+    uint8_t *a = h.malloc(64);
+    alignas(16) static uint8_t outside[32];
+    EXPECT_FATAL(pvx_Heap2_free(&h.heap, outside), "");
+    EXPECT_FATAL(pvx_Heap2_free(&h.heap, a + 1), "");   // misaligned
+    memset(a, 0, 64);
+    EXPECT_FATAL(pvx_Heap2_free(&h.heap, a + 16), "");  // inside a payload
+    EXPECT_FATAL(pvx_Heap2_free(&h.heap, other.malloc(8)), "");
+    EXPECT_FATAL(pvx_Heap2_free(&h.heap, h.heap.last + 8), "");  // the end sentinel
+    EXPECT_FATAL(pvx_Heap2_free(&h.heap, h.heap.last + 8 + 16), "");
+    EXPECT_FATAL(pvx_Heap2_free(&h.heap, h.heap.first - 8), "");
+    h.free(a);
+}
+
+TEST_F(HeapDeath, OverwrittenTagsAreFatal) {
+    // a, b, d: three 48-byte blocks. One word around b is damaged (b's
+    // preceding tag, b's size word, d's preceding tag), then b is freed or
+    // the heap checked.
+    for (int word : {0, 1, 12}) {
+        for (bool viaFree : {true, false}) {
+            SCOPED_TRACE(testing::Message() << "word " << word << (viaFree ? " free" : " checks"));
+            HeapOver h(1024);
+            uint8_t *a = h.malloc(40);
+            uint8_t *b = h.malloc(40);
+            uint8_t *d = h.malloc(40);
+            ASSERT_EQ(b - a, 48);
+            ASSERT_EQ(d - b, 48);
+            const uint32_t junk = 0x00000050;  // a plausible free 80-byte size
+            EXPECT_FATAL(
+                {
+                    memcpy(b - 8 + 4 * word, &junk, 4);
+                    if (viaFree) pvx_Heap2_free(&h.heap, b);
+                    else pvx_Heap2_checks(&h.heap);
+                },
+                "");
+            h.free(a);
+            h.free(b);
+            h.free(d);
+        }
+    }
+}
+
+TEST_F(HeapDeath, OverrunIntoNextHeaderIsFatal) {
+    HeapOver h(1024);
+    uint8_t *a = h.malloc(24);  // 32-byte block: payload 24 bytes
+    uint8_t *b = h.malloc(24);
+    EXPECT_FATAL(
+        {
+            memset(a, 0x5A, 32);  // 8 bytes too many: b's header
+            pvx_Heap2_free(&h.heap, b);
+        },
+        "");
+    EXPECT_FATAL(
+        {
+            memset(a, 0x5A, 32);
+            pvx_Heap2_free(&h.heap, a);
+        },
+        "");
+    EXPECT_FATAL(
+        {
+            memset(a, 0x5A, 32);
+            pvx_Heap2_dump(&h.heap);
+        },
+        "");
+    h.free(a);
+    h.free(b);
+}
+
+TEST_F(HeapDeath, DamagedFreeListLinksAreFatal) {
+    HeapOver h(1024);
+    uint8_t *a = h.malloc(40);
+    uint8_t *g = h.malloc(8);
+    uint8_t *b = h.malloc(40);
+    uint8_t *g2 = h.malloc(8);
+    h.free(a);
+    h.free(b);  // list: b, a, tail
+    // Out of range, an allocated block, inside a free block, misaligned.
+    const uint32_t bad[] = {0x12345678u, static_cast<uint32_t>(g - h.heap.first),
+                            static_cast<uint32_t>(a - h.heap.first) + 16, static_cast<uint32_t>(b - h.heap.first) + 4};
+    for (uint32_t v : bad) {
+        // b's next link, then b's prev link.
+        EXPECT_FATAL(
+            {
+                memcpy(b, &v, 4);
+                h.malloc(400);
+            },
+            "");
+        EXPECT_FATAL(
+            {
+                memcpy(b + 4, &v, 4);
+                pvx_Heap2_getFreeSize(&h.heap);
+            },
+            "");
+        EXPECT_FATAL(
+            {
+                memcpy(b + 4, &v, 4);
+                pvx_Heap2_free(&h.heap, g);  // merges with a and b
+            },
+            "");
+        EXPECT_FATAL(
+            {
+                memcpy(a, &v, 4);
+                pvx_Heap2_checks(&h.heap);
+            },
+            "");
+    }
+    // A node linked to itself would send the list walk round forever.
+    EXPECT_FATAL(
+        {
+            uint32_t self = static_cast<uint32_t>(b - h.heap.first);
+            memcpy(b, &self, 4);
+            memcpy(b + 4, &self, 4);
+            h.heap.free_next = self;
+            h.heap.free_prev = self;
+            h.malloc(600);
+        },
+        "");
+    h.free(g);
+    h.free(g2);
+}
+
+TEST_F(HeapDeath, FatalNeverReturns) { EXPECT_FATAL(pvx_Heap2_fatal(), ""); }
+
+// ---- environment ---------------------------------------------------------------
+
+TEST(Env, ConstructAllocateDestruct) {
+    GuardedBuffer buf(4096);
+    pvx_Env env;
+    memset(&env, 0x77, sizeof env);
+    env.heap.lock = 0;
+    ASSERT_EQ(pvx_construct_Env(&env, buf.data(), buf.size()), PVX_OK);
+    EXPECT_EQ(env.valid, 1);
+    EXPECT_EQ(env.reserved, 0u);
+    void *p = pvx_Env_malloc(&env, 100);
+    ASSERT_NE(p, nullptr);
+    EXPECT_EQ(pvx_Heap2_getUsedSize(&env.heap), 112u);
+    EXPECT_EQ(pvx_destruct_Env(&env), PVX_ERROR_STATE);  // p still in use
+    ASSERT_EQ(pvx_construct_Env(&env, buf.data(), buf.size()), PVX_OK);
+    EXPECT_EQ(pvx_Env_free(&env, pvx_Env_malloc(&env, 100)), PVX_OK);
+    EXPECT_EQ(pvx_destruct_Env(&env), PVX_OK);
+    EXPECT_EQ(pvx_construct_Env(nullptr, nullptr, 0), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_destruct_Env(nullptr), PVX_ERROR_PARAM);
+}
+
+TEST(Env, SwapExchangesRecords) {
+    GuardedBuffer ba(1024), bb(2048);
+    pvx_Env a, b;
+    ASSERT_EQ(pvx_construct_Env(&a, ba.data(), ba.size()), PVX_OK);
+    ASSERT_EQ(pvx_construct_Env(&b, bb.data(), bb.size()), PVX_OK);
+    void *pa = pvx_Env_malloc(&a, 10);
+    const uint32_t freeA = pvx_Heap2_getFreeSize(&a.heap);
+    const uint32_t freeB = pvx_Heap2_getFreeSize(&b.heap);
+    pvx_swap_Env(&a, &b);
+    EXPECT_EQ(pvx_Heap2_getFreeSize(&a.heap), freeB);
+    EXPECT_EQ(pvx_Heap2_getFreeSize(&b.heap), freeA);
+    EXPECT_EQ(pvx_Env_free(&b, pa), PVX_OK);
+    EXPECT_EQ(pvx_destruct_Env(&a), PVX_OK);
+    EXPECT_EQ(pvx_destruct_Env(&b), PVX_OK);
+}
+
+TEST(Env, TickIsMonotonicNanoseconds) {
+    uint64_t t0 = pvx_Env_getTick();
+    EXPECT_NE(t0, 0u);
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    uint64_t t1 = pvx_Env_getTick();
+    EXPECT_GE(t1 - t0, 15000000u);   // at least 15 ms in nanoseconds
+    EXPECT_LT(t1 - t0, 5000000000u);  // and not a different unit
+}
+
+}  // namespace
