@@ -1,0 +1,62 @@
+/* A C11 client of the public header: sizes, initializes, starts, corrects
+ * one small frame and finalizes. */
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include "parvex_distortion_correction.h"
+
+#define CHECK(cond)                                              \
+    do {                                                         \
+        if (!(cond)) {                                           \
+            fprintf(stderr, "%s:%d: %s\n", __FILE__, __LINE__, #cond); \
+            return 1;                                            \
+        }                                                        \
+    } while (0)
+
+int main(void) {
+    parvex_DistortionCorrection_InitParam param;
+    parvex_DistortionCorrection handle;
+    parvex_ImageData in, out;
+    unsigned char *src, *dst;
+    void *buffer;
+    int32_t size;
+    const int32_t w = 320, h = 240;
+
+    memset(&param, 0, sizeof param);
+    param.format = "YUV420_SEMIPLANAR";
+    param.width = w;
+    param.height = h;
+    param.mode = 0;
+    param.coef[0] = -0.1;
+    CHECK(strcmp(parvex_DistortionCorrection_getVersion(), "Parvex DistortionCorrection Ver.1.0.0 2021/08/01") == 0);
+    size = parvex_DistortionCorrection_getBufferSize(&param);
+    CHECK(size > 859552);
+    buffer = malloc((size_t)size);
+    CHECK(buffer != NULL);
+    CHECK(parvex_DistortionCorrection_initialize(&handle, buffer, size, &param) == PARVEX_OK);
+    CHECK(parvex_DistortionCorrection_start(&handle) == PARVEX_OK);
+
+    src = malloc((size_t)(w * h * 3 / 2));
+    dst = malloc((size_t)(w * h * 3 / 2));
+    CHECK(src && dst);
+    memset(src, 128, (size_t)(w * h * 3 / 2));
+    memset(dst, 0, (size_t)(w * h * 3 / 2));
+    in.width = out.width = w;
+    in.height = out.height = h;
+    in.dat[0] = src;
+    in.dat[1] = src + w * h;
+    in.dat[2] = NULL;
+    out.dat[0] = dst;
+    out.dat[1] = dst + w * h;
+    out.dat[2] = NULL;
+    CHECK(parvex_DistortionCorrection_process(&handle, &out, &in) == PARVEX_OK);
+    CHECK(dst[(h / 2) * w + w / 2] == 128);
+    CHECK(parvex_DistortionCorrection_finalize(&handle) == PARVEX_OK);
+    CHECK(handle.p == NULL);
+    free(src);
+    free(dst);
+    free(buffer);
+    puts("ok");
+    return 0;
+}
