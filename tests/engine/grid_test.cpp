@@ -154,8 +154,9 @@ TEST(SetCropRect, InTableModeReplacesTheMeshByTheScaledIdentity) {
     ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_start(e.handle()));
     ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_setCropRect(e.handle(), 160, 120, 480, 360));
     const pvx_Renderer2_Params &p = e.context()->render_params;
-    // q = 2: the output shows the crop's centre part, scaled up... in source
-    // units the mesh is the output offset plus twice the crop offset.
+    // With the identity model the crop only moves the base point: the source
+    // is the offset from the output centre plus q = 2 times the centre's
+    // offset inside the crop.
     for (int32_t v = 0; v < p.numX * p.numY; ++v) {
         EXPECT_NEAR(fmin(fmax(p.dstX[v] - 320.0 + 2 * (320 - 160), 0.0), 639.0), p.srcX[v], 1e-6);
     }
