@@ -1,0 +1,465 @@
+// Whole frames through the public API: accuracy against the slow reference
+// warp, in-place and multi-worker identities, size errors, and hostile
+// settings that must stay inside the destination.
+#include <gtest/gtest.h>
+#include <math.h>
+#include <stdio.h>
+
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "lens/pvx_grid_build.h"
+#include "runtime/pvx_pel.h"
+#include "tests/engine/engine_fixture.h"
+#include "tests/engine/frame_images.h"
+#include "tests/engine/reference_warp.h"
+
+using pvx_test::coefficientParam;
+using pvx_test::Engine;
+using pvx_test::Frame;
+using pvx_test::LensSetup;
+
+namespace {
+
+// One colour channel of a format: where its samples lie.
+struct Channel {
+    int plane, stride, offset, subsample;
+    bool chroma;
+};
+
+struct FormatCase {
+    const char *name;
+    int32_t format;
+    std::vector<Channel> channels;
+};
+
+const FormatCase kFormats[] = {
+    {"RGB888", PVX_FORMAT_RGB888, {{0, 3, 0, 1, false}, {0, 3, 1, 1, false}, {0, 3, 2, 1, false}}},
+    {"BGR888", PVX_FORMAT_BGR888, {{0, 3, 0, 1, false}, {0, 3, 1, 1, false}, {0, 3, 2, 1, false}}},
+    {"YUV420_PLANAR", PVX_FORMAT_YUV420_PLANAR, {{0, 1, 0, 1, false}, {1, 1, 0, 2, true}, {2, 1, 0, 2, true}}},
+    {"YUV420_SEMIPLANAR", PVX_FORMAT_YUV420_SEMIPLANAR, {{0, 1, 0, 1, false}, {1, 2, 0, 2, true}, {1, 2, 1, 2, true}}},
+    {"YVU420_SEMIPLANAR", PVX_FORMAT_YVU420_SEMIPLANAR, {{0, 1, 0, 1, false}, {1, 2, 0, 2, true}, {1, 2, 1, 2, true}}},
+};
+
+const FormatCase &formatCase(const std::string &name) {
+    for (const auto &f : kFormats)
+        if (name == f.name) return f;
+    return kFormats[0];
+}
+
+// Smooth synthetic content: gradients plus low-frequency patterns, a
+// different one per channel.
+double smoothValue(int channel, double x, double y) {
+    switch (channel) {
+    case 0: return 128 + 50 * sin(x / 23.0 + 0.3) * cos(y / 31.0) + 0.04 * (x - y);
+    case 1: return 128 + 40 * sin(x / 41.0 - y / 37.0) + 0.03 * x;
+    default: return 120 + 45 * cos(x / 29.0 + y / 53.0) - 0.03 * y;
+    }
+}
+
+uint8_t toByte(double v) { return static_cast<uint8_t>(std::min(255.0, std::max(0.0, floor(v + 0.5)))); }
+
+void fillSmooth(Frame &f, const FormatCase &fc) {
+    for (size_t c = 0; c < fc.channels.size(); ++c) {
+        const Channel &ch = fc.channels[c];
+        const int32_t w = (f.width() + ch.subsample - 1) / ch.subsample;
+        const int32_t h = (f.height() + ch.subsample - 1) / ch.subsample;
+        for (int32_t y = 0; y < h; ++y)
+            for (int32_t x = 0; x < w; ++x) {
+                // Chroma samples sit at the centre of the luma block they cover.
+                const double lx = ch.subsample == 2 ? 2 * x + 0.5 : x, ly = ch.subsample == 2 ? 2 * y + 0.5 : y;
+                f.row(ch.plane, y)[x * ch.stride + ch.offset] = toByte(smoothValue(static_cast<int>(c), lx, ly));
+            }
+    }
+}
+
+struct Psnr {
+    double luma = 0, chroma = 0;
+};
+
+double psnr(double squaredError, long count) {
+    if (count == 0) return 0;
+    const double mse = squaredError / count;
+    return mse <= 1e-12 ? 99.0 : 10 * log10(255.0 * 255.0 / mse);
+}
+
+// Compares every channel of `out` with the reference warp of `in`, where the
+// reference source lies at least `margin` source pixels inside the frame
+// (the mesh clamps vertices that leave the frame).
+template <typename SourceOf>
+Psnr comparePsnr(const Frame &out, const Frame &in, const FormatCase &fc, SourceOf sourceOf, double margin) {
+    double err[2] = {0, 0};
+    long count[2] = {0, 0};
+    for (const Channel &ch : fc.channels) {
+        const int32_t ow = (out.width() + ch.subsample - 1) / ch.subsample;
+        const int32_t oh = (out.height() + ch.subsample - 1) / ch.subsample;
+        const int32_t iw = (in.width() + ch.subsample - 1) / ch.subsample;
+        const int32_t ih = (in.height() + ch.subsample - 1) / ch.subsample;
+        auto fetch = [&](int32_t x, int32_t y) { return double(in.row(ch.plane, y)[x * ch.stride + ch.offset]); };
+        for (int32_t y = 0; y < oh; ++y)
+            for (int32_t x = 0; x < ow; ++x) {
+                const double half = ch.subsample == 2 ? 0.5 : 0.0;
+                double sx, sy;
+                sourceOf(x * ch.subsample + half, y * ch.subsample + half, &sx, &sy);
+                if (!(sx >= margin && sy >= margin && sx <= in.width() - 1 - margin && sy <= in.height() - 1 - margin))
+                    continue;
+                const double cx = (sx - half) / ch.subsample, cy = (sy - half) / ch.subsample;
+                const double expected = pvx_test::sampleBilinear(fetch, iw, ih, cx, cy);
+                const double d = out.row(ch.plane, y)[x * ch.stride + ch.offset] - expected;
+                err[ch.chroma] += d * d;
+                ++count[ch.chroma];
+            }
+    }
+    Psnr p;
+    p.luma = psnr(err[0], count[0]);
+    p.chroma = count[1] ? psnr(err[1], count[1]) : p.luma;
+    return p;
+}
+
+struct Scenario {
+    std::string name;
+    std::string format;
+    LensSetup setup;
+    bool crop = false, centre = false, strength = false, outputSize = false;
+};
+
+std::vector<Scenario> accuracyScenarios() {
+    std::vector<Scenario> list;
+    const struct {
+        const char *name;
+        double k[4];
+    } lenses[] = {{"barrel", {-0.22, 0.04, 0, 0}}, {"pincushion", {0.18, 0.02, 0, 0}},
+                  {"moustache", {-0.3, 0.28, -0.06, 0}}};
+    for (const auto &f : kFormats)
+        for (const auto &l : lenses) {
+            Scenario s;
+            s.name = std::string(f.name) + "_" + l.name;
+            s.format = f.name;
+            for (int i = 0; i < 4; ++i) s.setup.k[i] = l.k[i];
+            list.push_back(s);
+        }
+    for (const char *format : {"YUV420_SEMIPLANAR", "RGB888", "YUV420_PLANAR"}) {
+        Scenario s;
+        s.format = format;
+        for (int i = 0; i < 4; ++i) s.setup.k[i] = lenses[0].k[i];
+        Scenario centre = s;
+        centre.name = std::string(format) + "_oddCentre";
+        centre.centre = true;
+        centre.setup.inCenterX = centre.setup.outCenterX = 331.5;
+        centre.setup.inCenterY = centre.setup.outCenterY = 227.25;
+        list.push_back(centre);
+        Scenario crop = s;
+        crop.name = std::string(format) + "_crop";
+        crop.crop = true;
+        const int32_t c[4] = {40, 30, 600, 450};
+        for (int i = 0; i < 4; ++i) crop.setup.crop[i] = c[i];
+        list.push_back(crop);
+        Scenario half = s;
+        half.name = std::string(format) + "_strengthHalf";
+        half.strength = true;
+        half.setup.strength = 0.5;
+        list.push_back(half);
+        Scenario smaller = s;
+        smaller.name = std::string(format) + "_output480x360";
+        smaller.outputSize = true;
+        smaller.setup.outWidth = 480;
+        smaller.setup.outHeight = 360;
+        smaller.setup.outCenterX = 240;
+        smaller.setup.outCenterY = 180;
+        list.push_back(smaller);
+        Scenario larger = smaller;
+        larger.name = std::string(format) + "_output800x600";
+        larger.setup.outWidth = 800;
+        larger.setup.outHeight = 600;
+        larger.setup.outCenterX = 400;
+        larger.setup.outCenterY = 300;
+        list.push_back(larger);
+    }
+    return list;
+}
+
+class Accuracy : public ::testing::TestWithParam<Scenario> {};
+
+TEST_P(Accuracy, MatchesTheReferenceWarp) {
+    const Scenario &s = GetParam();
+    const FormatCase &fc = formatCase(s.format);
+    const LensSetup &L = s.setup;
+    Engine e(coefficientParam(fc.name, L.inWidth, L.inHeight, L.k[0], L.k[1], L.k[2], L.k[3]));
+    ASSERT_EQ(PARVEX_OK, e.status());
+    parvex_DistortionCorrection *h = e.handle();
+    if (s.outputSize) ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_setOutputImageSize(h, L.outWidth, L.outHeight));
+    if (s.centre) ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_setInputCenter(h, L.inCenterX, L.inCenterY));
+    if (s.strength) ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_setCorrectionStrength(h, L.strength));
+    ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_start(h));
+    if (s.crop) ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_setCropRect(h, L.crop[0], L.crop[1], L.crop[2], L.crop[3]));
+
+    Frame in(fc.format, L.inWidth, L.inHeight), out(fc.format, L.outWidth, L.outHeight);
+    fillSmooth(in, fc);
+    out.fillConstant(0);
+    const parvex_ImageData inData = in.data(), outData = out.data();
+    ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_process(h, &outData, &inData));
+    EXPECT_TRUE(out.bandsIntact());
+
+    const int32_t cell = pvx_Grid_cellSize(L.outWidth, L.outHeight);
+    const Psnr p = comparePsnr(out, in, fc, [&](double x, double y, double *sx, double *sy) {
+        L.correctionSource(x, y, sx, sy);
+    }, 2.0 * cell + 2);
+    printf("[ psnr     ] %-36s luma %.2f dB, chroma %.2f dB\n", s.name.c_str(), p.luma, p.chroma);
+    EXPECT_GE(p.luma, 38.0);
+    EXPECT_GE(p.chroma, 38.0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Lenses, Accuracy, ::testing::ValuesIn(accuracyScenarios()),
+                         [](const ::testing::TestParamInfo<Scenario> &i) { return i.param.name; });
+
+// A started engine of the given format with a barrel lens, and frames for it.
+struct Rig {
+    explicit Rig(const char *format, int32_t w = 640, int32_t h = 480, double k1 = -0.2)
+        : fc(formatCase(format)), engine(coefficientParam(format, w, h, k1, 0.03)), in(fc.format, w, h),
+          out(fc.format, w, h) {
+        fillSmooth(in, fc);
+        out.fillConstant(0);
+    }
+    uint32_t start() { return parvex_DistortionCorrection_start(engine.handle()); }
+    uint32_t process(Frame &dst, const Frame &src) {
+        const parvex_ImageData d = dst.data(), s = src.data();
+        return parvex_DistortionCorrection_process(engine.handle(), &d, &s);
+    }
+    uint32_t distort(Frame &dst, const Frame &src) {
+        const parvex_ImageData d = dst.data(), s = src.data();
+        return parvex_DistortionCorrection_distort(engine.handle(), &d, &s);
+    }
+    const FormatCase &fc;
+    Engine engine;
+    Frame in, out;
+};
+
+class EveryFormat : public ::testing::TestWithParam<const char *> {};
+
+INSTANTIATE_TEST_SUITE_P(Formats, EveryFormat,
+                         ::testing::Values("RGB888", "BGR888", "YUV420_PLANAR", "YUV420_SEMIPLANAR",
+                                           "YVU420_SEMIPLANAR"));
+
+TEST_P(EveryFormat, InPlaceEqualsOutOfPlace) {
+    Rig r(GetParam());
+    ASSERT_EQ(PARVEX_OK, r.start());
+    ASSERT_EQ(PARVEX_OK, r.process(r.out, r.in));
+    Frame inPlace(r.fc.format, 640, 480);
+    inPlace.copyPixelsFrom(r.in);
+    ASSERT_EQ(PARVEX_OK, r.process(inPlace, inPlace));
+    EXPECT_TRUE(inPlace.samePixels(r.out));
+    EXPECT_TRUE(inPlace.bandsIntact());
+}
+
+TEST_P(EveryFormat, StrengthZeroCopiesCellsAwayFromTheClampedEdge) {
+    Rig r(GetParam());
+    ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_setCorrectionStrength(r.engine.handle(), 0.0));
+    ASSERT_EQ(PARVEX_OK, r.start());
+    ASSERT_EQ(PARVEX_OK, r.process(r.out, r.in));
+    // The last column and row of vertices sit on x = 640, y = 480 and are
+    // clamped to 639, 479; every other cell is an exact copy.
+    const int32_t cell = pvx_Grid_cellSize(640, 480);
+    const int32_t lastX = 640 / cell * cell - (640 % cell ? 0 : cell);
+    const int32_t lastY = 480 / cell * cell - (480 % cell ? 0 : cell);
+    for (int p = 0; p < r.in.planes(); ++p) {
+        const int32_t sub = p == 0 ? 1 : 2;
+        const int32_t bytesPerPixel = r.in.rowBytes(p) / ((640 + sub - 1) / sub);
+        for (int32_t y = 0; y < lastY / sub; ++y)
+            ASSERT_EQ(0, memcmp(r.in.row(p, y), r.out.row(p, y), static_cast<size_t>(lastX / sub * bytesPerPixel)))
+                << "plane " << p << " row " << y;
+    }
+}
+
+TEST_P(EveryFormat, WrongSizesAreStateErrorsAndLeaveTheDestinationUntouched) {
+    Rig r(GetParam());
+    ASSERT_EQ(PARVEX_OK, r.start());
+    r.out.fillConstant(77);
+    Frame smallIn(r.fc.format, 638, 480), tallOut(r.fc.format, 640, 482);
+    EXPECT_EQ(PARVEX_ERROR_STATE, r.process(r.out, smallIn));
+    EXPECT_EQ(PARVEX_ERROR_STATE, r.distort(r.out, smallIn));
+    tallOut.fillConstant(77);
+    EXPECT_EQ(PARVEX_ERROR_STATE, r.process(tallOut, r.in));
+    Frame expected(r.fc.format, 640, 480);
+    expected.fillConstant(77);
+    EXPECT_TRUE(r.out.samePixels(expected));
+    Frame expectedTall(r.fc.format, 640, 482);
+    expectedTall.fillConstant(77);
+    EXPECT_TRUE(tallOut.samePixels(expectedTall));
+}
+
+TEST_P(EveryFormat, OutputIsTheSameForAnyNumberOfWorkers) {
+    Rig r(GetParam(), 1280, 720);
+    ASSERT_EQ(PARVEX_OK, r.start());
+    ASSERT_EQ(PARVEX_OK, r.process(r.out, r.in));
+    for (int32_t workers : {1, 2, 16}) {
+        pvx_PelParams params;
+        pvx_Pel_resetParams(&params);
+        params.numWorkers = workers;
+        ASSERT_EQ(PVX_OK, pvx_Pel_init(&r.engine.context()->pel, &params));
+        Frame again(r.fc.format, 1280, 720);
+        ASSERT_EQ(PARVEX_OK, r.process(again, r.in));
+        EXPECT_TRUE(again.samePixels(r.out)) << workers << " workers";
+    }
+}
+
+TEST_P(EveryFormat, DistortThenCorrectReturnsCloseToTheOriginal) {
+    Rig r(GetParam(), 640, 480, -0.15);
+    ASSERT_EQ(PARVEX_OK, r.start());
+    Frame distorted(r.fc.format, 640, 480), restored(r.fc.format, 640, 480);
+    ASSERT_EQ(PARVEX_OK, r.distort(distorted, r.in));
+    EXPECT_TRUE(distorted.bandsIntact());
+    ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_start(r.engine.handle()));   // the correction mesh again
+    ASSERT_EQ(PARVEX_OK, r.process(restored, distorted));
+    double err = 0;
+    long n = 0;
+    for (int32_t y = 160; y < 320; ++y)
+        for (int32_t x = 3 * 213; x < 3 * 427; ++x) {
+            const int32_t byteX = r.fc.channels[0].stride == 3 ? x : x / 3;
+            const double d = double(restored.row(0, y)[byteX]) - r.in.row(0, y)[byteX];
+            err += d * d;
+            ++n;
+        }
+    const double p = psnr(err, n);
+    printf("[ psnr     ] %-36s round trip centre %.2f dB\n", GetParam(), p);
+    EXPECT_GE(p, 30.0);
+}
+
+TEST(Formats, BgrEqualsRgbWithSwappedChannelsAtZoomOne) {
+    Rig rgb("RGB888"), bgr("BGR888");
+    ASSERT_EQ(PARVEX_OK, rgb.start());
+    ASSERT_EQ(PARVEX_OK, bgr.start());
+    for (int32_t y = 0; y < 480; ++y)
+        for (int32_t x = 0; x < 640; ++x)
+            for (int c = 0; c < 3; ++c) bgr.in.row(0, y)[3 * x + c] = rgb.in.row(0, y)[3 * x + 2 - c];
+    ASSERT_EQ(PARVEX_OK, rgb.process(rgb.out, rgb.in));
+    ASSERT_EQ(PARVEX_OK, bgr.process(bgr.out, bgr.in));
+    for (int32_t y = 0; y < 480; ++y)
+        for (int32_t x = 0; x < 640; ++x)
+            for (int c = 0; c < 3; ++c)
+                ASSERT_EQ(rgb.out.row(0, y)[3 * x + c], bgr.out.row(0, y)[3 * x + 2 - c]) << x << "," << y;
+}
+
+TEST(Distort, RefusesPointTableLenses) {
+    const std::vector<double> xs = {0, 0.5, 1}, ys = {0, 0.5, 1};
+    Engine e(pvx_test::tableParam("YUV420_SEMIPLANAR", 640, 480, xs, ys));
+    ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_start(e.handle()));
+    Frame in(PVX_FORMAT_YUV420_SEMIPLANAR, 640, 480), out(PVX_FORMAT_YUV420_SEMIPLANAR, 640, 480);
+    const parvex_ImageData d = out.data(), s = in.data();
+    EXPECT_EQ(PARVEX_ERROR_PARAM, parvex_DistortionCorrection_distort(e.handle(), &d, &s));
+    EXPECT_EQ(PARVEX_OK, parvex_DistortionCorrection_process(e.handle(), &d, &s));
+}
+
+TEST(Distort, MatchesTheForwardReference) {
+    const FormatCase &fc = formatCase("YUV420_SEMIPLANAR");
+    LensSetup L;
+    L.k[0] = -0.18;
+    L.k[1] = 0.02;
+    Engine e(coefficientParam(fc.name, 640, 480, L.k[0], L.k[1]));
+    ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_start(e.handle()));
+    Frame in(fc.format, 640, 480), out(fc.format, 640, 480);
+    fillSmooth(in, fc);
+    const parvex_ImageDataEx d = out.dataEx(), s = in.dataEx();
+    ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_distortEx(e.handle(), &d, &s));
+    const Psnr p = comparePsnr(out, in, fc, [&](double x, double y, double *sx, double *sy) {
+        L.distortionSource(x, y, sx, sy);
+    }, 22.0);
+    printf("[ psnr     ] %-36s luma %.2f dB, chroma %.2f dB\n", "distort_YUV420_SEMIPLANAR", p.luma, p.chroma);
+    EXPECT_GE(p.luma, 38.0);
+    EXPECT_GE(p.chroma, 38.0);
+}
+
+// Settings the library accepts without range checks; each must return a
+// defined code and write nothing outside the destination.
+struct Hostile {
+    const char *name;
+    void (*apply)(parvex_DistortionCorrection *h, bool started);
+};
+
+const double kNaN = std::numeric_limits<double>::quiet_NaN();
+
+const Hostile kHostile[] = {
+    {"degenerateCrop", [](parvex_DistortionCorrection *h, bool s) { if (s) parvex_DistortionCorrection_setCropRect(h, 10, 10, 10, 10); }},
+    {"invertedCrop", [](parvex_DistortionCorrection *h, bool s) { if (s) parvex_DistortionCorrection_setCropRect(h, 600, 400, 20, 10); }},
+    {"extremeCrop", [](parvex_DistortionCorrection *h, bool s) { if (s) parvex_DistortionCorrection_setCropRect(h, INT32_MIN, INT32_MAX, INT32_MAX, INT32_MIN); }},
+    {"farCentre", [](parvex_DistortionCorrection *h, bool s) { if (!s) parvex_DistortionCorrection_setInputCenter(h, 1e12, 3e9); }},
+    {"nanCentre", [](parvex_DistortionCorrection *h, bool s) { if (!s) parvex_DistortionCorrection_setInputCenter(h, kNaN, kNaN); }},
+    {"infCentre", [](parvex_DistortionCorrection *h, bool s) { if (!s) parvex_DistortionCorrection_setInputCenter(h, INFINITY, 5); }},
+    {"nanStrength", [](parvex_DistortionCorrection *h, bool s) { if (!s) parvex_DistortionCorrection_setCorrectionStrength(h, kNaN); }},
+    {"nanZoom", [](parvex_DistortionCorrection *h, bool s) { if (s) parvex_DistortionCorrection_setZoomRatio(h, kNaN); }},
+    {"hugeZoom", [](parvex_DistortionCorrection *h, bool s) { if (s) parvex_DistortionCorrection_setZoomRatio(h, 1e300); }},
+    {"infZoom", [](parvex_DistortionCorrection *h, bool s) { if (s) parvex_DistortionCorrection_setZoomRatio(h, INFINITY); }},
+    {"zoomWithCrop", [](parvex_DistortionCorrection *h, bool s) { if (s) { parvex_DistortionCorrection_setZoomRatio(h, 1.7); parvex_DistortionCorrection_setCropRect(h, 0, 0, 1, 1); } }},
+};
+
+class HostileSettings : public ::testing::TestWithParam<std::tuple<int, const char *>> {};
+
+TEST_P(HostileSettings, StayInsideTheDestination) {
+    const Hostile &hostile = kHostile[std::get<0>(GetParam())];
+    const FormatCase &fc = formatCase(std::get<1>(GetParam()));
+    Engine e(coefficientParam(fc.name, 320, 240, -0.25));
+    ASSERT_EQ(PARVEX_OK, e.status());
+    hostile.apply(e.handle(), false);
+    ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_start(e.handle()));
+    hostile.apply(e.handle(), true);
+    Frame in(fc.format, 320, 240), out(fc.format, 320, 240);
+    fillSmooth(in, fc);
+    const parvex_ImageDataEx d = out.dataEx(), s = in.dataEx();
+    const uint32_t processed = parvex_DistortionCorrection_processEx(e.handle(), &d, &s);
+    const uint32_t distorted = parvex_DistortionCorrection_distortEx(e.handle(), &d, &s);
+    EXPECT_TRUE(processed == PARVEX_OK || (processed & 0x80000000u)) << std::hex << processed;
+    EXPECT_TRUE(distorted == PARVEX_OK || (distorted & 0x80000000u)) << std::hex << distorted;
+    EXPECT_TRUE(out.bandsIntact());
+    EXPECT_TRUE(in.bandsIntact());
+}
+
+INSTANTIATE_TEST_SUITE_P(Cases, HostileSettings,
+                         ::testing::Combine(::testing::Range(0, int(sizeof kHostile / sizeof kHostile[0])),
+                                            ::testing::Values("RGB888", "YUV420_PLANAR", "YUV420_SEMIPLANAR")),
+                         [](const ::testing::TestParamInfo<std::tuple<int, const char *>> &i) {
+                             return std::string(kHostile[std::get<0>(i.param)].name) + "_" + std::get<1>(i.param);
+                         });
+
+TEST(HostileLens, FoldingCoefficientsAndOddOutputsStayInside) {
+    for (const char *format : {"RGB888", "YUV420_PLANAR", "YVU420_SEMIPLANAR"}) {
+        const FormatCase &fc = formatCase(format);
+        for (double k1 : {-2.0, 5.0, -1e30}) {
+            Engine e(coefficientParam(format, 320, 240, k1, 1.5, -3));
+            ASSERT_EQ(PARVEX_OK, e.status());
+            ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_setOutputImageSize(e.handle(), 1001, 333));
+            ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_start(e.handle()));
+            Frame in(fc.format, 320, 240), out(fc.format, 1001, 333);
+            fillSmooth(in, fc);
+            const parvex_ImageDataEx d = out.dataEx(), s = in.dataEx();
+            EXPECT_EQ(PARVEX_OK, parvex_DistortionCorrection_processEx(e.handle(), &d, &s)) << format << " " << k1;
+            EXPECT_EQ(PARVEX_OK, parvex_DistortionCorrection_distortEx(e.handle(), &d, &s)) << format << " " << k1;
+            EXPECT_TRUE(out.bandsIntact()) << format << " " << k1;
+        }
+    }
+}
+
+TEST(HostileLens, GarbagePointTablesStayInside) {
+    const std::vector<double> xs = {0.5, 0.2, kNaN, 1e300, -4}, ys = {kNaN, 1e308, -1e308, 0, INFINITY};
+    for (const char *format : {"RGB888", "YUV420_SEMIPLANAR"}) {
+        const FormatCase &fc = formatCase(format);
+        Engine e(pvx_test::tableParam(format, 320, 240, xs, ys));
+        ASSERT_EQ(PARVEX_OK, e.status());
+        ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_start(e.handle()));
+        Frame in(fc.format, 320, 240), out(fc.format, 320, 240);
+        const parvex_ImageDataEx d = out.dataEx(), s = in.dataEx();
+        const uint32_t status = parvex_DistortionCorrection_processEx(e.handle(), &d, &s);
+        EXPECT_TRUE(status == PARVEX_OK || (status & 0x80000000u));
+        EXPECT_TRUE(out.bandsIntact()) << format;
+    }
+}
+
+TEST(ProcessEx, RefusesPitchesShorterThanARow) {
+    Rig r("YUV420_PLANAR");
+    ASSERT_EQ(PARVEX_OK, r.start());
+    parvex_ImageDataEx d = r.out.dataEx(), s = r.in.dataEx();
+    ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_processEx(r.engine.handle(), &d, &s));
+    d.pitch[2] = 319;
+    EXPECT_EQ(PARVEX_ERROR_PARAM, parvex_DistortionCorrection_processEx(r.engine.handle(), &d, &s));
+}
+
+}  // namespace
