@@ -9,8 +9,9 @@
 namespace {
 
 // The caller's record in the engine's format must name every plane the
-// format has; a record with a missing plane is refused before anything is
-// touched, so the engine never allocates or draws on its behalf.
+// format has (and, with pitches, rows no shorter than the format's); such a
+// record is refused before it is wrapped, so the engine never allocates or
+// draws on its behalf.
 template <typename Record>
 bool hasPlanes(const Record *image, int32_t format) {
     const int32_t planes = pvx_Image_getPlaneCount(format);
@@ -75,12 +76,11 @@ template <typename Record>
 uint32_t runFrame(parvex_DistortionCorrection *handle, const Record *output, const Record *input, bool distort) {
     if (!handle || !output || !input) return PARVEX_ERROR_PARAM;
     pvx_EngineContext *ctx = pvx_Engine_context(handle);
-    if (!ctx) return PARVEX_ERROR_STATE;
+    if (!ctx || !(ctx->state & PVX_ENGINE_STARTED)) return PARVEX_ERROR_STATE;
     if (!isValidRecord(output, ctx->format) || !isValidRecord(input, ctx->format)) return PARVEX_ERROR_PARAM;
 
     fillImage(&ctx->src_image, input, ctx->format);
     fillImage(&ctx->dst_image, output, ctx->format);
-    if (!(ctx->state & PVX_ENGINE_STARTED)) return PARVEX_ERROR_STATE;
     if (input->width != ctx->in_width || input->height != ctx->in_height || output->width != ctx->out_width ||
         output->height != ctx->out_height)
         return PARVEX_ERROR_STATE;
