@@ -18,9 +18,11 @@
 enum : uint32_t {
     PVX_PEL_SLOT_MASK = 0x3FFFu,   // low 14 bits of a handle: the command slot
     PVX_PEL_NO_NODE = 0x3FFFu,     // end of a dependency node chain
+    PVX_PEL_NO_BLOCK = 0xFFFFu,
+};
+enum : int32_t {
     PVX_PEL_MAX_BLOCKS = 256,      // per-worker entries shared out as 256 / W blocks of W
     PVX_PEL_CPU_LIST = 32,
-    PVX_PEL_NO_BLOCK = 0xFFFFu,
 };
 
 // One command: what the pool knows about a submission beyond its descriptor
