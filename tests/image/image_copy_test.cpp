@@ -1,0 +1,366 @@
+// Image copy and partial copy.
+#include <stdint.h>
+#include <string.h>
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <vector>
+
+#include "image/pvx_image.h"
+#include "tests/image/image_test_util.h"
+#include "tests/support/test_random.h"
+
+namespace {
+
+using pvx_image_test::GuardedImage;
+using pvx_image_test::GuardedPlane;
+using pvx_image_test::TestHeap;
+
+// Snapshot of every byte of every plane of a guarded image.
+std::vector<std::vector<uint8_t>> snapshot(const GuardedImage &g) {
+    std::vector<std::vector<uint8_t>> out;
+    for (const GuardedPlane &p : g.planes) {
+        out.emplace_back(p.buf ? std::vector<uint8_t>(p.start, p.start + p.bytes) : std::vector<uint8_t>());
+    }
+    return out;
+}
+
+uint8_t at(const pvx_Image &img, int plane, int64_t row, int64_t byte) {
+    return img.dat[plane][row * img.pitch[plane] + byte];
+}
+
+TEST(ImageCopy, SemiplanarOddWidthCopiesLuma321AndChroma322) {
+    for (int64_t guard : {0, 16}) {
+        auto rng = pvx_test::makeRng(1);
+        GuardedImage src(321, 241, PVX_FORMAT_YUV420_SEMIPLANAR, 7, guard);
+        GuardedImage dst(321, 241, PVX_FORMAT_YUV420_SEMIPLANAR, 3, guard);
+        src.fill(rng);
+        dst.fill([] { return 0xEE; });
+        ASSERT_EQ(pvx_Image_copy(&dst.img, &src.img), PVX_OK);
+        EXPECT_TRUE(dst.guardsIntact());
+        EXPECT_TRUE(src.guardsIntact());
+        // Luma: 241 rows of 321 bytes; the rest of each row stays.
+        for (int64_t r = 0; r < 241; ++r) {
+            for (int64_t b = 0; b < dst.img.pitch[0] && r * dst.img.pitch[0] + b < dst.planes[0].bytes; ++b) {
+                const uint8_t expect = b < 321 ? at(src.img, 0, r, b) : 0xEE;
+                ASSERT_EQ(at(dst.img, 0, r, b), expect) << "luma row " << r << " byte " << b;
+            }
+        }
+        // Chroma: 121 rows of 322 bytes (161 pairs).
+        for (int64_t r = 0; r < 121; ++r) {
+            for (int64_t b = 0; b < dst.img.pitch[1] && r * dst.img.pitch[1] + b < dst.planes[1].bytes; ++b) {
+                const uint8_t expect = b < 322 ? at(src.img, 1, r, b) : 0xEE;
+                ASSERT_EQ(at(dst.img, 1, r, b), expect) << "chroma row " << r << " byte " << b;
+            }
+        }
+        EXPECT_EQ(dst.planes[0].bytes, 240 * (322 + 3) + 321);
+        EXPECT_EQ(dst.planes[1].bytes, 120 * (322 + 3) + 322);
+    }
+}
+
+// Every format, odd and even sizes, differing pitches: each plane's rows of
+// the copy extent arrive, nothing else is written.
+TEST(ImageCopy, EveryFormatBetweenDifferentPitches) {
+    auto rng = pvx_test::makeRng(2);
+    std::uniform_int_distribution<int32_t> size(1, 23), pad(0, 9);
+    for (int32_t f = 1; f < 68; ++f) {
+        for (int round = 0; round < pvx_test::rounds(4); ++round) {
+            const int32_t w = size(rng), h = size(rng);
+            GuardedImage src(w, h, f, pad(rng), round & 1 ? 8 : 0);
+            GuardedImage dst(w, h, f, pad(rng), round & 1 ? 8 : 0);
+            src.fill(rng);
+            dst.fill(rng);
+            const auto before = snapshot(dst);
+            ASSERT_EQ(pvx_Image_copy(&dst.img, &src.img), PVX_OK) << f;
+            ASSERT_TRUE(dst.guardsIntact());
+            for (int p = 0; p < 3; ++p) {
+                const pvx_PlaneSize e = pvx_Image_getPlaneExtent(w, h, f, p);
+                for (int64_t i = 0; i < dst.planes[p].bytes; ++i) {
+                    const int64_t r = i / dst.img.pitch[p], b = i % dst.img.pitch[p];
+                    const uint8_t expect = (r < e.rows && b < e.pitch) ? at(src.img, p, r, b) : before[p][i];
+                    ASSERT_EQ(dst.planes[p].start[i], expect)
+                        << pvx_Image_getImageFormatStr(f) << " " << w << "x" << h << " plane " << p << " row " << r
+                        << " byte " << b;
+                }
+            }
+        }
+    }
+}
+
+TEST(ImageCopy, OwnedDestinationTakesSourceShape) {
+    TestHeap heap;
+    auto rng = pvx_test::makeRng(3);
+    GuardedImage src(33, 17, PVX_FORMAT_YUV420_PLANAR, 5);
+    src.fill(rng);
+    pvx_Image dst;
+    pvx_construct_Image(&dst, heap.env());
+    ASSERT_EQ(pvx_Image_copy(&dst, &src.img), PVX_OK);
+    EXPECT_EQ(dst.external, 0);
+    EXPECT_EQ(dst.width, 33);
+    EXPECT_EQ(dst.height, 17);
+    EXPECT_EQ(dst.format, 26);
+    EXPECT_EQ(dst.pitch[0], 34);
+    EXPECT_EQ(dst.pitch[1], 17);
+    for (int p = 0; p < 3; ++p) {
+        const pvx_PlaneSize e = pvx_Image_getPlaneExtent(33, 17, 26, p);
+        for (int64_t r = 0; r < e.rows; ++r) {
+            ASSERT_EQ(memcmp(pvx_Image_row(&dst, p, static_cast<int32_t>(r)), pvx_Image_row(&src.img, p, static_cast<int32_t>(r)),
+                             static_cast<size_t>(e.pitch)), 0);
+        }
+    }
+    uint8_t *const block = dst.dat[0];
+    const uint32_t used = heap.used();
+    ASSERT_EQ(pvx_Image_copy(&dst, &src.img), PVX_OK);
+    EXPECT_EQ(dst.dat[0], block);
+    EXPECT_EQ(heap.used(), used);
+
+    // The allocation failing leaves the destination empty.
+    TestHeap small(4096);
+    pvx_Image tiny;
+    pvx_construct_Image(&tiny, small.env());
+    GuardedImage big(100, 100, PVX_FORMAT_RGB888);
+    EXPECT_EQ(pvx_Image_copy(&tiny, &big.img), PVX_ERROR_NOMEM);
+    EXPECT_EQ(tiny.dat[0], nullptr);
+    EXPECT_EQ(tiny.width, 0);
+    EXPECT_EQ(small.used(), 0u);
+
+    EXPECT_EQ(pvx_destruct_Image(&dst), PVX_OK);
+    EXPECT_EQ(heap.used(), 0u);
+}
+
+TEST(ImageCopy, SameRecordOrSharedFirstPlaneCopiesNothing) {
+    TestHeap heap;
+    pvx_Image owner;
+    pvx_construct_Image(&owner, heap.env());
+    ASSERT_EQ(pvx_Image_init(&owner, 16, 16, nullptr, PVX_FORMAT_YUV420_SEMIPLANAR), PVX_OK);
+    const pvx_Image ownerBefore = owner;
+    EXPECT_EQ(pvx_Image_copy(&owner, &owner), PVX_OK);
+
+    // A view at the origin shares dat[0]: OK both ways, and neither record
+    // is re-shaped (the owner keeps 16 x 16 although the view is 8 x 4).
+    pvx_Image view;
+    pvx_construct_Image(&view, nullptr);
+    ASSERT_EQ(pvx_Image_initSubImage(&view, &owner, 0, 0, 8, 4), PVX_OK);
+    const pvx_Image viewBefore = view;
+    EXPECT_EQ(pvx_Image_copy(&owner, &view), PVX_OK);
+    EXPECT_EQ(memcmp(&owner, &ownerBefore, sizeof(owner)), 0);
+    EXPECT_EQ(pvx_Image_copy(&view, &owner), PVX_OK);
+    EXPECT_EQ(memcmp(&view, &viewBefore, sizeof(view)), 0);
+
+    // A source that lives elsewhere in the owner's block would be freed by
+    // re-shaping the owner: refused.
+    ASSERT_EQ(pvx_Image_initSubImage(&view, &owner, 2, 2, 8, 4), PVX_OK);
+    EXPECT_EQ(pvx_Image_copy(&owner, &view), PVX_ERROR_PARAM);
+    EXPECT_EQ(memcmp(&owner, &ownerBefore, sizeof(owner)), 0);
+    EXPECT_EQ(pvx_destruct_Image(&owner), PVX_OK);
+    EXPECT_EQ(heap.used(), 0u);
+}
+
+TEST(ImageCopy, RefusedBeforeAnyPixelIsWritten) {
+    struct Case {
+        const char *what;
+        void (*spoilSrc)(pvx_Image *);
+        void (*spoilDst)(pvx_Image *);
+    };
+    auto none = [](pvx_Image *) {};
+    const Case cases[] = {
+        {"src dat[0] null", [](pvx_Image *p) { p->dat[0] = nullptr; }, none},
+        {"src width 0", [](pvx_Image *p) { p->width = 0; }, none},
+        {"src height 0", [](pvx_Image *p) { p->height = 0; }, none},
+        {"src width < 0", [](pvx_Image *p) { p->width = -5; }, none},
+        {"src format 0", [](pvx_Image *p) { p->format = 0; }, none},
+        {"src format 68", [](pvx_Image *p) { p->format = 68; }, none},
+        {"src dat[1] null", [](pvx_Image *p) { p->dat[1] = nullptr; }, none},
+        {"src dat[2] null", [](pvx_Image *p) { p->dat[2] = nullptr; }, none},
+        {"dst width", none, [](pvx_Image *p) { p->width = 7; }},
+        {"dst height", none, [](pvx_Image *p) { p->height = 9; }},
+        {"dst format", none, [](pvx_Image *p) { p->format = PVX_FORMAT_YUV422_PLANAR; }},
+        {"dst dat[0] null", none, [](pvx_Image *p) { p->dat[0] = nullptr; }},
+        {"dst dat[1] null", none, [](pvx_Image *p) { p->dat[1] = nullptr; }},
+        {"dst dat[2] null", none, [](pvx_Image *p) { p->dat[2] = nullptr; }},
+    };
+    for (const Case &c : cases) {
+        GuardedImage src(8, 8, PVX_FORMAT_YUV420_PLANAR, 0, 8);
+        GuardedImage dst(8, 8, PVX_FORMAT_YUV420_PLANAR, 0, 8);
+        src.fill([] { return 1; });
+        const auto before = snapshot(dst);
+        c.spoilSrc(&src.img);
+        c.spoilDst(&dst.img);
+        const pvx_Image dstRecord = dst.img;
+        EXPECT_EQ(pvx_Image_copy(&dst.img, &src.img), PVX_ERROR_PARAM) << c.what;
+        EXPECT_EQ(snapshot(dst), before) << c.what;
+        EXPECT_EQ(memcmp(&dst.img, &dstRecord, sizeof(dstRecord)), 0) << c.what;
+    }
+    GuardedImage img(4, 4, PVX_FORMAT_UINT8);
+    EXPECT_EQ(pvx_Image_copy(nullptr, &img.img), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_Image_copy(&img.img, nullptr), PVX_ERROR_PARAM);
+    // Two empty records share a null dat[0]: nothing to do.
+    pvx_Image a, b;
+    pvx_construct_Image(&a, nullptr);
+    pvx_construct_Image(&b, nullptr);
+    EXPECT_EQ(pvx_Image_copy(&a, &b), PVX_OK);
+}
+
+// ---- partial copy ------------------------------------------------------------
+
+// Reference for an aligned rectangle: a byte of plane p at (row r, byte b)
+// belongs to the unit of pixels it stores; it is copied when that unit's
+// first pixel lies inside the rectangle.
+struct Rect { int32_t dx, dy, sx, sy, w, h; };
+
+void expectPartial(const GuardedImage &dst, const std::vector<std::vector<uint8_t>> &before,
+                   const std::vector<std::vector<uint8_t>> &srcBytes, const pvx_Image &src, const Rect &rc,
+                   const char *what) {
+    const pvx_FormatLayout *layout = pvx_Image_getFormatLayout(src.format);
+    for (int p = 0; p < 3; ++p) {
+        const pvx_PlaneLayout &pl = layout->plane[p];
+        if (pl.bytes == 0) continue;
+        for (int64_t i = 0; i < dst.planes[p].bytes; ++i) {
+            const int64_t r = i / dst.img.pitch[p], b = i % dst.img.pitch[p];
+            // First pixel of this byte's unit, in destination coordinates.
+            const int64_t px = b / pl.bytes << pl.xshift, py = r / pl.rows << pl.yshift;
+            const bool inside = px >= rc.dx && px < rc.dx + rc.w && py >= rc.dy && py < rc.dy + rc.h &&
+                                b < pvx_Image_getPlaneExtent(dst.img.width, dst.img.height, src.format, p).pitch;
+            uint8_t expect = before[p][i];
+            if (inside) {
+                const int64_t sr = r - (rc.dy >> pl.yshift) * pl.rows + (rc.sy >> pl.yshift) * pl.rows;
+                const int64_t sb = b - (rc.dx >> pl.xshift) * pl.bytes + (rc.sx >> pl.xshift) * pl.bytes;
+                expect = srcBytes[p][sr * src.pitch[p] + sb];
+            }
+            ASSERT_EQ(dst.planes[p].start[i], expect) << what << " plane " << p << " row " << r << " byte " << b;
+        }
+    }
+}
+
+TEST(ImagePartialCopy, AlignedRectanglesAgainstReference) {
+    auto rng = pvx_test::makeRng(4);
+    const int32_t formats[] = {PVX_FORMAT_UINT8, PVX_FORMAT_RGB888, PVX_FORMAT_LAB, PVX_FORMAT_YUV422_YUYV,
+                               PVX_FORMAT_YUV420_PLANAR, PVX_FORMAT_YUV420_SEMIPLANAR, PVX_FORMAT_YVU422_SEMIPLANAR,
+                               PVX_FORMAT_YUV422_PLANAR, PVX_FORMAT_YUV444_PLANAR, PVX_FORMAT_BAYER10_M8L2PACKED_RGGB,
+                               PVX_FORMAT_YUV9_44_UV};
+    for (int32_t f : formats) {
+        const pvx_FormatLayout *layout = pvx_Image_getFormatLayout(f);
+        const int32_t ax = 1 << layout->xalign, ay = 1 << layout->yalign;
+        for (int round = 0; round < pvx_test::rounds(40); ++round) {
+            const int32_t sw = 8 + static_cast<int32_t>(rng() % 20), sh = 8 + static_cast<int32_t>(rng() % 12);
+            const int32_t dw = 8 + static_cast<int32_t>(rng() % 20), dh = 8 + static_cast<int32_t>(rng() % 12);
+            GuardedImage src(sw, sh, f, static_cast<int32_t>(rng() % 5), 0);
+            GuardedImage dst(dw, dh, f, static_cast<int32_t>(rng() % 5), 8);
+            src.fill(rng);
+            dst.fill(rng);
+            Rect rc;
+            rc.w = static_cast<int32_t>(rng() % ((sw < dw ? sw : dw) / ax + 1)) * ax;
+            rc.h = static_cast<int32_t>(rng() % ((sh < dh ? sh : dh) / ay + 1)) * ay;
+            rc.sx = static_cast<int32_t>(rng() % ((sw - rc.w) / ax + 1)) * ax;
+            rc.sy = static_cast<int32_t>(rng() % ((sh - rc.h) / ay + 1)) * ay;
+            rc.dx = static_cast<int32_t>(rng() % ((dw - rc.w) / ax + 1)) * ax;
+            rc.dy = static_cast<int32_t>(rng() % ((dh - rc.h) / ay + 1)) * ay;
+            const auto before = snapshot(dst);
+            const auto srcBytes = snapshot(src);
+            ASSERT_EQ(pvx_Image_partialCopy(&dst.img, &src.img, rc.dx, rc.dy, rc.sx, rc.sy, rc.w, rc.h), PVX_OK)
+                << pvx_Image_getImageFormatStr(f);
+            ASSERT_TRUE(dst.guardsIntact());
+            expectPartial(dst, before, srcBytes, src.img, rc, pvx_Image_getImageFormatStr(f));
+        }
+    }
+}
+
+TEST(ImagePartialCopy, WholeImageEqualsCopy) {
+    auto rng = pvx_test::makeRng(5);
+    for (int32_t f : {int32_t{PVX_FORMAT_YUV420_SEMIPLANAR}, int32_t{PVX_FORMAT_YUV420_PLANAR}, int32_t{PVX_FORMAT_YUV422_UYVY},
+                      48, int32_t{PVX_FORMAT_YUV9_44_VU}}) {
+        GuardedImage src(21, 13, f, 3);
+        GuardedImage a(21, 13, f, 1), b(21, 13, f, 1);
+        src.fill(rng);
+        a.fill([] { return 0; });
+        b.fill([] { return 0; });
+        ASSERT_EQ(pvx_Image_copy(&a.img, &src.img), PVX_OK);
+        ASSERT_EQ(pvx_Image_partialCopy(&b.img, &src.img, 0, 0, 0, 0, 21, 13), PVX_OK) << f;
+        EXPECT_EQ(snapshot(a), snapshot(b)) << f;
+    }
+}
+
+TEST(ImagePartialCopy, OddSizeOnlyAtTheSharedEdge) {
+    GuardedImage src(11, 9, PVX_FORMAT_YUV420_SEMIPLANAR);
+    GuardedImage dst(15, 9, PVX_FORMAT_YUV420_SEMIPLANAR);
+    GuardedImage dst2(11, 9, PVX_FORMAT_YUV420_SEMIPLANAR);
+    src.fill([] { return 9; });
+    // Width 7 from x 4 ends at src's edge but not at dst's (4 + 7 < 15).
+    EXPECT_EQ(pvx_Image_partialCopy(&dst.img, &src.img, 4, 0, 4, 0, 7, 4), PVX_ERROR_PARAM);
+    // Ends at both right edges: dst x 8 + 7 = 15, src x 4 + 7 = 11.
+    EXPECT_EQ(pvx_Image_partialCopy(&dst.img, &src.img, 8, 0, 4, 0, 7, 4), PVX_OK);
+    // Height 5 from y 4 reaches both bottom edges.
+    EXPECT_EQ(pvx_Image_partialCopy(&dst2.img, &src.img, 2, 4, 2, 4, 4, 5), PVX_OK);
+    EXPECT_EQ(pvx_Image_partialCopy(&dst2.img, &src.img, 2, 2, 2, 4, 4, 5), PVX_ERROR_PARAM);
+    EXPECT_TRUE(dst.guardsIntact());
+    EXPECT_TRUE(dst2.guardsIntact());
+}
+
+TEST(ImagePartialCopy, Refusals) {
+    struct Case { const char *what; int32_t format, dx, dy, sx, sy, w, h; pvx_Result expect; };
+    const Case cases[] = {
+        {"src x outside", PVX_FORMAT_UINT8, 0, 0, 9, 0, 8, 2, PVX_ERROR_PARAM},
+        {"src y outside", PVX_FORMAT_UINT8, 0, 0, 0, 7, 2, 2, PVX_ERROR_PARAM},
+        {"dst x outside", PVX_FORMAT_UINT8, 11, 0, 0, 0, 2, 2, PVX_ERROR_PARAM},
+        {"dst y outside", PVX_FORMAT_UINT8, 0, 7, 0, 0, 2, 2, PVX_ERROR_PARAM},
+        {"negative dx", PVX_FORMAT_UINT8, -1, 0, 0, 0, 2, 2, PVX_ERROR_PARAM},
+        {"negative sy", PVX_FORMAT_UINT8, 0, 0, 0, -1, 2, 2, PVX_ERROR_PARAM},
+        {"negative width", PVX_FORMAT_UINT8, 4, 0, 4, 0, -2, 2, PVX_ERROR_PARAM},
+        {"negative height", PVX_FORMAT_UINT8, 0, 4, 0, 4, 2, -2, PVX_ERROR_PARAM},
+        {"overflowing x", PVX_FORMAT_UINT8, INT32_MAX, 0, 0, 0, 2, 2, PVX_ERROR_PARAM},
+        {"overflowing width", PVX_FORMAT_UINT8, 1, 0, 1, 0, INT32_MAX, 2, PVX_ERROR_PARAM},
+        {"odd x 4:2:0", PVX_FORMAT_YUV420_PLANAR, 1, 0, 1, 0, 2, 2, PVX_ERROR_PARAM},
+        {"odd y 4:2:0", PVX_FORMAT_YUV420_SEMIPLANAR, 0, 0, 0, 1, 2, 2, PVX_ERROR_PARAM},
+        {"odd width 4:2:0", PVX_FORMAT_YUV420_SEMIPLANAR, 0, 0, 0, 0, 3, 2, PVX_ERROR_PARAM},
+        {"odd height 4:2:0", PVX_FORMAT_YUV420_SEMIPLANAR, 0, 0, 0, 0, 2, 3, PVX_ERROR_PARAM},
+        {"odd x YUYV", PVX_FORMAT_YUV422_YUYV, 0, 0, 1, 0, 2, 2, PVX_ERROR_PARAM},
+        {"odd y YUYV is fine", PVX_FORMAT_YUV422_YUYV, 0, 1, 0, 1, 2, 3, PVX_OK},
+        {"x 2 packed Bayer", PVX_FORMAT_BAYER10_M8L2PACKED_RGGB, 2, 0, 0, 0, 4, 2, PVX_ERROR_PARAM},
+        {"x 4 packed Bayer", PVX_FORMAT_BAYER10_M8L2PACKED_RGGB, 4, 0, 0, 0, 4, 2, PVX_OK},
+        {"empty", PVX_FORMAT_YUV420_PLANAR, 4, 4, 4, 4, 0, 0, PVX_OK},
+        {"empty at the far edge", PVX_FORMAT_UINT8, 12, 0, 10, 0, 0, 6, PVX_OK},
+    };
+    for (const Case &c : cases) {
+        GuardedImage src(10, 8, c.format, 0, 4);
+        GuardedImage dst(12, 8, c.format, 0, 4);
+        src.fill([] { return 3; });
+        const auto before = snapshot(dst);
+        EXPECT_EQ(pvx_Image_partialCopy(&dst.img, &src.img, c.dx, c.dy, c.sx, c.sy, c.w, c.h), c.expect) << c.what;
+        if (c.expect != PVX_OK) {
+            EXPECT_EQ(snapshot(dst), before) << c.what;
+        }
+        EXPECT_TRUE(dst.guardsIntact());
+    }
+
+    GuardedImage a(8, 8, PVX_FORMAT_YUV420_PLANAR), b(8, 8, PVX_FORMAT_YUV420_SEMIPLANAR);
+    EXPECT_EQ(pvx_Image_partialCopy(&a.img, &b.img, 0, 0, 0, 0, 2, 2), PVX_ERROR_FORMAT);
+    EXPECT_EQ(pvx_Image_partialCopy(nullptr, &b.img, 0, 0, 0, 0, 2, 2), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_Image_partialCopy(&a.img, nullptr, 0, 0, 0, 0, 2, 2), PVX_ERROR_PARAM);
+    GuardedImage c(8, 8, PVX_FORMAT_YUV420_PLANAR);
+    c.img.dat[2] = nullptr;
+    EXPECT_EQ(pvx_Image_partialCopy(&c.img, &a.img, 0, 0, 0, 0, 2, 2), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_Image_partialCopy(&a.img, &c.img, 0, 0, 0, 0, 2, 2), PVX_ERROR_PARAM);
+    pvx_Image none;
+    pvx_construct_Image(&none, nullptr);
+    EXPECT_EQ(pvx_Image_partialCopy(&none, &none, 0, 0, 0, 0, 0, 0), PVX_ERROR_PARAM);
+}
+
+// A rectangle moved within one image arrives as if read before any write.
+TEST(ImagePartialCopy, OverlappingMoveWithinOneImage) {
+    auto rng = pvx_test::makeRng(6);
+    for (const Rect rc : {Rect{2, 4, 0, 0, 12, 8}, Rect{0, 0, 2, 4, 12, 8}, Rect{4, 0, 0, 0, 12, 12},
+                          Rect{0, 2, 0, 0, 16, 10}}) {
+        GuardedImage img(16, 12, PVX_FORMAT_YUV420_SEMIPLANAR, 2, 8);
+        img.fill(rng);
+        GuardedImage copy(16, 12, PVX_FORMAT_YUV420_SEMIPLANAR, 2, 8);
+        ASSERT_EQ(pvx_Image_copy(&copy.img, &img.img), PVX_OK);
+        const auto before = snapshot(img);
+        const auto srcBytes = snapshot(img);
+        ASSERT_EQ(pvx_Image_partialCopy(&img.img, &img.img, rc.dx, rc.dy, rc.sx, rc.sy, rc.w, rc.h), PVX_OK);
+        expectPartial(img, before, srcBytes, copy.img, rc, "move");
+        EXPECT_TRUE(img.guardsIntact());
+    }
+}
+
+}  // namespace

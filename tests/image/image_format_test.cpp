@@ -1,0 +1,302 @@
+// Format names, predicates, the layout table and the size rule.
+#include <stdint.h>
+#include <string.h>
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "image/pvx_image_format.h"
+
+namespace {
+
+const char *const kAllNames[68] = {
+    "NONE", "RGB565", "RGB888", "BGR888", "BGRA8888", "BRGA8888", "GBRA8888", "GRBA8888", "RBGA8888",
+    "RGBA8888", "ABGR8888", "ABRG8888", "AGBR8888", "AGRB8888", "ARBG8888", "ARGB8888", "YUV422_YUYV",
+    "YUV422_YVYU", "YUV422_YYUV", "YUV422_YYVU", "YUV422_VYUY", "YUV422_UYVY", "YUV422_VUYY", "YUV422_UVYY",
+    "YUV422_PLANAR", "YUV422_SEMIPLANAR", "YUV420_PLANAR", "YUV420_SEMIPLANAR", "YVU422_SEMIPLANAR",
+    "YVU420_SEMIPLANAR", "YUV444_YUV", "YUV444_YVU", "YUV444_UYV", "YUV444_VYU", "YUV444_UVY", "YUV444_VUY",
+    "YUV444_PLANAR", "BAYER8_RGGB", "BAYER8_GRBG", "BAYER8_GBRG", "BAYER8_BGGR", "BAYER10_UNPACKED_RGGB",
+    "BAYER10_UNPACKED_GRBG", "BAYER10_UNPACKED_GBRG", "BAYER10_UNPACKED_BGGR", "BAYER10_M8L2PACKED_RGGB",
+    "BAYER10_M8L2PACKED_GRBG", "BAYER10_M8L2PACKED_GBRG", "BAYER10_M8L2PACKED_BGGR", "BAYER12_UNPACKED_RGGB",
+    "BAYER12_UNPACKED_GRBG", "BAYER12_UNPACKED_GBRG", "BAYER12_UNPACKED_BGGR", "BAYER16_RGGB", "BAYER16_GRBG",
+    "BAYER16_GBRG", "BAYER16_BGGR", "UINT8", "INT32", "HSV", "LAB", "UINT16", "RGB161616", "FLOAT", "UINT88",
+    "INT16", "YUV9_44_UV", "YUV9_44_VU",
+};
+
+TEST(ImageFormatNames, RoundTripForAll68) {
+    for (int32_t f = 0; f < 68; ++f) {
+        EXPECT_STREQ(pvx_Image_getImageFormatStr(f), kAllNames[f]) << f;
+        EXPECT_EQ(pvx_Image_getImageFormat(kAllNames[f]), f) << kAllNames[f];
+        // A copy of the text, so that matching is by content, not by address.
+        const std::string copy(kAllNames[f]);
+        EXPECT_EQ(pvx_Image_getImageFormat(copy.c_str()), f);
+    }
+}
+
+TEST(ImageFormatNames, UnknownValuesAndTexts) {
+    for (int32_t f : {68, 69, 1000, INT32_MAX, -1, INT32_MIN}) {
+        EXPECT_STREQ(pvx_Image_getImageFormatStr(f), "(unknown)") << f;
+    }
+    EXPECT_EQ(pvx_Image_getImageFormat(nullptr), 0);
+    for (const char *name : {"", "yuv420_planar", "Yuv420_Planar", "YUV420_PLANAR ", " YUV420_PLANAR",
+                             "YUV420_PLANA", "YUV420_PLANARX", "(unknown)", "rgb888"}) {
+        EXPECT_EQ(pvx_Image_getImageFormat(name), 0) << '"' << name << '"';
+    }
+    EXPECT_EQ(pvx_Image_getImageFormat("YUV420_PLANAR"), 26);
+}
+
+// Each predicate with its exact range: true inside, false one beyond each end.
+struct PredicateCase {
+    const char *name;
+    bool (*fn)(int32_t);
+    std::initializer_list<int32_t> members;
+};
+
+TEST(ImageFormatPredicates, ExactRanges) {
+    const PredicateCase cases[] = {
+        {"isRgb", pvx_Image_isRgb, {1, 2, 3}},
+        {"isUint8888", pvx_Image_isUint8888, {4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15}},
+        {"isYuv", pvx_Image_isYuv, {16, 17, 18, 19, 20, 21, 22, 23, 24, 25, 26, 27, 28, 29, 30, 31, 32, 33, 34,
+                                    35, 36}},
+        {"isYuv422Interleaved", pvx_Image_isYuv422Interleaved, {16, 17, 18, 19, 20, 21, 22, 23}},
+        {"isYuv422", pvx_Image_isYuv422, {16, 17, 18, 19, 20, 21, 22, 23, 24, 25}},
+        {"isYvu422", pvx_Image_isYvu422, {28}},
+        {"isYuv420", pvx_Image_isYuv420, {26, 27}},
+        {"isYvu420", pvx_Image_isYvu420, {29}},
+        {"isYuv444Interleaved", pvx_Image_isYuv444Interleaved, {30, 31, 32, 33, 34, 35}},
+        {"isYuv444", pvx_Image_isYuv444, {30, 31, 32, 33, 34, 35, 36}},
+        {"isYuvPlanar", pvx_Image_isYuvPlanar, {24, 26, 36}},
+        {"isYuvSemiplanar", pvx_Image_isYuvSemiplanar, {25, 27}},
+        {"isYvuSemiplanar", pvx_Image_isYvuSemiplanar, {28, 29}},
+        {"isBayer8", pvx_Image_isBayer8, {37, 38, 39, 40}},
+    };
+    for (const PredicateCase &c : cases) {
+        for (int32_t f = -2; f < 70; ++f) {
+            bool member = false;
+            for (int32_t m : c.members) member = member || m == f;
+            EXPECT_EQ(c.fn(f), member) << c.name << "(" << f << ")";
+        }
+        EXPECT_FALSE(c.fn(INT32_MIN)) << c.name;
+        EXPECT_FALSE(c.fn(INT32_MAX)) << c.name;
+    }
+}
+
+// The layout table as 16 bytes a row, transcribed group by group.
+struct LayoutGroup {
+    std::initializer_list<int32_t> formats;
+    uint8_t row[16];
+};
+
+TEST(ImageFormatLayout, TableBytes) {
+    const LayoutGroup groups[] = {
+        {{0}, {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
+        {{1, 41, 42, 43, 44, 49, 50, 51, 52, 53, 54, 55, 56, 61, 64, 65},
+         {2, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
+        {{2, 3, 30, 31, 32, 33, 34, 35, 59}, {3, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
+        {{4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 58, 63}, {4, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
+        {{16, 17, 18, 19, 20, 21, 22, 23}, {4, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0}},
+        {{24}, {1, 0, 1, 0, 1, 1, 1, 0, 1, 1, 1, 0, 0, 1, 0, 0}},
+        {{25, 28}, {1, 0, 1, 0, 2, 1, 1, 0, 0, 0, 0, 0, 0, 1, 0, 0}},
+        {{26}, {1, 0, 1, 0, 1, 1, 1, 1, 1, 1, 1, 1, 0, 1, 0, 1}},
+        {{27, 29}, {1, 0, 1, 0, 2, 1, 1, 1, 0, 0, 0, 0, 0, 1, 0, 1}},
+        {{36}, {1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 0, 0, 0, 0}},
+        {{37, 38, 39, 40, 57}, {1, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
+        {{45, 46, 47, 48}, {5, 2, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 2, 0, 0}},
+        {{60}, {12, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
+        {{62}, {6, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
+        {{66, 67}, {1, 0, 1, 0, 2, 2, 1, 2, 0, 0, 0, 0, 0, 2, 0, 2}},
+    };
+    int seen[68] = {};
+    for (const LayoutGroup &g : groups) {
+        for (int32_t f : g.formats) {
+            ++seen[f];
+            uint8_t bytes[16];
+            memcpy(bytes, pvx_Image_getFormatLayout(f), 16);
+            for (int i = 0; i < 16; ++i) EXPECT_EQ(bytes[i], g.row[i]) << "format " << f << " byte " << i;
+        }
+    }
+    for (int f = 0; f < 68; ++f) EXPECT_EQ(seen[f], 1) << "format " << f << " listed once";
+    // Out of range: the row of NONE.
+    for (int32_t f : {-1, 68, INT32_MAX}) {
+        uint8_t bytes[16];
+        memcpy(bytes, pvx_Image_getFormatLayout(f), 16);
+        for (int i = 0; i < 16; ++i) EXPECT_EQ(bytes[i], 0);
+    }
+}
+
+// ---- size rule ---------------------------------------------------------------
+
+// An independent model of the planes, written per family of formats from
+// what the formats are (not from the layout table).
+enum class Kind { None, Packed, Yuv422Pair, Planar422, Semi422, Planar420, Semi420, Planar444, Bayer10Packed, Yuv9 };
+struct Model {
+    Kind kind;
+    int64_t bpp;   // Packed: bytes per pixel
+};
+
+Model modelOf(int32_t f) {
+    const std::string n = kAllNames[f];
+    auto starts = [&](const char *p) { return n.rfind(p, 0) == 0; };
+    if (n == "NONE") return {Kind::None, 0};
+    if (n == "YUV422_PLANAR") return {Kind::Planar422, 0};
+    if (n == "YUV422_SEMIPLANAR" || n == "YVU422_SEMIPLANAR") return {Kind::Semi422, 0};
+    if (n == "YUV420_PLANAR") return {Kind::Planar420, 0};
+    if (n == "YUV420_SEMIPLANAR" || n == "YVU420_SEMIPLANAR") return {Kind::Semi420, 0};
+    if (n == "YUV444_PLANAR") return {Kind::Planar444, 0};
+    if (starts("YUV422_")) return {Kind::Yuv422Pair, 0};
+    if (starts("YUV444_")) return {Kind::Packed, 3};
+    if (starts("BAYER10_M8L2PACKED")) return {Kind::Bayer10Packed, 0};
+    if (starts("BAYER8") || n == "UINT8") return {Kind::Packed, 1};
+    if (starts("BAYER") || n == "RGB565" || n == "UINT16" || n == "UINT88" || n == "INT16") return {Kind::Packed, 2};
+    if (n == "RGB888" || n == "BGR888" || n == "HSV") return {Kind::Packed, 3};
+    if (n.size() == 8 && n.substr(4) == "8888") return {Kind::Packed, 4};
+    if (n == "INT32" || n == "FLOAT") return {Kind::Packed, 4};
+    if (n == "LAB") return {Kind::Packed, 12};
+    if (n == "RGB161616") return {Kind::Packed, 6};
+    if (starts("YUV9_44")) return {Kind::Yuv9, 0};
+    ADD_FAILURE() << "no model for " << n;
+    return {Kind::None, 0};
+}
+
+int64_t up(int64_t v, int64_t m) { return (v + m - 1) / m * m; }
+
+// Planes as (pitch, rows); count returned.
+int modelPlanes(int32_t f, int64_t w, int64_t h, int64_t pitch[3], int64_t rows[3]) {
+    const Model m = modelOf(f);
+    const int64_t W2 = up(w, 2), H2 = up(h, 2), W4 = up(w, 4), H4 = up(h, 4);
+    auto set = [&](int i, int64_t p, int64_t r) { pitch[i] = p; rows[i] = r; };
+    switch (m.kind) {
+    case Kind::None: return 0;
+    case Kind::Packed: set(0, w * m.bpp, h); return 1;
+    case Kind::Yuv422Pair: set(0, W2 * 2, h); return 1;
+    case Kind::Planar422: set(0, W2, h); set(1, W2 / 2, h); set(2, W2 / 2, h); return 3;
+    case Kind::Semi422: set(0, W2, h); set(1, W2, h); return 2;
+    case Kind::Planar420: set(0, W2, H2); set(1, W2 / 2, H2 / 2); set(2, W2 / 2, H2 / 2); return 3;
+    case Kind::Semi420: set(0, W2, H2); set(1, W2, H2 / 2); return 2;
+    case Kind::Planar444: set(0, w, h); set(1, w, h); set(2, w, h); return 3;
+    case Kind::Bayer10Packed: set(0, W4 / 4 * 5, h); return 1;
+    case Kind::Yuv9: set(0, W4, H4); set(1, W4 / 4 * 2, H4 / 4); return 2;
+    }
+    return 0;
+}
+
+TEST(ImageSizeRule, WorkedExamples) {
+    // YUV420_PLANAR 321 x 241: planes 322 x 242, 161 x 121, 161 x 121.
+    EXPECT_EQ(pvx_Image_getSize(321, 241, 26, PVX_SIZE_Y_PITCH), 322);
+    EXPECT_EQ(pvx_Image_getSize(321, 241, 26, PVX_SIZE_Y_ROWS), 242);
+    EXPECT_EQ(pvx_Image_getSize(321, 241, 26, PVX_SIZE_Y), 322 * 242);
+    EXPECT_EQ(pvx_Image_getSize(321, 241, 26, PVX_SIZE_U_PITCH), 161);
+    EXPECT_EQ(pvx_Image_getSize(321, 241, 26, PVX_SIZE_U_ROWS), 121);
+    EXPECT_EQ(pvx_Image_getSize(321, 241, 26, PVX_SIZE_U), 161 * 121);
+    EXPECT_EQ(pvx_Image_getSize(321, 241, 26, PVX_SIZE_V_PITCH), 161);
+    EXPECT_EQ(pvx_Image_getSize(321, 241, 26, PVX_SIZE_V_ROWS), 121);
+    EXPECT_EQ(pvx_Image_getSize(321, 241, 26, PVX_SIZE_V), 161 * 121);
+    EXPECT_EQ(pvx_Image_getSize(321, 241, 26, PVX_SIZE_UV), 2 * 161 * 121);
+    EXPECT_EQ(pvx_Image_getSize(321, 241, 26, PVX_SIZE_UV_PITCH), 161);
+    EXPECT_EQ(pvx_Image_getSize(321, 241, 26, PVX_SIZE_UV_ROWS), 121);
+    EXPECT_EQ(pvx_Image_getSize(321, 241, 26, PVX_SIZE_IMAGE), 322 * 242 + 2 * 161 * 121);
+    EXPECT_EQ(pvx_Image_getSize(321, 241, 26, PVX_SIZE_PLANES), 3);
+    // RGB888 321 x 241: one plane of 963 x 241.
+    EXPECT_EQ(pvx_Image_getSize(321, 241, 2, PVX_SIZE_Y_PITCH), 963);
+    EXPECT_EQ(pvx_Image_getSize(321, 241, 2, PVX_SIZE_Y_ROWS), 241);
+    EXPECT_EQ(pvx_Image_getSize(321, 241, 2, PVX_SIZE_IMAGE), 963 * 241);
+    EXPECT_EQ(pvx_Image_getSize(321, 241, 2, PVX_SIZE_PLANES), 1);
+    EXPECT_EQ(pvx_Image_getSize(321, 241, 2, PVX_SIZE_U), 0);
+    EXPECT_EQ(pvx_Image_getSize(321, 241, 2, PVX_SIZE_UV), 0);
+    // Odd YUV420: luma counted at the even-rounded size.
+    EXPECT_EQ(pvx_Image_getSize(3, 3, 27, PVX_SIZE_Y), 4 * 4);
+    EXPECT_EQ(pvx_Image_getSize(3, 3, 27, PVX_SIZE_UV), 4 * 2);
+    EXPECT_EQ(pvx_Image_getSize(3, 3, 27, PVX_SIZE_IMAGE), 24);
+    EXPECT_EQ(pvx_Image_getSize(1, 1, 26, PVX_SIZE_IMAGE), 4 + 1 + 1);
+    // 1920 x 1080 semi-planar: the usual 1.5 bytes a pixel.
+    EXPECT_EQ(pvx_Image_getSize(1920, 1080, 27, PVX_SIZE_IMAGE), 1920 * 1080 * 3 / 2);
+    EXPECT_EQ(pvx_Image_getSize(1920, 1080, 29, PVX_SIZE_UV_ROWS), 540);
+    // Packed Bayer: 5 bytes per 4 pixels, width rounded up to 4.
+    EXPECT_EQ(pvx_Image_getSize(9, 2, 45, PVX_SIZE_Y_PITCH), 15);
+    // YUV9: chroma pairs per 4 x 4 block.
+    EXPECT_EQ(pvx_Image_getSize(5, 5, 66, PVX_SIZE_Y), 8 * 8);
+    EXPECT_EQ(pvx_Image_getSize(5, 5, 66, PVX_SIZE_UV), 4 * 2);
+}
+
+TEST(ImageSizeRule, EveryFormatAgainstModel) {
+    const int32_t sizes[] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 15, 16, 17, 320, 321, 1919, 6144};
+    for (int32_t f = 0; f < 68; ++f) {
+        for (int32_t w : sizes) {
+            for (int32_t h : sizes) {
+                int64_t pitch[3] = {0, 0, 0}, rows[3] = {0, 0, 0};
+                const int count = modelPlanes(f, w, h, pitch, rows);
+                int64_t total = 0;
+                for (int p = 0; p < 3; ++p) {
+                    SCOPED_TRACE(::testing::Message() << kAllNames[f] << " " << w << "x" << h << " plane " << p);
+                    EXPECT_EQ(pvx_Image_getSize(w, h, f, PVX_SIZE_Y + 3 * p), pitch[p] * rows[p]);
+                    EXPECT_EQ(pvx_Image_getSize(w, h, f, PVX_SIZE_Y_PITCH + 3 * p), pitch[p]);
+                    EXPECT_EQ(pvx_Image_getSize(w, h, f, PVX_SIZE_Y_ROWS + 3 * p), rows[p]);
+                    const pvx_PlaneSize ps = pvx_Image_getPlaneSize(w, h, f, p);
+                    EXPECT_EQ(ps.pitch, pitch[p]);
+                    EXPECT_EQ(ps.rows, rows[p]);
+                    EXPECT_EQ(ps.size, pitch[p] * rows[p]);
+                    total += pitch[p] * rows[p];
+                }
+                EXPECT_EQ(pvx_Image_getSize(w, h, f, PVX_SIZE_IMAGE), total) << kAllNames[f];
+                EXPECT_EQ(pvx_Image_getSize(w, h, f, PVX_SIZE_PLANES), count) << kAllNames[f];
+                EXPECT_EQ(pvx_Image_getPlaneCount(f), count) << kAllNames[f];
+                // Chroma: plane 1 of semi-planar, planes 1 + 2 of planar.
+                EXPECT_EQ(pvx_Image_getSize(w, h, f, PVX_SIZE_UV), pitch[1] * rows[1] + pitch[2] * rows[2]);
+                EXPECT_EQ(pvx_Image_getSize(w, h, f, PVX_SIZE_UV_PITCH), pitch[1]);
+                EXPECT_EQ(pvx_Image_getSize(w, h, f, PVX_SIZE_UV_ROWS), rows[1]);
+            }
+        }
+    }
+}
+
+// Extent of a copied row: no alignment rounding.
+TEST(ImageSizeRule, CopyExtent) {
+    struct Case { int32_t f, w, h, plane; int64_t rowBytes, rows; };
+    const Case cases[] = {
+        {27, 321, 241, 0, 321, 241}, {27, 321, 241, 1, 322, 121}, {26, 321, 241, 1, 161, 121},
+        {26, 321, 241, 2, 161, 121}, {16, 5, 3, 0, 12, 3},        {45, 9, 2, 0, 15, 2},
+        {2, 7, 3, 0, 21, 3},         {66, 5, 5, 0, 5, 5},          {66, 5, 5, 1, 4, 2},
+        {2, 7, 3, 1, 0, 0},          {24, 3, 3, 1, 2, 3},          {36, 3, 3, 2, 3, 3},
+    };
+    for (const Case &c : cases) {
+        const pvx_PlaneSize e = pvx_Image_getPlaneExtent(c.w, c.h, c.f, c.plane);
+        EXPECT_EQ(e.pitch, c.rowBytes) << c.f << " plane " << c.plane;
+        EXPECT_EQ(e.rows, c.rows) << c.f << " plane " << c.plane;
+    }
+}
+
+TEST(ImageSizeRule, RefusedArguments) {
+    for (int32_t sel = 0; sel <= 13; ++sel) {
+        EXPECT_EQ(pvx_Image_getSize(-1, 10, 2, sel), 0) << sel;
+        EXPECT_EQ(pvx_Image_getSize(10, -1, 2, sel), 0) << sel;
+        EXPECT_EQ(pvx_Image_getSize(10, 10, 68, sel), 0) << sel;
+        EXPECT_EQ(pvx_Image_getSize(10, 10, -1, sel), 0) << sel;
+        EXPECT_EQ(pvx_Image_getSize(INT32_MIN, INT32_MIN, 26, sel), 0) << sel;
+    }
+    EXPECT_EQ(pvx_Image_getSize(10, 10, 2, 14), 0);
+    EXPECT_EQ(pvx_Image_getSize(10, 10, 2, -1), 0);
+    EXPECT_EQ(pvx_Image_getSize(10, 10, 67, PVX_SIZE_IMAGE), 12 * 12 + 6 * 3);
+    EXPECT_EQ(pvx_Image_getSize(0, 0, 26, PVX_SIZE_PLANES), 3);
+}
+
+TEST(ImageSizeRule, LargestSizesDoNotOverflow) {
+    const int64_t M = INT32_MAX;
+    // 4:2:0 at the largest size still fits: even-rounded 2^31 squared.
+    const int64_t even = M + 1;
+    EXPECT_EQ(pvx_Image_getSize(INT32_MAX, INT32_MAX, 26, PVX_SIZE_Y), even * even);
+    EXPECT_EQ(pvx_Image_getSize(INT32_MAX, INT32_MAX, 26, PVX_SIZE_IMAGE), even * even + even * even / 2);
+    EXPECT_EQ(pvx_Image_getSize(INT32_MAX, INT32_MAX, 60, PVX_SIZE_Y_PITCH), 12 * M);
+    EXPECT_EQ(pvx_Image_getSize(INT32_MAX, 1, 60, PVX_SIZE_Y), 12 * M);
+    // LAB at 2^31 x 2^31 exceeds 63 bits: saturates.
+    EXPECT_EQ(pvx_Image_getSize(INT32_MAX, INT32_MAX, 60, PVX_SIZE_Y), INT64_MAX);
+    EXPECT_EQ(pvx_Image_getSize(INT32_MAX, INT32_MAX, 60, PVX_SIZE_IMAGE), INT64_MAX);
+    EXPECT_EQ(pvx_Image_getSize(INT32_MAX, INT32_MAX, 62, PVX_SIZE_IMAGE), INT64_MAX);
+    EXPECT_EQ(pvx_Image_getSize(INT32_MAX, INT32_MAX, 36, PVX_SIZE_UV), 2 * M * M);
+    EXPECT_GT(pvx_Image_getSize(INT32_MAX, INT32_MAX, 67, PVX_SIZE_IMAGE), 0);
+    for (int32_t f = 0; f < 68; ++f) {
+        for (int32_t sel = 0; sel <= 13; ++sel) EXPECT_GE(pvx_Image_getSize(INT32_MAX, INT32_MAX, f, sel), 0);
+    }
+}
+
+}  // namespace

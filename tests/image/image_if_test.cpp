@@ -1,0 +1,185 @@
+// Records from the caller's public image records, size queries by name,
+// display modes and the plausibility test.
+#include <stdint.h>
+#include <string.h>
+
+#include <gtest/gtest.h>
+
+#include "image/pvx_image.h"
+#include "parvex_distortion_correction.h"
+#include "tests/image/image_test_util.h"
+
+namespace {
+
+using pvx_image_test::TestHeap;
+
+uint8_t g_y[4096], g_u[4096], g_v[4096];
+
+TEST(ImageBridge, InitImageTakesPlanesByPlaneCount) {
+    TestHeap heap;
+    pvx_Image img;
+    pvx_construct_Image(&img, heap.env());
+    parvex_ImageData data = {321, 241, {g_y, g_u, g_v}};
+
+    ASSERT_EQ(pvx_IF_initImage(&img, &data, PVX_FORMAT_RGB888), PVX_OK);
+    EXPECT_NE(img.external, 0);
+    EXPECT_EQ(img.width, 321);
+    EXPECT_EQ(img.height, 241);
+    EXPECT_EQ(img.dat[0], g_y);
+    EXPECT_EQ(img.dat[1], nullptr);
+    EXPECT_EQ(img.pitch[0], 963);
+
+    ASSERT_EQ(pvx_IF_initImage(&img, &data, PVX_FORMAT_YUV420_SEMIPLANAR), PVX_OK);
+    EXPECT_EQ(img.dat[0], g_y);
+    EXPECT_EQ(img.dat[1], g_u);
+    EXPECT_EQ(img.dat[2], nullptr);
+    EXPECT_EQ(img.pitch[0], 322);
+    EXPECT_EQ(img.pitch[1], 322);
+    EXPECT_EQ(img.pitch[2], 0);
+
+    ASSERT_EQ(pvx_IF_initImage(&img, &data, PVX_FORMAT_YUV420_PLANAR), PVX_OK);
+    EXPECT_EQ(img.dat[2], g_v);
+    EXPECT_EQ(img.pitch[0], 322);
+    EXPECT_EQ(img.pitch[1], 161);
+    EXPECT_EQ(img.pitch[2], 161);
+    EXPECT_EQ(img.format, PVX_FORMAT_YUV420_PLANAR);
+
+    // A null plane pointer still wraps caller memory: nothing from the heap.
+    parvex_ImageData empty = {640, 480, {nullptr, nullptr, nullptr}};
+    ASSERT_EQ(pvx_IF_initImage(&img, &empty, PVX_FORMAT_RGB888), PVX_OK);
+    EXPECT_NE(img.external, 0);
+    EXPECT_EQ(img.dat[0], nullptr);
+    EXPECT_EQ(heap.used(), 0u);
+    EXPECT_EQ(pvx_destruct_Image(&img), PVX_OK);
+}
+
+TEST(ImageBridge, InitImageExReadsOnlyThePitchesOfTheFormat) {
+    pvx_Image img;
+    pvx_construct_Image(&img, nullptr);
+    parvex_ImageDataEx data = {100, 50, {g_y, g_u, g_v}, {128, 256, 512}};
+
+    ASSERT_EQ(pvx_IF_initImageEx(&img, &data, PVX_FORMAT_BGR888), PVX_OK);
+    EXPECT_EQ(img.pitch[0], 128);
+    EXPECT_EQ(img.pitch[1], 0);
+    EXPECT_EQ(img.dat[1], nullptr);
+    ASSERT_EQ(pvx_IF_initImageEx(&img, &data, PVX_FORMAT_YVU420_SEMIPLANAR), PVX_OK);
+    EXPECT_EQ(img.pitch[0], 128);
+    EXPECT_EQ(img.pitch[1], 256);
+    EXPECT_EQ(img.pitch[2], 0);
+    EXPECT_EQ(img.dat[2], nullptr);
+    ASSERT_EQ(pvx_IF_initImageEx(&img, &data, PVX_FORMAT_YUV420_PLANAR), PVX_OK);
+    EXPECT_EQ(img.pitch[2], 512);
+    EXPECT_EQ(img.dat[2], g_v);
+    EXPECT_NE(img.external, 0);
+}
+
+// A refused fill leaves no pointers of an earlier frame behind.
+TEST(ImageBridge, RefusedFillLeavesEmptyRecord) {
+    pvx_Image img;
+    pvx_construct_Image(&img, nullptr);
+    parvex_ImageData good = {64, 48, {g_y, g_u, g_v}};
+    parvex_ImageData negative = {-64, 48, {g_y, g_u, g_v}};
+    parvex_ImageData huge = {INT32_MAX, 1, {g_y, g_u, g_v}};
+    parvex_ImageDataEx goodEx = {64, 48, {g_y, g_u, g_v}, {64, 64, 64}};
+    parvex_ImageDataEx negativeEx = {64, -1, {g_y, g_u, g_v}, {64, 64, 64}};
+
+    auto expectEmpty = [&](const char *what) {
+        EXPECT_EQ(img.width, 0) << what;
+        EXPECT_EQ(img.height, 0) << what;
+        for (int p = 0; p < 3; ++p) EXPECT_EQ(img.dat[p], nullptr) << what;
+        EXPECT_NE(img.external, 0) << what;
+    };
+    ASSERT_EQ(pvx_IF_initImage(&img, &good, PVX_FORMAT_RGB888), PVX_OK);
+    EXPECT_EQ(pvx_IF_initImage(&img, &negative, PVX_FORMAT_RGB888), PVX_ERROR_PARAM);
+    expectEmpty("negative width");
+    ASSERT_EQ(pvx_IF_initImage(&img, &good, PVX_FORMAT_RGB888), PVX_OK);
+    EXPECT_EQ(pvx_IF_initImage(&img, &huge, PVX_FORMAT_RGB888), PVX_ERROR_PARAM);
+    expectEmpty("pitch beyond int32");
+    ASSERT_EQ(pvx_IF_initImage(&img, &good, PVX_FORMAT_RGB888), PVX_OK);
+    EXPECT_EQ(pvx_IF_initImage(&img, nullptr, PVX_FORMAT_RGB888), PVX_ERROR_PARAM);
+    expectEmpty("null record");
+    ASSERT_EQ(pvx_IF_initImage(&img, &good, PVX_FORMAT_RGB888), PVX_OK);
+    EXPECT_EQ(pvx_IF_initImage(&img, &good, 68), PVX_ERROR_PARAM);
+    expectEmpty("format 68");
+    ASSERT_EQ(pvx_IF_initImageEx(&img, &goodEx, PVX_FORMAT_RGB888), PVX_OK);
+    EXPECT_EQ(pvx_IF_initImageEx(&img, &negativeEx, PVX_FORMAT_RGB888), PVX_ERROR_PARAM);
+    expectEmpty("negative height Ex");
+    ASSERT_EQ(pvx_IF_initImageEx(&img, &goodEx, PVX_FORMAT_RGB888), PVX_OK);
+    EXPECT_EQ(pvx_IF_initImageEx(&img, nullptr, PVX_FORMAT_RGB888), PVX_ERROR_PARAM);
+    expectEmpty("null record Ex");
+    EXPECT_EQ(pvx_IF_initImage(nullptr, &good, PVX_FORMAT_RGB888), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_IF_initImageEx(nullptr, &goodEx, PVX_FORMAT_RGB888), PVX_ERROR_PARAM);
+}
+
+TEST(ImageBridge, SizesByName) {
+    EXPECT_EQ(pvx_IF_getImageSize(321, 241, "YUV420_PLANAR"), 322 * 242 + 2 * 161 * 121);
+    EXPECT_EQ(pvx_IF_getImageSizeY(321, 241, "YUV420_PLANAR"), 322 * 242);
+    EXPECT_EQ(pvx_IF_getImageSizeU(321, 241, "YUV420_PLANAR"), 161 * 121);
+    EXPECT_EQ(pvx_IF_getImageSizeV(321, 241, "YUV420_PLANAR"), 161 * 121);
+    EXPECT_EQ(pvx_IF_getImageSizeUV(321, 241, "YUV420_PLANAR"), 2 * 161 * 121);
+    EXPECT_EQ(pvx_IF_getImageSizeUV(1920, 1080, "YVU420_SEMIPLANAR"), 1920 * 540);
+    EXPECT_EQ(pvx_IF_getImageSizeV(1920, 1080, "YVU420_SEMIPLANAR"), 0);
+    EXPECT_EQ(pvx_IF_getImageSize(321, 241, "RGB888"), 963 * 241);
+    EXPECT_EQ(pvx_IF_getImageSize(1920, 1080, "BGR888"), 1920 * 1080 * 3);
+    // Unknown or differently cased names are "NONE", of size 0.
+    EXPECT_EQ(pvx_IF_getImageSize(321, 241, "yuv420_planar"), 0);
+    EXPECT_EQ(pvx_IF_getImageSize(321, 241, "NV21"), 0);
+    EXPECT_EQ(pvx_IF_getImageSize(321, 241, nullptr), 0);
+    EXPECT_EQ(pvx_IF_getImageSize(-1, 241, "RGB888"), 0);
+}
+
+TEST(ImageBridge, DisplayModes) {
+    EXPECT_EQ(pvx_IF_getPixelSize(0), 160 * 120);
+    EXPECT_EQ(pvx_IF_getPixelSize(2), 320 * 240);
+    EXPECT_EQ(pvx_IF_getPixelSize(6), 640 * 480);
+    EXPECT_EQ(pvx_IF_getPixelSize(13), 1280 * 720);
+    EXPECT_EQ(pvx_IF_getPixelSize(18), 1920 * 1080);
+    EXPECT_EQ(pvx_IF_getPixelSize(22), 3840 * 2160);
+    for (int32_t mode = 0; mode < 23; ++mode) {
+        EXPECT_GT(pvx_IF_getPixelSize(mode), 0) << mode;
+        for (int32_t other = 0; other < mode; ++other) EXPECT_NE(pvx_IF_getPixelSize(mode), pvx_IF_getPixelSize(other));
+    }
+    for (int32_t mode : {23, 24, 100, INT32_MAX, -1, INT32_MIN}) EXPECT_EQ(pvx_IF_getPixelSize(mode), 0) << mode;
+    EXPECT_EQ(pvx_IF_isAvailableImage(), 1);
+}
+
+TEST(ImageBridge, PlausibleCallerPitches) {
+    struct Case {
+        const char *what;
+        int32_t w, h, format;
+        int32_t pitch[3];
+        bool nullPlane[3];
+        int32_t expect;
+    };
+    const Case cases[] = {
+        {"RGB888 tight", 100, 10, PVX_FORMAT_RGB888, {300, -7, -7}, {false, true, true}, 1},
+        {"RGB888 one short", 100, 10, PVX_FORMAT_RGB888, {299, 0, 0}, {false, false, false}, 0},
+        {"RGB888 wider", 100, 10, PVX_FORMAT_RGB888, {320, 0, 0}, {false, false, false}, 1},
+        {"RGB888 null plane", 100, 10, PVX_FORMAT_RGB888, {300, 0, 0}, {true, false, false}, 0},
+        {"semi tight", 321, 241, PVX_FORMAT_YUV420_SEMIPLANAR, {322, 322, -1}, {false, false, true}, 1},
+        {"semi luma 321", 321, 241, PVX_FORMAT_YUV420_SEMIPLANAR, {321, 322, 0}, {false, false, false}, 0},
+        {"semi chroma short", 320, 240, PVX_FORMAT_YUV420_SEMIPLANAR, {320, 319, 0}, {false, false, false}, 0},
+        {"semi chroma null", 320, 240, PVX_FORMAT_YUV420_SEMIPLANAR, {320, 320, 0}, {false, true, false}, 0},
+        {"planar tight", 321, 241, PVX_FORMAT_YUV420_PLANAR, {322, 161, 161}, {false, false, false}, 1},
+        {"planar V short", 321, 241, PVX_FORMAT_YUV420_PLANAR, {322, 161, 160}, {false, false, false}, 0},
+        {"planar V null", 321, 241, PVX_FORMAT_YUV420_PLANAR, {322, 161, 161}, {false, false, true}, 0},
+        {"width 0", 0, 10, PVX_FORMAT_RGB888, {300, 0, 0}, {false, false, false}, 0},
+        {"height 0", 10, 0, PVX_FORMAT_RGB888, {300, 0, 0}, {false, false, false}, 0},
+        {"NONE", 10, 10, PVX_FORMAT_NONE, {300, 0, 0}, {false, false, false}, 0},
+        {"format 68", 10, 10, 68, {300, 0, 0}, {false, false, false}, 0},
+    };
+    for (const Case &c : cases) {
+        parvex_ImageDataEx data;
+        data.width = c.w;
+        data.height = c.h;
+        uint8_t *planes[3] = {g_y, g_u, g_v};
+        for (int p = 0; p < 3; ++p) {
+            data.dat[p] = c.nullPlane[p] ? nullptr : planes[p];
+            data.pitch[p] = c.pitch[p];
+        }
+        EXPECT_EQ(pvx_IF_isAvailableImageEx(&data, c.format), c.expect) << c.what;
+    }
+    EXPECT_EQ(pvx_IF_isAvailableImageEx(nullptr, PVX_FORMAT_RGB888), 0);
+}
+
+}  // namespace

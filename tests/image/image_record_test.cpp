@@ -1,0 +1,241 @@
+// The image record: construction, owned memory and external planes.
+#include <stdint.h>
+#include <string.h>
+
+#include <gtest/gtest.h>
+
+#include "image/pvx_image.h"
+#include "tests/image/image_test_util.h"
+
+namespace {
+
+using pvx_image_test::TestHeap;
+
+// Heap bytes of a block for an n-byte request: header of 8, multiples of 16.
+uint32_t blockBytes(int64_t n) { return static_cast<uint32_t>(n + 8 <= 16 ? 16 : (n + 8 + 15) / 16 * 16); }
+
+TEST(ImageRecord, ConstructAndDestruct) {
+    pvx_Env env;
+    memset(&env, 0, sizeof(env));
+    pvx_Image img;
+    memset(&img, 0x5A, sizeof(img));
+    EXPECT_EQ(pvx_construct_Image(nullptr, &env), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_construct_Image(&img, &env), PVX_OK);
+    EXPECT_EQ(img.width, 0);
+    EXPECT_EQ(img.height, 0);
+    EXPECT_EQ(img.format, 0);
+    EXPECT_EQ(img.external, 0);
+    for (int p = 0; p < 3; ++p) {
+        EXPECT_EQ(img.dat[p], nullptr);
+        EXPECT_EQ(img.pitch[p], 0);
+    }
+    EXPECT_EQ(img.env, &env);
+    EXPECT_EQ(pvx_destruct_Image(nullptr), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_destruct_Image(&img), PVX_OK);
+    EXPECT_EQ(img.env, nullptr);
+}
+
+TEST(ImageRecord, OwnedMemoryLayoutAndHeapUse) {
+    TestHeap heap;
+    pvx_Image img;
+    pvx_construct_Image(&img, heap.env());
+    ASSERT_EQ(pvx_Image_init(&img, 321, 241, nullptr, PVX_FORMAT_YUV420_PLANAR), PVX_OK);
+    EXPECT_EQ(img.external, 0);
+    EXPECT_EQ(img.width, 321);
+    EXPECT_EQ(img.height, 241);
+    EXPECT_EQ(img.format, 26);
+    EXPECT_EQ(img.pitch[0], 322);
+    EXPECT_EQ(img.pitch[1], 161);
+    EXPECT_EQ(img.pitch[2], 161);
+    // Planes one after another in one block.
+    EXPECT_EQ(img.dat[1], img.dat[0] + 322 * 242);
+    EXPECT_EQ(img.dat[2], img.dat[1] + 161 * 121);
+    const int64_t size = 322 * 242 + 2 * 161 * 121;
+    EXPECT_EQ(heap.used(), blockBytes(size));
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(img.dat[0]) % 16, 0u);
+    memset(img.dat[0], 0x11, static_cast<size_t>(size));   // the whole block is writable
+    heap.check();
+
+    // Single-plane formats leave planes 1 and 2 null.
+    ASSERT_EQ(pvx_Image_init(&img, 7, 5, nullptr, PVX_FORMAT_RGB888), PVX_OK);
+    EXPECT_EQ(img.pitch[0], 21);
+    EXPECT_EQ(img.dat[1], nullptr);
+    EXPECT_EQ(img.dat[2], nullptr);
+    EXPECT_EQ(img.pitch[1], 0);
+    EXPECT_EQ(heap.used(), blockBytes(105));
+
+    EXPECT_EQ(pvx_destruct_Image(&img), PVX_OK);
+    EXPECT_EQ(heap.used(), 0u);
+    heap.check();
+}
+
+TEST(ImageRecord, ZeroSizeOwnsNothing) {
+    TestHeap heap;
+    pvx_Image img;
+    pvx_construct_Image(&img, heap.env());
+    ASSERT_EQ(pvx_Image_init(&img, 0, 0, nullptr, PVX_FORMAT_RGB888), PVX_OK);
+    EXPECT_EQ(img.dat[0], nullptr);
+    EXPECT_EQ(heap.used(), 0u);
+    // A zero height is a zero size too, whatever the width.
+    ASSERT_EQ(pvx_Image_init(&img, 640, 0, nullptr, PVX_FORMAT_YUV420_SEMIPLANAR), PVX_OK);
+    EXPECT_EQ(img.dat[0], nullptr);
+    EXPECT_EQ(img.dat[1], nullptr);
+    EXPECT_EQ(img.pitch[0], 640);
+    EXPECT_EQ(heap.used(), 0u);
+
+    // Re-initializing an owning record to 0 x 0 frees its block.
+    ASSERT_EQ(pvx_Image_init(&img, 64, 48, nullptr, PVX_FORMAT_YUV420_SEMIPLANAR), PVX_OK);
+    EXPECT_NE(img.dat[0], nullptr);
+    EXPECT_GT(heap.used(), 0u);
+    ASSERT_EQ(pvx_Image_init(&img, 0, 0, nullptr, PVX_FORMAT_YUV420_SEMIPLANAR), PVX_OK);
+    EXPECT_EQ(img.dat[0], nullptr);
+    EXPECT_EQ(heap.used(), 0u);
+    EXPECT_EQ(pvx_destruct_Image(&img), PVX_OK);
+    heap.check();
+}
+
+TEST(ImageRecord, SameByteSizeKeepsBlockOtherSizeReallocates) {
+    TestHeap heap;
+    pvx_Image img;
+    pvx_construct_Image(&img, heap.env());
+    ASSERT_EQ(pvx_Image_init(&img, 64, 48, nullptr, PVX_FORMAT_RGB888), PVX_OK);
+    uint8_t *const block = img.dat[0];
+    const uint32_t used = heap.used();
+    const uint32_t maxUsed = pvx_Heap2_getMaxUsedSize(&heap.env()->heap);
+
+    // 48 x 64 RGB888, 96 x 32 RGB888, 96 x 48 UINT16 (9216 bytes each, other shape or format).
+    struct Shape { int32_t w, h, f; };
+    for (const Shape s : {Shape{48, 64, 2}, Shape{96, 32, 2}, Shape{96, 48, 61}, Shape{64, 48, 2}}) {
+        ASSERT_EQ(pvx_Image_init(&img, s.w, s.h, nullptr, s.f), PVX_OK);
+        EXPECT_EQ(img.dat[0], block) << s.w << "x" << s.h;
+        EXPECT_EQ(img.width, s.w);
+        EXPECT_EQ(img.format, s.f);
+        EXPECT_EQ(heap.used(), used);
+    }
+    // A 4:2:0 image of the same byte size keeps it as well, planes re-laid.
+    ASSERT_EQ(pvx_Image_init(&img, 96, 64, nullptr, PVX_FORMAT_YUV420_SEMIPLANAR), PVX_OK);
+    EXPECT_EQ(img.dat[0], block);
+    EXPECT_EQ(img.dat[1], block + 96 * 64);
+    // Nothing was allocated meanwhile.
+    EXPECT_EQ(pvx_Heap2_getMaxUsedSize(&heap.env()->heap), maxUsed);
+
+    // A different size gives the old block back and takes one of the new size.
+    ASSERT_EQ(pvx_Image_init(&img, 65, 48, nullptr, PVX_FORMAT_RGB888), PVX_OK);
+    EXPECT_EQ(heap.used(), blockBytes(65 * 48 * 3));
+    ASSERT_EQ(pvx_Image_init(&img, 10, 10, nullptr, PVX_FORMAT_UINT8), PVX_OK);
+    EXPECT_EQ(heap.used(), blockBytes(100));
+    EXPECT_EQ(pvx_destruct_Image(&img), PVX_OK);
+    EXPECT_EQ(heap.used(), 0u);
+    heap.check();
+}
+
+TEST(ImageRecord, AllocationFailureReleasesOldBlock) {
+    TestHeap heap(64 * 1024);
+    pvx_Image img;
+    pvx_construct_Image(&img, heap.env());
+    ASSERT_EQ(pvx_Image_init(&img, 100, 100, nullptr, PVX_FORMAT_UINT8), PVX_OK);
+    EXPECT_GT(heap.used(), 0u);
+    EXPECT_EQ(pvx_Image_init(&img, 1000, 1000, nullptr, PVX_FORMAT_UINT8), PVX_ERROR_NOMEM);
+    EXPECT_EQ(heap.used(), 0u);
+    EXPECT_EQ(img.dat[0], nullptr);
+    EXPECT_EQ(img.width, 0);
+    EXPECT_EQ(img.height, 0);
+    EXPECT_EQ(img.external, 0);
+    // Sizes beyond what any heap can hold fail the same way.
+    EXPECT_EQ(pvx_Image_init(&img, 60000, 60000, nullptr, PVX_FORMAT_LAB), PVX_ERROR_NOMEM);
+    EXPECT_EQ(pvx_Image_init(&img, INT32_MAX, INT32_MAX, nullptr, PVX_FORMAT_UINT8), PVX_ERROR_NOMEM);
+    // The record still works afterwards.
+    ASSERT_EQ(pvx_Image_init(&img, 10, 10, nullptr, PVX_FORMAT_UINT8), PVX_OK);
+    EXPECT_EQ(pvx_destruct_Image(&img), PVX_OK);
+    EXPECT_EQ(heap.used(), 0u);
+    heap.check();
+
+    // Without an environment nothing can be allocated.
+    pvx_Image bare;
+    pvx_construct_Image(&bare, nullptr);
+    EXPECT_EQ(pvx_Image_init(&bare, 4, 4, nullptr, PVX_FORMAT_UINT8), PVX_ERROR_NOMEM);
+    EXPECT_EQ(pvx_Image_init(&bare, 0, 4, nullptr, PVX_FORMAT_UINT8), PVX_OK);
+}
+
+TEST(ImageRecord, InvalidArgumentsLeaveRecordUnchanged) {
+    TestHeap heap;
+    pvx_Image img;
+    pvx_construct_Image(&img, heap.env());
+    ASSERT_EQ(pvx_Image_init(&img, 8, 8, nullptr, PVX_FORMAT_UINT8), PVX_OK);
+    const pvx_Image before = img;
+    uint8_t pixels[64];
+    struct Case { int32_t w, h, f; };
+    for (const Case c : {Case{-1, 8, 57}, Case{8, -1, 57}, Case{8, 8, 68}, Case{8, 8, -1},
+                         Case{INT32_MIN, 8, 57}, Case{INT32_MAX, 1, PVX_FORMAT_LAB},
+                         Case{INT32_MAX, 1, PVX_FORMAT_RGB888}}) {
+        EXPECT_EQ(pvx_Image_init(&img, c.w, c.h, nullptr, c.f), PVX_ERROR_PARAM) << c.w << " " << c.h << " " << c.f;
+        EXPECT_EQ(pvx_Image_init(&img, c.w, c.h, pixels, c.f), PVX_ERROR_PARAM);
+        EXPECT_EQ(pvx_Image_initWithPitch(&img, c.w, c.h, nullptr, c.f), PVX_ERROR_PARAM);
+        EXPECT_EQ(memcmp(&img, &before, sizeof(img)), 0);
+    }
+    EXPECT_EQ(pvx_Image_init(nullptr, 8, 8, nullptr, 57), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_Image_initWithPitch(nullptr, 8, 8, nullptr, 57), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_destruct_Image(&img), PVX_OK);
+    EXPECT_EQ(heap.used(), 0u);
+}
+
+TEST(ImageRecord, ExternalPlanes) {
+    TestHeap heap;
+    pvx_Image img;
+    pvx_construct_Image(&img, heap.env());
+    ASSERT_EQ(pvx_Image_init(&img, 32, 32, nullptr, PVX_FORMAT_YUV420_PLANAR), PVX_OK);
+    EXPECT_GT(heap.used(), 0u);
+
+    // One plane: the address itself, with the tight pitch. The owned block goes.
+    uint8_t rgb[7 * 3 * 5];
+    ASSERT_EQ(pvx_Image_init(&img, 7, 5, rgb, PVX_FORMAT_RGB888), PVX_OK);
+    EXPECT_EQ(heap.used(), 0u);
+    EXPECT_NE(img.external, 0);
+    EXPECT_EQ(img.dat[0], rgb);
+    EXPECT_EQ(img.pitch[0], 21);
+    EXPECT_EQ(img.dat[1], nullptr);
+
+    // Two and three planes: an array of plane addresses, tight pitches.
+    uint8_t y[6 * 4], uv[6 * 2], u[3 * 2], v[3 * 2];
+    void *semi[2] = {y, uv};
+    ASSERT_EQ(pvx_Image_init(&img, 5, 3, semi, PVX_FORMAT_YVU420_SEMIPLANAR), PVX_OK);
+    EXPECT_EQ(img.dat[0], y);
+    EXPECT_EQ(img.dat[1], uv);
+    EXPECT_EQ(img.dat[2], nullptr);
+    EXPECT_EQ(img.pitch[0], 6);
+    EXPECT_EQ(img.pitch[1], 6);
+    EXPECT_EQ(img.pitch[2], 0);
+    void *planar[3] = {y, u, v};
+    ASSERT_EQ(pvx_Image_init(&img, 5, 3, planar, PVX_FORMAT_YUV420_PLANAR), PVX_OK);
+    EXPECT_EQ(img.dat[2], v);
+    EXPECT_EQ(img.pitch[1], 3);
+    EXPECT_EQ(img.pitch[2], 3);
+
+    // Explicit pitches: only the planes of the format are taken.
+    pvx_ImagePlanes desc = {{y, uv, u}, {100, 200, 300}};
+    ASSERT_EQ(pvx_Image_initWithPitch(&img, 5, 3, &desc, PVX_FORMAT_YUV420_SEMIPLANAR), PVX_OK);
+    EXPECT_EQ(img.dat[0], y);
+    EXPECT_EQ(img.dat[1], uv);
+    EXPECT_EQ(img.dat[2], nullptr);
+    EXPECT_EQ(img.pitch[0], 100);
+    EXPECT_EQ(img.pitch[1], 200);
+    EXPECT_EQ(img.pitch[2], 0);
+    ASSERT_EQ(pvx_Image_initWithPitch(&img, 5, 3, &desc, PVX_FORMAT_YUV422_PLANAR), PVX_OK);
+    EXPECT_EQ(img.dat[2], u);
+    EXPECT_EQ(img.pitch[2], 300);
+
+    // Re-initializing an external record as owned does not free the caller's memory.
+    ASSERT_EQ(pvx_Image_init(&img, 4, 4, nullptr, PVX_FORMAT_UINT8), PVX_OK);
+    EXPECT_EQ(img.external, 0);
+    EXPECT_NE(img.dat[0], y);
+    EXPECT_EQ(heap.used(), blockBytes(16));
+    // Destroying an external record frees nothing.
+    ASSERT_EQ(pvx_Image_init(&img, 7, 5, rgb, PVX_FORMAT_RGB888), PVX_OK);
+    EXPECT_EQ(heap.used(), 0u);
+    EXPECT_EQ(pvx_destruct_Image(&img), PVX_OK);
+    EXPECT_EQ(heap.used(), 0u);
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(img.dat[i], nullptr);
+    heap.check();
+}
+
+}  // namespace
