@@ -22,8 +22,8 @@ const size_t kMaxRequest = 0x7FFFFFE0u;  // larger requests cannot fit any block
 // free. Nothing is ever written to it.
 alignas(16) uint8_t g_zeroSizeMarker[16];
 
-// Output hook of the heap walk. This build does not log; the lines are
-// formatted by the caller's arguments only.
+// Output hook of the heap walk. This build does not log: every line is
+// discarded (the format attribute still checks the arguments).
 typedef void (*OutputHook)(const char *format, ...);
 __attribute__((format(printf, 1, 2))) void discardOutput(const char *, ...) {}
 const OutputHook g_output = discardOutput;
@@ -59,8 +59,10 @@ void unlockHeap(pvx_Heap2 *heap) {
 inline uint32_t loadStat(const uint32_t *p) { return __atomic_load_n(p, __ATOMIC_RELAXED); }
 inline void storeStat(uint32_t *p, uint32_t v) { __atomic_store_n(p, v, __ATOMIC_RELAXED); }
 
-[[noreturn]] void fatalUnlocked(pvx_Heap2 *heap) {
-    (void)heap;  // the lock stays held: nothing may touch a corrupt heap again
+// Misuse or damage found: stop, leaving the lock held so that nothing else
+// touches the heap on the way down.
+[[noreturn]] void corrupt(pvx_Heap2 *heap) {
+    (void)heap;
     pvx_Heap2_fatal();
 }
 
@@ -134,7 +136,7 @@ uint32_t checkNode(const pvx_Heap2 *heap, uint32_t link) {
 
 uint32_t validateNode(pvx_Heap2 *heap, uint32_t link) {
     uint32_t size = checkNode(heap, link);
-    if (size == 0) fatalUnlocked(heap);
+    if (size == 0) corrupt(heap);
     return size;
 }
 
@@ -237,7 +239,7 @@ void pvx_Heap2_fatal(void) {
 pvx_Result pvx_construct_Heap2(pvx_Heap2 *heap, void *start, size_t size) {
     if (heap == nullptr) return PVX_ERROR_PARAM;
     lockHeap(heap);
-    if (size != 0 && start == nullptr) fatalUnlocked(heap);
+    if (size != 0 && start == nullptr) corrupt(heap);
     heap->first = nullptr;
     heap->last = nullptr;
     heap->free_next = kSentinel;
@@ -248,10 +250,10 @@ pvx_Result pvx_construct_Heap2(pvx_Heap2 *heap, void *start, size_t size) {
         if (size > kMaxArea) size = kMaxArea;
         const uintptr_t s = reinterpret_cast<uintptr_t>(start);
         // The area must exist: neither its end nor the alignment slack wraps.
-        if (size < 24 || s > UINTPTR_MAX - size) fatalUnlocked(heap);
+        if (size < 24 || s > UINTPTR_MAX - size) corrupt(heap);
         const uintptr_t p0 = (s + 23) & ~static_cast<uintptr_t>(15);
         const uintptr_t e = (s + size - 8) & ~static_cast<uintptr_t>(15);
-        if (e <= p0) fatalUnlocked(heap);  // first >= last: not even one 16-byte block
+        if (e <= p0) corrupt(heap);  // first >= last: not even one 16-byte block
         uint8_t *base = static_cast<uint8_t *>(start);
         heap->first = base + (p0 - 8 - s);
         heap->last = base + (e - 8 - s);
@@ -270,7 +272,7 @@ pvx_Result pvx_destruct_Heap2(pvx_Heap2 *heap) {
     if (heap == nullptr) return PVX_ERROR_PARAM;
     lockHeap(heap);
     bool inUse = false;
-    if (walk(heap, &inUse) != PVX_OK) fatalUnlocked(heap);
+    if (walk(heap, &inUse) != PVX_OK) corrupt(heap);
     heap->first = nullptr;
     heap->last = nullptr;
     heap->free_next = kSentinel;
@@ -294,7 +296,7 @@ void *pvx_Heap2_malloc(pvx_Heap2 *heap, size_t n) {
     uint32_t link = heap->free_next;
     uint32_t size = 0;
     while (link != kSentinel) {
-        if (++steps > limit) fatalUnlocked(heap);
+        if (++steps > limit) corrupt(heap);
         size = validateNode(heap, link);
         if (size >= need) break;
         link = nextOf(heap, link);
@@ -333,22 +335,22 @@ pvx_Result pvx_Heap2_free(pvx_Heap2 *heap, void *p) {
     const uintptr_t pa = reinterpret_cast<uintptr_t>(p);
     const uintptr_t fa = reinterpret_cast<uintptr_t>(heap->first);
     if (heap->first == nullptr || (pa & 15u) != 0 || pa < fa + 8 || pa - 8 - fa > lastOff(heap)) {
-        fatalUnlocked(heap);
+        corrupt(heap);
     }
     uint32_t h = static_cast<uint32_t>(pa - 8 - fa);
     const uint32_t word = checkBlock(heap, h);
-    if (word == 0 || (word & kInUse) == 0) fatalUnlocked(heap);
+    if (word == 0 || (word & kInUse) == 0) corrupt(heap);
     uint32_t size = word & ~kInUse;
     const uint32_t used = loadStat(&heap->used);
-    if (used < size) fatalUnlocked(heap);
+    if (used < size) corrupt(heap);
     storeStat(&heap->used, used - size);
     wr(heap, h + 4, size);
 
     const uint32_t before = rd(heap, h);
     if ((before & kInUse) == 0) {
-        if (before > h) fatalUnlocked(heap);
+        if (before > h) corrupt(heap);
         const uint32_t ph = h - before;
-        if (validateNode(heap, ph + 8) != before) fatalUnlocked(heap);
+        if (validateNode(heap, ph + 8) != before) corrupt(heap);
         unlinkNode(heap, ph + 8);
         h = ph;
         size += before;
@@ -356,7 +358,7 @@ pvx_Result pvx_Heap2_free(pvx_Heap2 *heap, void *p) {
     const uint32_t f = h + size;
     const uint32_t after = rd(heap, f + 4);
     if ((after & kInUse) == 0) {
-        if (validateNode(heap, f + 8) != after) fatalUnlocked(heap);
+        if (validateNode(heap, f + 8) != after) corrupt(heap);
         unlinkNode(heap, f + 8);
         size += after;
     }
@@ -382,7 +384,7 @@ uint32_t pvx_Heap2_getFreeSize(pvx_Heap2 *heap) {
     uint32_t steps = 0;
     uint32_t largest = 0;
     for (uint32_t link = heap->free_next; link != kSentinel; link = nextOf(heap, link)) {
-        if (++steps > limit) fatalUnlocked(heap);
+        if (++steps > limit) corrupt(heap);
         uint32_t size = validateNode(heap, link);
         if (size - 8 > largest) largest = size - 8;
     }
@@ -394,7 +396,7 @@ int32_t pvx_Heap2_checks(pvx_Heap2 *heap) {
     if (heap == nullptr) return 0;
     lockHeap(heap);
     bool inUse = false;
-    if (walk(heap, &inUse) != PVX_OK) fatalUnlocked(heap);
+    if (walk(heap, &inUse) != PVX_OK) corrupt(heap);
     unlockHeap(heap);
     return 1;
 }
@@ -403,7 +405,7 @@ pvx_Result pvx_Heap2_dump(pvx_Heap2 *heap) {
     if (heap == nullptr) return PVX_ERROR_PARAM;
     lockHeap(heap);
     bool inUse = false;
-    if (walk(heap, &inUse) != PVX_OK) fatalUnlocked(heap);
+    if (walk(heap, &inUse) != PVX_OK) corrupt(heap);
     unlockHeap(heap);
     return PVX_OK;
 }

@@ -440,11 +440,16 @@ TEST(Heap2, ConcurrentThreadsShareTheHeap) {
     HeapOver h(1 << 20);
     const uint32_t whole = h.freeSize();
     const int threads = 4;
-    const int steps = pvx_test::rounds(20000);
+    const int steps = pvx_test::rounds(200000);
     std::atomic<int> failures{0};
+    std::atomic<int> ready{0};
     std::vector<std::thread> pool;
     for (int t = 0; t < threads; ++t) {
         pool.emplace_back([&, t] {
+            // Start together so that the threads really contend.
+            ready.fetch_add(1);
+            while (ready.load() < threads) {
+            }
             auto rng = pvx_test::makeRng(100 + static_cast<uint64_t>(t));
             std::vector<std::pair<uint8_t *, size_t>> mine;
             const uint8_t mark = static_cast<uint8_t>(0x11 * (t + 1));
@@ -459,7 +464,7 @@ TEST(Heap2, ConcurrentThreadsShareTheHeap) {
                     mine[k] = mine.back();
                     mine.pop_back();
                 } else {
-                    size_t n = 1 + rng() % 500;
+                    size_t n = 1 + rng() % 200;
                     auto *p = static_cast<uint8_t *>(pvx_Heap2_malloc(&h.heap, n));
                     if (p == nullptr) continue;
                     memset(p, mark, n);
