@@ -348,7 +348,7 @@ pvx_Result pvx_Heap2_free(pvx_Heap2 *heap, void *p) {
 
     const uint32_t before = rd(heap, h);
     if ((before & kInUse) == 0) {
-        if (before > h) corrupt(heap);
+        if (before < kMinBlock || before > h) corrupt(heap);
         const uint32_t ph = h - before;
         if (validateNode(heap, ph + 8) != before) corrupt(heap);
         unlinkNode(heap, ph + 8);
