@@ -1,0 +1,62 @@
+// Helpers shared by the thread-layer tests: a heap over guarded memory, a
+// clock, and bounded waits so that no test can hang.
+#pragma once
+
+#include <stdint.h>
+
+#include <chrono>
+#include <functional>
+#include <thread>
+
+#include "runtime/pvx_heap2.h"
+#include "tests/support/guarded_buffer.h"
+
+namespace pvx_thread_test {
+
+// An environment whose heap lies in guarded memory.
+struct TestHeap {
+    explicit TestHeap(size_t size = 256 * 1024) : buf(size) {
+        ok = pvx_construct_Env(&env, buf.data(), buf.size()) == PVX_OK;
+    }
+    ~TestHeap() { pvx_destruct_Env(&env); }
+    TestHeap(const TestHeap &) = delete;
+    TestHeap &operator=(const TestHeap &) = delete;
+    uint32_t used() { return pvx_Heap2_getUsedSize(&env.heap); }
+
+    pvx_test::GuardedBuffer buf;
+    pvx_Env env;
+    bool ok = false;
+};
+
+inline double secondsSince(std::chrono::steady_clock::time_point t0) {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+}
+
+// Polls `done` until it holds or `seconds` pass; true when it held.
+inline bool waitFor(const std::function<bool()> &done, double seconds = 10.0) {
+    const auto t0 = std::chrono::steady_clock::now();
+    while (!done()) {
+        if (secondsSince(t0) > seconds) return false;
+        std::this_thread::sleep_for(std::chrono::microseconds(200));
+    }
+    return true;
+}
+
+// Time limits are generous under the emulator and the thread sanitizer.
+inline double slack() {
+#if defined(PVX_TEST_UNDER_EMULATOR)
+    return 8.0;
+#elif defined(__SANITIZE_THREAD__)
+    return 4.0;
+#elif defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+    return 4.0;
+#else
+    return 1.0;
+#endif
+#else
+    return 1.0;
+#endif
+}
+
+}  // namespace pvx_thread_test
