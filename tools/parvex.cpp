@@ -1,22 +1,38 @@
 // parvex: command-line front end of the distortion-correction library.
+#include <signal.h>
 #include <stdio.h>
-#include <string.h>
 
-#include "parvex_distortion_correction.h"
+#include <new>
+
+#include "commands.h"
+#include "tool_error.h"
+
+using namespace parvex_tool;
 
 int main(int argc, char **argv) {
-    const char *command = argc > 1 ? argv[1] : "demo";
-    if (strcmp(command, "demo") == 0 || strcmp(command, "info") == 0) {
-        parvex_DistortionCorrection_InitParam param;
-        memset(&param, 0, sizeof param);
-        param.format = "YUV420_SEMIPLANAR";
-        param.width = 1920;
-        param.height = 1080;
-        printf("%s\n", parvex_DistortionCorrection_getVersion());
-        printf("work buffer for a 1920x1080 YUV420_SEMIPLANAR engine: %d bytes\n",
-               parvex_DistortionCorrection_getBufferSize(&param));
-        return 0;
+    // A closed pipe downstream should end the stream with a message, not a
+    // silent signal.
+    signal(SIGPIPE, SIG_IGN);
+    try {
+        const Options options = parseOptions(argc, argv);
+        if (options.command == "help") {
+            fputs(kUsage, stdout);
+            return 0;
+        }
+        if (options.command == "demo") return runDemo(options);
+        if (options.command == "info") return runInfo(options);
+        return runConvert(options);
+    } catch (const UsageError &e) {
+        fprintf(stderr, "parvex: %s\n", e.what());
+        return 2;
+    } catch (const ToolError &e) {
+        fprintf(stderr, "parvex: %s\n", e.what());
+        return 1;
+    } catch (const std::bad_alloc &) {
+        fprintf(stderr, "parvex: out of memory\n");
+        return 1;
+    } catch (const std::exception &e) {
+        fprintf(stderr, "parvex: %s\n", e.what());
+        return 1;
     }
-    fprintf(stderr, "usage: parvex demo | info\n");
-    return 2;
 }

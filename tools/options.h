@@ -1,0 +1,56 @@
+// The command line of parvex: a command, its file arguments and options.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "colour.h"
+#include "frame.h"
+
+namespace parvex_tool {
+
+struct Size {
+    int width = 0, height = 0;
+};
+
+struct Options {
+    std::string command;                 // "demo", "correct", "distort", "info" or "help"
+    std::vector<std::string> files;      // positional arguments
+
+    bool coefGiven[4] = {false, false, false, false};
+    double coef[4] = {0.0, 0.0, 0.0, 0.0};
+    std::string tableFile;
+
+    bool formatGiven = false;
+    Layout format = Layout::RGB888;
+    bool strengthGiven = false;
+    double strength = 1.0;
+    bool zoomGiven = false;
+    double zoom = 1.0;
+    bool cropGiven = false;
+    int crop[4] = {0, 0, 0, 0};          // left, top, right, bottom
+    bool centerGiven = false;
+    double center[2] = {0.0, 0.0};
+    bool sizeGiven = false;
+    Size size;                           // raw input size, or the size for info
+    bool outputSizeGiven = false;
+    bool outputRecommended = false;
+    Size outputSize;
+    bool inPlace = false;
+    bool rangeGiven = false;
+    Range range = Range::Limited;
+    int quality = 95;
+    bool quiet = false;
+
+    bool anyCoef() const { return coefGiven[0] || coefGiven[1] || coefGiven[2] || coefGiven[3]; }
+};
+
+// Parses argv; throws a UsageError for anything malformed or misplaced.
+Options parseOptions(int argc, char **argv);
+
+// Strict number parsers (whole text, finite values); false when malformed.
+bool parseDouble(const std::string &text, double *value);
+bool parseInt(const std::string &text, int *value);
+bool parseSize(const std::string &text, Size *size);
+
+}  // namespace parvex_tool
