@@ -20,9 +20,23 @@ bool chromaPlanesSet(const pvx_Image *image) {
     return true;
 }
 
-// A row of this many bytes must be addressable.
-bool addressable(int64_t rowBytes) {
-    return static_cast<uint64_t>(rowBytes) <= static_cast<uint64_t>(PTRDIFF_MAX);
+// The bytes a plane copy reaches, from the plane start: `rows` rows of
+// `rowBytes` bytes starting at row `firstRow`, byte `firstByte`. They must be
+// addressable, so that every offset below fits a ptrdiff_t (32 bits on Arm).
+bool addressable(int64_t firstRow, int64_t rows, int32_t pitch, int64_t firstByte, int64_t rowBytes) {
+    const int64_t step = pitch < 0 ? -static_cast<int64_t>(pitch) : pitch;
+    const int64_t lastRow = firstRow + (rows > 0 ? rows - 1 : 0);
+    const int64_t reach = lastRow * step + firstByte + rowBytes;   // below 2^63: every term is below 2^62
+    return reach <= static_cast<int64_t>(PTRDIFF_MAX);
+}
+
+bool planesAddressable(const pvx_Image *image, int32_t width, int32_t height) {
+    const int32_t count = pvx_Image_getPlaneCount(image->format);
+    for (int32_t p = 0; p < count; ++p) {
+        const pvx_PlaneSize e = pvx_Image_getPlaneExtent(width, height, image->format, p);
+        if (!addressable(0, e.rows, image->pitch[p], 0, e.pitch)) return false;
+    }
+    return true;
 }
 
 // Copies `rows` rows of `rowBytes` bytes. Rows are moved, not copied, and
@@ -46,16 +60,12 @@ pvx_Result pvx_Image_copy(pvx_Image *dst, const pvx_Image *src) {
     if (!src->dat[0] || src->width < 1 || src->height < 1 || !knownFormat(src->format) || !chromaPlanesSet(src)) {
         return PVX_ERROR_PARAM;
     }
+    if (!planesAddressable(src, src->width, src->height)) return PVX_ERROR_PARAM;
     const int32_t count = pvx_Image_getPlaneCount(src->format);
-    for (int32_t p = 0; p < count; ++p) {
-        if (!addressable(pvx_Image_getPlaneExtent(src->width, src->height, src->format, p).pitch)) {
-            return PVX_ERROR_PARAM;
-        }
-    }
 
     if (dst->external) {
         if (dst->width != src->width || dst->height != src->height || dst->format != src->format ||
-            !dst->dat[0] || !chromaPlanesSet(dst)) {
+            !dst->dat[0] || !chromaPlanesSet(dst) || !planesAddressable(dst, src->width, src->height)) {
             return PVX_ERROR_PARAM;
         }
     } else {
@@ -101,16 +111,23 @@ pvx_Result pvx_Image_partialCopy(pvx_Image *dst, const pvx_Image *src, int32_t d
     const bool bottomEdge = sy1 == src->height && dy1 == dst->height;
     if (((width & xmask) != 0 && !rightEdge) || ((height & ymask) != 0 && !bottomEdge)) return PVX_ERROR_PARAM;
 
+    // Aligned positions fall on whole units of every plane.
     const int32_t count = pvx_Image_getPlaneCount(src->format);
     for (int32_t p = 0; p < count; ++p) {
-        if (!addressable(pvx_Image_getPlaneExtent(width, height, src->format, p).pitch)) return PVX_ERROR_PARAM;
+        const pvx_PlaneLayout &pl = layout->plane[p];
+        const pvx_PlaneSize e = pvx_Image_getPlaneExtent(width, height, src->format, p);
+        if (!addressable(static_cast<int64_t>(sy >> pl.yshift) * pl.rows, e.rows, src->pitch[p],
+                         static_cast<int64_t>(sx >> pl.xshift) * pl.bytes, e.pitch) ||
+            !addressable(static_cast<int64_t>(dy >> pl.yshift) * pl.rows, e.rows, dst->pitch[p],
+                         static_cast<int64_t>(dx >> pl.xshift) * pl.bytes, e.pitch)) {
+            return PVX_ERROR_PARAM;
+        }
     }
     if (width == 0 || height == 0) return PVX_OK;
 
     for (int32_t p = 0; p < count; ++p) {
         const pvx_PlaneLayout &pl = layout->plane[p];
         const pvx_PlaneSize extent = pvx_Image_getPlaneExtent(width, height, src->format, p);
-        // Aligned positions fall on whole units of every plane.
         const ptrdiff_t srcAt = static_cast<ptrdiff_t>(sy >> pl.yshift) * pl.rows * src->pitch[p] +
                                 static_cast<ptrdiff_t>(sx >> pl.xshift) * pl.bytes;
         const ptrdiff_t dstAt = static_cast<ptrdiff_t>(dy >> pl.yshift) * pl.rows * dst->pitch[p] +

@@ -27,8 +27,8 @@ bool planesPresent(const pvx_Image *parent) {
 }
 
 // Byte offset of pixel column x in plane 0; -1 for a format that cannot be viewed.
-ptrdiff_t plane0Column(int32_t format, int32_t x) {
-    const ptrdiff_t px = x;
+int64_t plane0Column(int32_t format, int32_t x) {
+    const int64_t px = x;
     switch (format) {
     case 1: case 41: case 42: case 43: case 44: case 49: case 50: case 51: case 52:
     case 53: case 54: case 55: case 56: case 61: case 64: case 65:
@@ -39,7 +39,7 @@ ptrdiff_t plane0Column(int32_t format, int32_t x) {
     case 14: case 15: case 58: case 63:
         return 4 * px;
     case 16: case 17: case 18: case 19: case 20: case 21: case 22: case 23:
-        return (2 * px) & ~static_cast<ptrdiff_t>(3);   // never inside a pixel pair
+        return (2 * px) & ~int64_t{3};   // never inside a pixel pair
     case 24: case 25: case 26: case 27: case 28: case 29: case 36:
     case 37: case 38: case 39: case 40: case 57:
         return px;
@@ -52,6 +52,15 @@ ptrdiff_t plane0Column(int32_t format, int32_t x) {
     default:
         return -1;                                     // 0, 66, 67 and unknown values
     }
+}
+
+// Byte offset of (row, byte) in a plane; false when it would not fit a
+// ptrdiff_t (32 bits on Arm), which no real plane can reach.
+bool planeOffset(int64_t row, int32_t pitch, int64_t byte, ptrdiff_t *out) {
+    const int64_t at = row * pitch + byte;   // row < 2^31, 1 <= pitch < 2^31, byte < 2^35
+    if (at > static_cast<int64_t>(PTRDIFF_MAX)) return false;
+    *out = static_cast<ptrdiff_t>(at);
+    return true;
 }
 
 // Puts `view` into `sub`, giving back a block that `sub` owned. A view of
@@ -88,6 +97,8 @@ pvx_Result planeView(pvx_Image *sub, const pvx_Image *parent, int32_t x, int32_t
     const int32_t y0 = y >> pl.yshift;
     const int32_t x1 = static_cast<int32_t>((static_cast<int64_t>(x) + width + (1 << pl.xshift) - 1) >> pl.xshift);
     const int32_t y1 = static_cast<int32_t>((static_cast<int64_t>(y) + height + (1 << pl.yshift) - 1) >> pl.yshift);
+    ptrdiff_t at;
+    if (!planeOffset(y0, parent->pitch[plane], static_cast<int64_t>(x0) * pl.bytes, &at)) return PVX_ERROR_PARAM;
 
     pvx_Image view;
     memset(&view, 0, sizeof(view));
@@ -96,8 +107,7 @@ pvx_Result planeView(pvx_Image *sub, const pvx_Image *parent, int32_t x, int32_t
     view.format = pl.bytes == 2 ? PVX_FORMAT_UINT88 : PVX_FORMAT_UINT8;
     view.external = 1;
     view.pitch[0] = parent->pitch[plane];
-    view.dat[0] = parent->dat[plane] + static_cast<ptrdiff_t>(y0) * parent->pitch[plane] +
-                  static_cast<ptrdiff_t>(x0) * pl.bytes;
+    view.dat[0] = parent->dat[plane] + at;
     return bindView(sub, view);
 }
 
@@ -108,8 +118,21 @@ pvx_Result pvx_Image_initSubImage(pvx_Image *sub, const pvx_Image *parent, int32
     if (!sub || !parent) return PVX_ERROR_PARAM;
     if (!rectInside(parent, x, y, width, height)) return PVX_ERROR_PARAM;
     if (!planesPresent(parent)) return PVX_ERROR_PARAM;
-    const ptrdiff_t column = plane0Column(parent->format, x);
+    const int64_t column = plane0Column(parent->format, x);
     if (column < 0) return PVX_ERROR_FORMAT;
+    // Plane starts of the view; chroma columns and rows are scaled down where
+    // the plane is subsampled, and an interleaved chroma plane starts at a
+    // whole U,V pair.
+    const pvx_FormatLayout *layout = pvx_Image_getFormatLayout(parent->format);
+    ptrdiff_t at[3] = {0, 0, 0};
+    if (!planeOffset(y, parent->pitch[0], column, &at[0])) return PVX_ERROR_PARAM;
+    for (int32_t p = 1; p < 3; ++p) {
+        const pvx_PlaneLayout &pl = layout->plane[p];
+        if (pl.bytes != 0 &&
+            !planeOffset(y >> pl.yshift, parent->pitch[p], static_cast<int64_t>(x >> pl.xshift) * pl.bytes, &at[p])) {
+            return PVX_ERROR_PARAM;
+        }
+    }
 
     pvx_Image view;
     memset(&view, 0, sizeof(view));
@@ -117,17 +140,10 @@ pvx_Result pvx_Image_initSubImage(pvx_Image *sub, const pvx_Image *parent, int32
     view.height = height;
     view.format = parent->format;
     view.external = 1;
-    view.pitch[0] = parent->pitch[0];
-    view.dat[0] = parent->dat[0] + static_cast<ptrdiff_t>(y) * parent->pitch[0] + column;
-    // Chroma planes: column and row scaled down where the plane is subsampled;
-    // an interleaved chroma plane starts at a whole U,V pair.
-    const pvx_FormatLayout *layout = pvx_Image_getFormatLayout(parent->format);
-    for (int32_t p = 1; p < 3; ++p) {
-        const pvx_PlaneLayout &pl = layout->plane[p];
-        if (pl.bytes == 0) continue;
+    for (int32_t p = 0; p < 3; ++p) {
+        if (layout->plane[p].bytes == 0) continue;
         view.pitch[p] = parent->pitch[p];
-        view.dat[p] = parent->dat[p] + static_cast<ptrdiff_t>(y >> pl.yshift) * parent->pitch[p] +
-                      static_cast<ptrdiff_t>(x >> pl.xshift) * pl.bytes;
+        view.dat[p] = parent->dat[p] + at[p];
     }
     return bindView(sub, view);
 }

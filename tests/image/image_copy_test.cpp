@@ -364,3 +364,27 @@ TEST(ImagePartialCopy, OverlappingMoveWithinOneImage) {
 }
 
 }  // namespace
+
+namespace {
+
+// Records describing more than the address space are refused where
+// ptrdiff_t is 32 bits, before any byte is touched.
+TEST(ImageCopy, UnaddressableRecordsRefused) {
+    if (sizeof(ptrdiff_t) != 4) GTEST_SKIP() << "needs a 32-bit address space";
+    GuardedImage small(4, 4, PVX_FORMAT_UINT8);
+    pvx_Image huge;
+    pvx_construct_Image(&huge, nullptr);
+    pvx_ImagePlanes desc = {{small.img.dat[0], nullptr, nullptr}, {1 << 20, 0, 0}};
+    ASSERT_EQ(pvx_Image_initWithPitch(&huge, 4, 1 << 12, &desc, PVX_FORMAT_UINT8), PVX_OK);
+    pvx_Image dst;
+    pvx_construct_Image(&dst, nullptr);
+    dst.external = 1;
+    EXPECT_EQ(pvx_Image_copy(&dst, &huge), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_Image_partialCopy(&small.img, &huge, 0, 0, 0, 2048, 4, 2), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_Image_partialCopy(&huge, &small.img, 0, 2048, 0, 0, 4, 2), PVX_ERROR_PARAM);
+    // Negative pitches count by their size.
+    huge.pitch[0] = -(1 << 20);
+    EXPECT_EQ(pvx_Image_partialCopy(&small.img, &huge, 0, 0, 0, 2048, 4, 2), PVX_ERROR_PARAM);
+}
+
+}  // namespace

@@ -102,6 +102,14 @@ TEST(ImageRecord, SameByteSizeKeepsBlockOtherSizeReallocates) {
     uint8_t *const block = img.dat[0];
     const uint32_t used = heap.used();
     const uint32_t maxUsed = pvx_Heap2_getMaxUsedSize(&heap.env()->heap);
+    // A kept block keeps its bytes; a freed one would carry the heap's links.
+    for (int i = 0; i < 9216; ++i) block[i] = static_cast<uint8_t>(i * 7 + 1);
+    auto intact = [&] {
+        for (int i = 0; i < 9216; ++i) {
+            if (block[i] != static_cast<uint8_t>(i * 7 + 1)) return false;
+        }
+        return true;
+    };
 
     // 48 x 64 RGB888, 96 x 32 RGB888, 96 x 48 UINT16 (9216 bytes each, other shape or format).
     struct Shape { int32_t w, h, f; };
@@ -111,11 +119,13 @@ TEST(ImageRecord, SameByteSizeKeepsBlockOtherSizeReallocates) {
         EXPECT_EQ(img.width, s.w);
         EXPECT_EQ(img.format, s.f);
         EXPECT_EQ(heap.used(), used);
+        EXPECT_TRUE(intact()) << s.w << "x" << s.h;
     }
     // A 4:2:0 image of the same byte size keeps it as well, planes re-laid.
     ASSERT_EQ(pvx_Image_init(&img, 96, 64, nullptr, PVX_FORMAT_YUV420_SEMIPLANAR), PVX_OK);
     EXPECT_EQ(img.dat[0], block);
     EXPECT_EQ(img.dat[1], block + 96 * 64);
+    EXPECT_TRUE(intact());
     // Nothing was allocated meanwhile.
     EXPECT_EQ(pvx_Heap2_getMaxUsedSize(&heap.env()->heap), maxUsed);
 

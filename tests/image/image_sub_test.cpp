@@ -344,3 +344,23 @@ TEST(PlaneView, Refusals) {
 }
 
 }  // namespace
+
+namespace {
+
+// Offsets that no real plane can reach are refused where ptrdiff_t is 32
+// bits, instead of overflowing.
+TEST(SubImage, UnaddressableOffsetsRefused) {
+    if (sizeof(ptrdiff_t) != 4) GTEST_SKIP() << "offsets up to 2^62 fit a 64-bit ptrdiff_t";
+    pvx_Image parent = fresh();
+    pvx_ImagePlanes desc = {{g_pixels, g_pixels, g_pixels}, {1 << 20, 1 << 20, 1 << 20}};
+    ASSERT_EQ(pvx_Image_initWithPitch(&parent, 1 << 20, 1 << 20, &desc, PVX_FORMAT_YUV420_PLANAR), PVX_OK);
+    pvx_Image sub = fresh();
+    EXPECT_EQ(pvx_Image_initSubImage(&sub, &parent, 0, 1 << 12, 2, 2), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_Image_initSubImageY(&sub, &parent, 0, 1 << 12, 2, 2), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_Image_initSubImageU(&sub, &parent, 0, 1 << 13, 2, 2), PVX_ERROR_PARAM);
+    ASSERT_EQ(pvx_Image_initWithPitch(&parent, INT32_MAX, 4, &desc, PVX_FORMAT_LAB), PVX_OK);
+    EXPECT_EQ(pvx_Image_initSubImage(&sub, &parent, INT32_MAX / 2, 0, 2, 2), PVX_ERROR_PARAM);
+    EXPECT_EQ(sub.dat[0], nullptr);
+}
+
+}  // namespace
