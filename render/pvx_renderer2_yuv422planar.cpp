@@ -1,0 +1,17 @@
+// Draw kernel of "YUV422_PLANAR": the general kernel only, with chroma
+// taken from the nearest sample; the other two slots use it.
+#include "render/pvx_draw_walk.h"
+#include "render/pvx_renderer2_kernels.h"
+
+using namespace pvx_draw;
+
+pvx_Result pvx_Renderer2_Yuv422Planar_drawRect(const pvx_Renderer2_DrawArg *arg) {
+    return drawCell<LayoutYuv422Planar, kBilinear, kGeneral>(arg);
+}
+pvx_Result pvx_Renderer2_Yuv422Planar_drawRectParallel(const pvx_Renderer2_DrawArg *arg) {
+    return pvx_Renderer2_Yuv422Planar_drawRect(arg);
+}
+pvx_Result pvx_Renderer2_Yuv422Planar_drawRectNoRot(const pvx_Renderer2_DrawArg *arg) {
+    pvx_Renderer2_Yuv422Planar_drawRect(arg);
+    return PVX_OK;
+}

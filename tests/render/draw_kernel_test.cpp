@@ -1,0 +1,491 @@
+// Draw kernels of every format family: worked examples (identity, half-pixel
+// shift, boundary trimming, odd heights), byte-for-byte agreement with a
+// slow per-pixel model on random and hostile cells, and accuracy against
+// double-precision bilinear sampling.
+#include <gtest/gtest.h>
+
+#include <math.h>
+
+#include <random>
+#include <string>
+#include <vector>
+
+#include "render/pvx_renderer2_kernels.h"
+#include "tests/render/render_test_util.h"
+#include "tests/support/test_random.h"
+
+namespace {
+
+using rt::Image;
+
+struct Family {
+    const char *name;
+    int32_t format;
+    rt::RefMode mode;
+    pvx_Renderer2_DrawFn fn[3];   // general, parallelogram, unrotated
+    rt::RefKind kind[3];          // the rules each slot follows
+};
+
+#define FAMILY(F, fmt, mode)                                                                                      \
+    Family {                                                                                                      \
+        #F "_" #fmt, PVX_FORMAT_##fmt, mode,                                                                      \
+            {pvx_Renderer2_##F##_drawRect, pvx_Renderer2_##F##_drawRectParallel, pvx_Renderer2_##F##_drawRectNoRot}, \
+        {                                                                                                         \
+            rt::kRefGeneral, rt::kRefParallel, rt::kRefNoRot                                                      \
+        }                                                                                                         \
+    }
+
+std::vector<Family> families() {
+    std::vector<Family> v = {
+        FAMILY(Uint8, UINT8, rt::kRefBilinear),
+        FAMILY(Rgb888, RGB888, rt::kRefBilinear),
+        FAMILY(Rgb888, BGR888, rt::kRefBilinear),
+        FAMILY(Yuv420Planar, YUV420_PLANAR, rt::kRefBilinear),
+        FAMILY(Yuv420PlanarHQ, YUV420_PLANAR, rt::kRefHQ),
+        FAMILY(Yuv420Semiplanar, YUV420_SEMIPLANAR, rt::kRefBilinear),
+        FAMILY(Yuv420Semiplanar, YVU420_SEMIPLANAR, rt::kRefBilinear),
+        FAMILY(Yuv420SemiplanarHQ, YUV420_SEMIPLANAR, rt::kRefHQ),
+        FAMILY(Yuv420SemiplanarNN, YUV420_SEMIPLANAR, rt::kRefNearest),
+        FAMILY(Yuv420SemiplanarNN, YVU420_SEMIPLANAR, rt::kRefNearest),
+        FAMILY(Yuv422Planar, YUV422_PLANAR, rt::kRefBilinear),
+        FAMILY(Yuv422Yuyv, YUV422_YUYV, rt::kRefBilinear),
+        FAMILY(Yuv422Yuyv, YUV422_YVYU, rt::kRefBilinear),
+        FAMILY(Yuv422Uyvy, YUV422_UYVY, rt::kRefBilinear),
+        FAMILY(Yuv422Uyvy, YUV422_VYUY, rt::kRefBilinear),
+    };
+    // The planar 4:2:2 family has one kernel; its other slots run it.
+    for (Family &f : v)
+        if (f.format == PVX_FORMAT_YUV422_PLANAR) f.kind[1] = f.kind[2] = rt::kRefGeneral;
+    return v;
+}
+
+const char *kSlotNames[3] = {"drawRect", "drawRectParallel", "drawRectNoRot"};
+
+pvx_Result draw(pvx_Renderer2_DrawFn fn, Image &dst, const Image &src, const double *corners, const int32_t *rect,
+                int32_t bc) {
+    pvx_Renderer2_DrawArg a;
+    a.dst = dst.image();
+    a.src = src.image();
+    a.corners = corners;
+    a.cellRect = rect;
+    a.boundaryCheck = bc;
+    return fn(&a);
+}
+
+// Corners of the affine map p -> A p + t at the cell's four vertices.
+void affineCorners(const int32_t *rect, double a, double b, double c, double d, double tx, double ty,
+                   double *corners) {
+    const double xs[4] = {double(rect[0]), double(rect[2]), double(rect[0]), double(rect[2])};
+    const double ys[4] = {double(rect[1]), double(rect[1]), double(rect[3]), double(rect[3])};
+    for (int i = 0; i < 4; ++i) {
+        corners[2 * i] = a * xs[i] + b * ys[i] + tx;
+        corners[2 * i + 1] = c * xs[i] + d * ys[i] + ty;
+    }
+}
+
+std::string where(const Family &f, int slot) { return std::string(f.name) + " " + kSlotNames[slot]; }
+
+// ---------------------------------------------------------------------------
+// Worked examples
+
+TEST(DrawKernels, IdentityCellCopiesTheSource) {
+    for (const Family &f : families())
+        for (int slot = 0; slot < 3; ++slot)
+            for (int bc = 0; bc < 2; ++bc) {
+                std::mt19937_64 rng = pvx_test::makeRng(slot);
+                Image src(f.format, 36, 26), dst(f.format, 36, 26, 3);
+                src.fillRandom(rng);
+                dst.fill(7);
+                // Cells tile the image; corners sit on the destination vertices.
+                const int32_t xs[] = {0, 16, 30, 36}, ys[] = {0, 10, 26};
+                for (int j = 0; j < 2; ++j)
+                    for (int i = 0; i < 3; ++i) {
+                        const int32_t rect[4] = {xs[i], ys[j], xs[i + 1], ys[j + 1]};
+                        double corners[8];
+                        affineCorners(rect, 1, 0, 0, 1, 0, 0, corners);
+                        ASSERT_EQ(PVX_OK, draw(f.fn[slot], dst, src, corners, rect, bc));
+                    }
+                if (bc == 0) {
+                    EXPECT_EQ(src.bytes(), dst.bytes()) << where(f, slot);
+                } else {
+                    // The trimming keeps the last source column and row out.
+                    for (int32_t y = 0; y < 24; ++y)
+                        for (int32_t x = 0; x < 34; ++x)
+                            ASSERT_EQ(src.luma(x, y), dst.luma(x, y)) << where(f, slot) << " at " << x << "," << y;
+                }
+                EXPECT_TRUE(dst.bandIntact()) << where(f, slot);
+            }
+}
+
+TEST(DrawKernels, HalfPixelShiftAveragesNeighbours) {
+    for (const Family &f : families())
+        for (int slot = 0; slot < 3; ++slot) {
+            Image src(f.format, 40, 20), dst(f.format, 40, 20, 2);
+            // Neighbours differ by an odd amount so that rounding shows.
+            src.fillWith([](int c, double x, double y) { return uint8_t(int(x) * 5 + int(y) * 3 + c * 11 + 1); });
+            dst.fill(0);
+            const int32_t rect[4] = {2, 2, 34, 18};
+            double corners[8];
+            affineCorners(rect, 1, 0, 0, 1, 0.5, 0, corners);
+            ASSERT_EQ(PVX_OK, draw(f.fn[slot], dst, src, corners, rect, 0));
+            const bool nearest = f.mode == rt::kRefNearest;
+            const bool round = f.kind[slot] != rt::kRefGeneral;
+            for (int32_t y = 2; y < 18; ++y)
+                for (int32_t x = 2; x < 34; ++x)
+                    for (int c = 0; c < src.info().channels; ++c) {
+                        const int a = src.luma(x, y, c), b = src.luma(x + 1, y, c);
+                        // Weights 8 and 8; nearest takes the right one (x + 0.5 rounds up).
+                        const int want = nearest ? b : (8 * 16 * a + 8 * 16 * b + (round ? 128 : 0)) >> 8;
+                        ASSERT_EQ(want, dst.luma(x, y, c)) << where(f, slot) << " at " << x << "," << y;
+                    }
+            EXPECT_TRUE(dst.bandIntact());
+        }
+}
+
+TEST(DrawKernels, HalfPixelShiftMovesChromaByAQuarterSample) {
+    // Plain chroma sits at half the luma position: a shift of half a luma
+    // pixel is a quarter chroma sample, weight 4.
+    for (const Family &f : families()) {
+        if (f.mode != rt::kRefBilinear || (f.format != PVX_FORMAT_YUV420_SEMIPLANAR && f.format != PVX_FORMAT_YUV422_YUYV))
+            continue;
+        for (int slot = 0; slot < 3; ++slot) {
+            std::mt19937_64 rng = pvx_test::makeRng(40 + slot);
+            Image src(f.format, 40, 20), dst(f.format, 40, 20);
+            src.fillRandom(rng);
+            const int32_t rect[4] = {0, 0, 32, 16};
+            double corners[8];
+            affineCorners(rect, 1, 0, 0, 1, 0.5, 0, corners);
+            ASSERT_EQ(PVX_OK, draw(f.fn[slot], dst, src, corners, rect, 0));
+            const int rounding = f.kind[slot] != rt::kRefGeneral ? 128 : 0;
+            const int32_t rows = f.format == PVX_FORMAT_YUV422_YUYV ? 16 : 8;
+            for (int32_t y = 0; y < rows; ++y)
+                for (int32_t x = 0; x < 16; ++x)
+                    for (int k = 0; k < 2; ++k) {
+                        const int a = src.chroma(k, x, y), b = src.chroma(k, x + 1, y);
+                        ASSERT_EQ((12 * 16 * a + 4 * 16 * b + rounding) >> 8, dst.chroma(k, x, y))
+                            << where(f, slot) << " at " << x << "," << y;
+                    }
+        }
+    }
+}
+
+// With the boundary check, pixels whose source position lies beyond the
+// last full 2x2 neighbourhood (or left of the image) are left as they were;
+// the ends move in steps of two pixels.
+TEST(DrawKernels, BoundaryCheckLeavesPixelsOutsideUntouched) {
+    for (const Family &f : families())
+        for (int slot = 0; slot < 3; ++slot) {
+            const rt::RefKind kind = f.kind[slot];
+            const int32_t W = 40, H = 30;
+            Image src(f.format, W, H), dst(f.format, 64, 40, 2);
+            src.fillWith([](int c, double x, double y) { return uint8_t(10 + int(x) * 3 + int(y) * 2 + c); });
+            const uint8_t kUntouched = 250;
+
+            // Left: pixel j of the cell samples x = j - 3.5: pixels 0..3 lie
+            // left of the image and stay; pixel 4 (x = 0.5) is drawn.
+            dst.fill(kUntouched);
+            const int32_t left[4] = {0, 0, 16, 8};
+            double corners[8];
+            affineCorners(left, 1, 0, 0, 1, -3.5, 4, corners);
+            ASSERT_EQ(PVX_OK, draw(f.fn[slot], dst, src, corners, left, 1));
+            for (int32_t x = 0; x < 16; ++x)
+                EXPECT_EQ(x < 4, dst.luma(x, 0) == kUntouched) << where(f, slot) << " x " << x;
+
+            // Right: the last drawable position is W - 2 (general,
+            // parallelogram) or W - 1 (unrotated). Pixel j samples
+            // x = limit - 11.5 + j, so pixels 12..15 are beyond it.
+            dst.fill(kUntouched);
+            const double limit = kind == rt::kRefNoRot ? W - 1 : W - 2;
+            const int32_t right[4] = {20, 10, 36, 18};
+            affineCorners(right, 1, 0, 0, 1, limit - 11.5 - 20, 0, corners);
+            ASSERT_EQ(PVX_OK, draw(f.fn[slot], dst, src, corners, right, 1));
+            for (int32_t j = 0; j < 16; ++j)
+                EXPECT_EQ(j >= 12, dst.luma(20 + j, 10) == kUntouched) << where(f, slot) << " j " << j;
+
+            // Bottom: row pairs whose source row lies beyond H - 2 stay.
+            dst.fill(kUntouched);
+            const int32_t bottom[4] = {0, 20, 8, 32};
+            affineCorners(bottom, 1, 0, 0, 1, 4, (H - 2) - 25.5, corners);   // rows 20..25 map to <= H - 2 - 0.5
+            ASSERT_EQ(PVX_OK, draw(f.fn[slot], dst, src, corners, bottom, 1));
+            for (int32_t y = 20; y < 32; ++y) EXPECT_EQ(y >= 26, dst.luma(2, y) == kUntouched) << where(f, slot) << " y " << y;
+
+            // Without the check the same cell is drawn whole (taps clamped).
+            dst.fill(kUntouched);
+            ASSERT_EQ(PVX_OK, draw(f.fn[slot], dst, src, corners, bottom, 0));
+            for (int32_t y = 20; y < 32; ++y) EXPECT_NE(kUntouched, dst.luma(2, y)) << where(f, slot) << " y " << y;
+            EXPECT_TRUE(dst.bandIntact());
+        }
+}
+
+TEST(DrawKernels, OddHeightAlsoWritesRowY1) {
+    for (const Family &f : families())
+        for (int slot = 0; slot < 3; ++slot) {
+            std::mt19937_64 rng = pvx_test::makeRng(7);
+            Image src(f.format, 24, 16), dst(f.format, 24, 16, 2);
+            src.fillRandom(rng);
+            dst.fill(0);
+            const int32_t rect[4] = {4, 2, 12, 7};   // rows 2..6, and 7 as the pair of row 6
+            double corners[8];
+            affineCorners(rect, 1, 0, 0, 1, 0, 0, corners);
+            ASSERT_EQ(PVX_OK, draw(f.fn[slot], dst, src, corners, rect, 0));
+            for (int32_t y = 0; y < 16; ++y)
+                for (int32_t x = 0; x < 24; ++x) {
+                    const bool inCell = x >= 4 && x < 12 && y >= 2 && y <= 7;
+                    if (inCell) {
+                        ASSERT_EQ(src.luma(x, y), dst.luma(x, y)) << where(f, slot) << " " << x << "," << y;
+                    } else {
+                        ASSERT_EQ(0, dst.luma(x, y)) << where(f, slot) << " " << x << "," << y;
+                    }
+                }
+            // At the destination's bottom edge the extra row is not written.
+            Image small(f.format, 24, 7, 3);
+            small.fill(0);
+            ASSERT_EQ(PVX_OK, draw(f.fn[slot], small, src, corners, rect, 0));
+            EXPECT_TRUE(small.bandIntact()) << where(f, slot);
+            EXPECT_EQ(src.luma(5, 6), small.luma(5, 6));
+        }
+}
+
+TEST(DrawKernels, WritesAreClippedToTheDestination) {
+    for (const Family &f : families())
+        for (int slot = 0; slot < 3; ++slot) {
+            std::mt19937_64 rng = pvx_test::makeRng(9);
+            Image src(f.format, 30, 30), dst(f.format, 17, 11, 4);
+            src.fillRandom(rng);
+            dst.fill(1);
+            const int32_t rect[4] = {-5, -3, 25, 19};   // larger than the destination on every side
+            double corners[8];
+            affineCorners(rect, 0.7, 0.1, -0.05, 0.8, 8, 6, corners);
+            Image want(f.format, 17, 11);
+            want.fill(1);
+            rt::refDraw(f.kind[slot], f.mode, src, want, corners, rect, 0);
+            ASSERT_EQ(PVX_OK, draw(f.fn[slot], dst, src, corners, rect, 0));
+            EXPECT_TRUE(dst.bandIntact()) << where(f, slot);
+            EXPECT_EQ(want.bytes(), dst.bytes()) << where(f, slot);
+        }
+}
+
+TEST(DrawKernels, ForeignImagesAreRefused) {
+    Image rgb(PVX_FORMAT_RGB888, 8, 8), y8(PVX_FORMAT_UINT8, 8, 8);
+    const int32_t rect[4] = {0, 0, 8, 8};
+    double corners[8];
+    affineCorners(rect, 1, 0, 0, 1, 0, 0, corners);
+    EXPECT_EQ(PVX_ERROR_FORMAT, draw(pvx_Renderer2_Rgb888_drawRect, rgb, y8, corners, rect, 0));
+    EXPECT_EQ(PVX_ERROR_FORMAT, draw(pvx_Renderer2_Uint8_drawRectNoRot, rgb, y8, corners, rect, 0));
+    Image a(PVX_FORMAT_YUV420_SEMIPLANAR, 8, 8), b(PVX_FORMAT_YVU420_SEMIPLANAR, 8, 8);
+    EXPECT_EQ(PVX_OK, draw(pvx_Renderer2_Yuv420Semiplanar_drawRect, a, b, corners, rect, 0));
+    a.image()->dat[1] = nullptr;
+    EXPECT_EQ(PVX_ERROR_PARAM, draw(pvx_Renderer2_Yuv420Semiplanar_drawRect, a, b, corners, rect, 0));
+    EXPECT_EQ(PVX_ERROR_PARAM, pvx_Renderer2_Uint8_drawRect(nullptr));
+}
+
+// ---------------------------------------------------------------------------
+// Random cells against the model
+
+struct RandomCell {
+    int32_t srcW, srcH, dstW, dstH;
+    int32_t rect[4];
+    double corners[8];
+    int32_t bc;
+};
+
+RandomCell randomCell(std::mt19937_64 &rng, bool hostile) {
+    auto U = [&](double a, double b) { return std::uniform_real_distribution<double>(a, b)(rng); };
+    auto I = [&](int a, int b) { return std::uniform_int_distribution<int>(a, b)(rng); };
+    RandomCell c;
+    c.srcW = I(1, 45);
+    c.srcH = I(1, 37);
+    c.dstW = I(1, 45);
+    c.dstH = I(1, 37);
+    c.rect[0] = I(-6, c.dstW);
+    c.rect[1] = I(-6, c.dstH);
+    c.rect[2] = c.rect[0] + I(1, 40);
+    c.rect[3] = c.rect[1] + I(1, 33);
+    c.bc = I(0, 1);
+    const double w = c.rect[2] - c.rect[0], h = c.rect[3] - c.rect[1];
+    // An affine map (rotation, scale, shear, even mirroring), then a twist.
+    const double angle = U(-0.6, 0.6) * (I(0, 3) == 0 ? 5 : 1);
+    const double sx = U(0.3, 2.2) * (I(0, 9) == 0 ? -1 : 1), sy = U(0.3, 2.2);
+    const double a = sx * cos(angle), b = -sy * sin(angle) + U(-0.3, 0.3), cc = sx * sin(angle), d = sy * cos(angle);
+    const double tx = U(-4, c.srcW + 4), ty = U(-4, c.srcH + 4);
+    const double u[4] = {0, w, 0, w}, v[4] = {0, 0, h, h};
+    for (int i = 0; i < 4; ++i) {
+        c.corners[2 * i] = tx + a * u[i] + b * v[i] + (I(0, 2) == 0 ? U(-3, 3) : 0);
+        c.corners[2 * i + 1] = ty + cc * u[i] + d * v[i] + (I(0, 2) == 0 ? U(-3, 3) : 0);
+    }
+    if (I(0, 4) == 0) {   // unrotated cells with exact quarter-pixel corners
+        for (int i = 0; i < 8; ++i) c.corners[i] = floor(c.corners[i] * 4) / 4;
+        c.corners[3] = c.corners[1];
+    }
+    if (c.bc == 0) {
+        // The renderer only draws such cells when all corners lie inside.
+        for (int i = 0; i < 8; i += 2) {
+            c.corners[i] = std::min<double>(std::max(c.corners[i], 0.0), c.srcW);
+            c.corners[i + 1] = std::min<double>(std::max(c.corners[i + 1], 0.0), c.srcH);
+        }
+    }
+    if (hostile) {
+        const double bad[] = {NAN, INFINITY, -INFINITY, -1e300, 1e300, 16777215.9, -16777216.0, -70000.25,
+                              70000.5, 2147483648.0 / 32768.0, -65536.0, 65535.99};
+        const int n = I(1, 4);
+        for (int i = 0; i < n; ++i) c.corners[I(0, 7)] = bad[I(0, 11)];
+        c.bc = 1;
+    }
+    return c;
+}
+
+class KernelsMatchModel : public ::testing::TestWithParam<int> {};
+
+TEST_P(KernelsMatchModel, RandomCells) {
+    const bool hostile = GetParam() == 1;
+    const std::vector<Family> fams = families();
+    for (size_t fi = 0; fi < fams.size(); ++fi) {
+        const Family &f = fams[fi];
+        std::mt19937_64 rng = pvx_test::makeRng(1000 * (GetParam() + 1) + fi);
+        const int rounds = pvx_test::rounds(hostile ? 120 : 250);
+        for (int r = 0; r < rounds; ++r) {
+            const int slot = r % 3;
+            const RandomCell c = randomCell(rng, hostile);
+            Image src(f.format, c.srcW, c.srcH, 0, (r & 4) != 0), dst(f.format, c.dstW, c.dstH, 3);
+            src.fillRandom(rng);
+            dst.fillRandom(rng);
+            Image want(f.format, c.dstW, c.dstH);
+            want.setBytes(dst.bytes());
+            rt::refDraw(f.kind[slot], f.mode, src, want, c.corners, c.rect, c.bc);
+            ASSERT_EQ(PVX_OK, draw(f.fn[slot], dst, src, c.corners, c.rect, c.bc));
+            ASSERT_TRUE(dst.bandIntact()) << where(f, slot);
+            const std::vector<uint8_t> got = dst.bytes(), exp = want.bytes();
+            if (got != exp) {
+                size_t i = 0;
+                while (got[i] == exp[i]) ++i;
+                FAIL() << where(f, slot) << " round " << r << " src " << c.srcW << "x" << c.srcH << " dst "
+                       << c.dstW << "x" << c.dstH << " rect " << c.rect[0] << "," << c.rect[1] << "," << c.rect[2]
+                       << "," << c.rect[3] << " bc " << c.bc << " corners " << c.corners[0] << "," << c.corners[1]
+                       << " " << c.corners[2] << "," << c.corners[3] << " " << c.corners[4] << "," << c.corners[5]
+                       << " " << c.corners[6] << "," << c.corners[7] << ": first difference at byte " << i << " ("
+                       << int(got[i]) << " vs " << int(exp[i]) << ")";
+            }
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Cells, KernelsMatchModel, ::testing::Values(0, 1),
+                         [](const ::testing::TestParamInfo<int> &i) { return i.param ? "Hostile" : "Plain"; });
+
+// The plain copy: a translation by whole pixels copies exactly; random
+// cells agree with the model.
+TEST(DrawKernels, PlainCopy) {
+    const struct {
+        int32_t format;
+        pvx_Renderer2_DrawFn fn;
+    } cases[] = {{PVX_FORMAT_YUV420_PLANAR, pvx_Renderer2_Yuv420Planar_drawRectMemcpy},
+                 {PVX_FORMAT_YUV420_SEMIPLANAR, pvx_Renderer2_Yuv420Semiplanar_drawRectMemcpy},
+                 {PVX_FORMAT_YVU420_SEMIPLANAR, pvx_Renderer2_Yuv420Semiplanar_drawRectMemcpy}};
+    for (const auto &cs : cases) {
+        std::mt19937_64 rng = pvx_test::makeRng(77);
+        Image src(cs.format, 40, 30), dst(cs.format, 24, 16, 2);
+        src.fillRandom(rng);
+        dst.fill(0);
+        const int32_t rect[4] = {0, 0, 24, 16};
+        double corners[8];
+        affineCorners(rect, 1, 0, 0, 1, 6, 4, corners);
+        ASSERT_EQ(PVX_OK, draw(cs.fn, dst, src, corners, rect, 0));
+        for (int32_t y = 0; y < 16; ++y)
+            for (int32_t x = 0; x < 24; ++x) ASSERT_EQ(src.luma(x + 6, y + 4), dst.luma(x, y));
+        for (int32_t y = 0; y < 8; ++y)
+            for (int32_t x = 0; x < 12; ++x)
+                for (int k = 0; k < 2; ++k) ASSERT_EQ(src.chroma(k, x + 3, y + 2), dst.chroma(k, x, y));
+        EXPECT_TRUE(dst.bandIntact());
+
+        for (int r = 0; r < pvx_test::rounds(300); ++r) {
+            RandomCell c = randomCell(rng, r % 5 == 0);
+            Image s(cs.format, c.srcW, c.srcH, 0, (r & 1) != 0), d(cs.format, c.dstW, c.dstH, 3);
+            s.fillRandom(rng);
+            d.fillRandom(rng);
+            Image want(cs.format, c.dstW, c.dstH);
+            want.setBytes(d.bytes());
+            rt::refMemcpy(s, want, c.corners, c.rect);
+            ASSERT_EQ(PVX_OK, draw(cs.fn, d, s, c.corners, c.rect, c.bc));
+            ASSERT_TRUE(d.bandIntact());
+            ASSERT_EQ(want.bytes(), d.bytes()) << "round " << r;
+        }
+    }
+}
+
+// ---------------------------------------------------------------------------
+// Accuracy against double-precision bilinear sampling
+
+double smooth(int c, double x, double y) {
+    return 128 + 50 * sin(0.11 * x + 0.07 * y + c) + 40 * cos(0.05 * x - 0.13 * y + 2 * c);
+}
+
+double bilinearAt(const Image &s, bool chroma, int k, double x, double y) {
+    const int32_t w = chroma ? s.chromaW() : s.width(), h = chroma ? s.chromaH() : s.height();
+    x = std::min(std::max(x, 0.0), w - 1.0);
+    y = std::min(std::max(y, 0.0), h - 1.0);
+    const int32_t x0 = int32_t(x), y0 = int32_t(y), x1 = std::min(x0 + 1, w - 1), y1 = std::min(y0 + 1, h - 1);
+    auto at = [&](int32_t xx, int32_t yy) { return double(chroma ? s.chroma(k, xx, yy) : s.luma(xx, yy, k)); };
+    const double fx = x - x0, fy = y - y0;
+    return (at(x0, y0) * (1 - fx) + at(x1, y0) * fx) * (1 - fy) + (at(x0, y1) * (1 - fx) + at(x1, y1) * fx) * fy;
+}
+
+TEST(DrawKernels, AccuracyOnRotatedAndScaledCells) {
+    struct Map {
+        const char *name;
+        double a, b, c, d;
+        int slot;
+    };
+    const Map maps[] = {
+        {"scaled", 0.83, 0, 0, 0.91, 2},        // unrotated kernel
+        {"magnified", 1.21, 0, 0, 1.17, 2},
+        {"rotated", 0.95 * cos(0.12), -0.95 * sin(0.12), 0.95 * sin(0.12), 0.95 * cos(0.12), 1},
+        {"rotatedScaled", 1.1 * cos(-0.2), -0.9 * sin(-0.2), 1.1 * sin(-0.2), 0.9 * cos(-0.2), 1},
+        {"rotatedGeneral", 0.95 * cos(0.12), -0.95 * sin(0.12), 0.95 * sin(0.12), 0.95 * cos(0.12), 0},
+    };
+    for (const Family &f : families()) {
+        if (f.mode == rt::kRefNearest) continue;
+        for (const Map &m : maps) {
+            const int slot = f.format == PVX_FORMAT_YUV422_PLANAR ? 0 : m.slot;
+            Image src(f.format, 96, 96), dst(f.format, 64, 64);
+            src.fillWith([](int c, double x, double y) { return uint8_t(floor(smooth(c, x, y) + 0.5)); });
+            dst.fill(0);
+            const int32_t rect[4] = {0, 0, 64, 64};
+            double corners[8];
+            const double tx = 48 - (m.a * 32 + m.b * 32), ty = 48 - (m.c * 32 + m.d * 32);
+            affineCorners(rect, m.a, m.b, m.c, m.d, tx, ty, corners);
+            ASSERT_EQ(PVX_OK, draw(f.fn[slot], dst, src, corners, rect, 0));
+            double err[2] = {0, 0};
+            long n[2] = {0, 0};
+            for (int32_t y = 0; y < 64; ++y)
+                for (int32_t x = 0; x < 64; ++x)
+                    for (int c = 0; c < src.info().channels; ++c) {
+                        const double e = dst.luma(x, y, c) - bilinearAt(src, false, c, m.a * x + m.b * y + tx,
+                                                                       m.c * x + m.d * y + ty);
+                        err[0] += e * e;
+                        ++n[0];
+                    }
+            // 4:2:0 chroma sits at the centre of the luma it covers, 4:2:2
+            // chroma with the even luma samples.
+            const bool c420 = src.info().chroma == rt::k420;
+            for (int32_t y = 0; y < dst.chromaH() && src.info().chroma != rt::kNone; ++y)
+                for (int32_t x = 0; x < 32; ++x)
+                    for (int k = 0; k < 2; ++k) {
+                        const double lx = c420 ? 2 * x + 0.5 : 2 * x, ly = c420 ? 2 * y + 0.5 : y;
+                        const double sx = m.a * lx + m.b * ly + tx, sy = m.c * lx + m.d * ly + ty;
+                        const double e = dst.chroma(k, x, y) - bilinearAt(src, true, k, c420 ? (sx - 0.5) / 2 : sx / 2,
+                                                                         c420 ? (sy - 0.5) / 2 : sy);
+                        err[1] += e * e;
+                        ++n[1];
+                    }
+            for (int i = 0; i < 2; ++i) {
+                if (n[i] == 0) continue;
+                const double psnr = 10 * log10(255.0 * 255.0 * n[i] / std::max(err[i], 1e-9));
+                // Nearest chroma of the planar 4:2:2 kernel is coarser.
+                const double floor = i == 1 && f.format == PVX_FORMAT_YUV422_PLANAR ? 30.0 : 38.0;
+                EXPECT_GE(psnr, floor) << where(f, slot) << " " << m.name << (i ? " chroma" : " luma");
+            }
+        }
+    }
+}
+
+}  // namespace
