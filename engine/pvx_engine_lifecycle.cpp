@@ -80,8 +80,9 @@ PARVEX_API const char *parvex_DistortionCorrection_getVersion(void) { return kVe
 PARVEX_API int32_t parvex_DistortionCorrection_getBufferSize(const parvex_DistortionCorrection_InitParam *param) {
     if (!param) return 0;
     const int32_t format = pvx_Image_getImageFormat(param->format);
-    const int64_t total = pvx_Image_getSize(param->width, param->height, format, PVX_SIZE_IMAGE) +
-                          static_cast<int64_t>(pvx_Pel_getBufferSize()) + pvx_Renderer2_getBufferSize() +
+    const int64_t image = pvx_Image_getSize(param->width, param->height, format, PVX_SIZE_IMAGE);
+    if (image > INT32_MAX) return INT32_MAX;   // the image size saturates for hostile sizes
+    const int64_t total = image + static_cast<int64_t>(pvx_Pel_getBufferSize()) + pvx_Renderer2_getBufferSize() +
                           pvx_Renderer2_Params_getBufferSize() + kFixedBufferSize;
     return total > INT32_MAX ? INT32_MAX : static_cast<int32_t>(total);
 }

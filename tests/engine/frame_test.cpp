@@ -188,11 +188,19 @@ TEST_P(Accuracy, MatchesTheReferenceWarp) {
     Engine e(coefficientParam(fc.name, L.inWidth, L.inHeight, L.k[0], L.k[1], L.k[2], L.k[3]));
     ASSERT_EQ(PARVEX_OK, e.status());
     parvex_DistortionCorrection *h = e.handle();
-    if (s.outputSize) ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_setOutputImageSize(h, L.outWidth, L.outHeight));
-    if (s.centre) ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_setInputCenter(h, L.inCenterX, L.inCenterY));
-    if (s.strength) ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_setCorrectionStrength(h, L.strength));
+    if (s.outputSize) {
+        ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_setOutputImageSize(h, L.outWidth, L.outHeight));
+    }
+    if (s.centre) {
+        ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_setInputCenter(h, L.inCenterX, L.inCenterY));
+    }
+    if (s.strength) {
+        ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_setCorrectionStrength(h, L.strength));
+    }
     ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_start(h));
-    if (s.crop) ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_setCropRect(h, L.crop[0], L.crop[1], L.crop[2], L.crop[3]));
+    if (s.crop) {
+        ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_setCropRect(h, L.crop[0], L.crop[1], L.crop[2], L.crop[3]));
+    }
 
     Frame in(fc.format, L.inWidth, L.inHeight), out(fc.format, L.outWidth, L.outHeight);
     fillSmooth(in, fc);

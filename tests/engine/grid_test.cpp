@@ -138,14 +138,17 @@ TEST(Start, TableMeshScalesRadiiThroughThePoints) {
 }
 
 TEST(Start, TableRadiiBeyondTheLastPointExtrapolate) {
-    // The corners (radius 1) lie past the last caller point at 0.5; the
-    // appended point continues the last segment's slope.
+    // The corners (radius 1) lie past the last caller point at 0.5 and use
+    // the segment to the appended point: 100 times the last segment, whose
+    // key starts from the last source radius (0.4), not from 0.5.
     const std::vector<double> xs = {0.0, 0.25, 0.5}, ys = {0.0, 0.2, 0.4};
     Engine e(tableParam("RGB888", 640, 480, xs, ys));
     ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_start(e.handle()));
     const pvx_Renderer2_Params &p = e.context()->render_params;
-    EXPECT_NEAR(320 - 320 * 0.8, p.srcX[0], 1e-9);
-    EXPECT_NEAR(240 - 240 * 0.8, p.srcY[0], 1e-9);
+    const double appendedX = 0.4 + 100 * 0.25, appendedY = 0.4 + 100 * 0.2;
+    const double v = 0.4 + (1.0 - 0.5) / (appendedX - 0.5) * (appendedY - 0.4);
+    EXPECT_NEAR(320 - 320 * v, p.srcX[0], 1e-9);
+    EXPECT_NEAR(240 - 240 * v, p.srcY[0], 1e-9);
 }
 
 TEST(SetCropRect, InTableModeReplacesTheMeshByTheScaledIdentity) {

@@ -42,7 +42,9 @@ TEST_F(Settings, StrengthIsAcceptedInBothStatesWithinItsRange) {
                  {1.0000001, PARVEX_ERROR_PARAM}, {-0.01, PARVEX_ERROR_PARAM}, {1.01, PARVEX_ERROR_PARAM},
                  {-INFINITY, PARVEX_ERROR_PARAM}};
     for (int started = 0; started < 2; ++started) {
-        if (started) ASSERT_EQ(PARVEX_OK, start());
+        if (started) {
+            ASSERT_EQ(PARVEX_OK, start());
+        }
         for (const auto &c : cases) {
             EXPECT_EQ(c.expected, parvex_DistortionCorrection_setCorrectionStrength(h(), c.value)) << c.value;
             if (c.expected == PARVEX_OK) {
