@@ -20,8 +20,13 @@ bool hasPlanes(const Record *image, int32_t format) {
     return true;
 }
 
+// Rows may not overlap: each pitch the format reads covers the plane's row
+// bytes (the caller's width, without the alignment rounding of tight pitches).
 bool hasUsablePitches(const parvex_ImageDataEx *image, int32_t format) {
-    return pvx_IF_isAvailableImageEx(image, format) != 0;
+    const int32_t planes = pvx_Image_getPlaneCount(format);
+    for (int32_t p = 0; p < planes; ++p)
+        if (image->pitch[p] < pvx_Image_getPlaneExtent(image->width, image->height, format, p).pitch) return false;
+    return true;
 }
 
 bool isValidRecord(const parvex_ImageData *image, int32_t format) { return hasPlanes(image, format); }
