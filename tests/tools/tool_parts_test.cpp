@@ -1,0 +1,368 @@
+// The tool's pieces: BT.601 conversion against the standard's numbers, frame
+// geometry against the library's size rule, stored frames, YUV4MPEG2
+// headers, command-line parsing, lens tables and result-code names.
+#include <math.h>
+#include <stdio.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <array>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "colour.h"
+#include "engine.h"
+#include "frame.h"
+#include "library_errors.h"
+#include "options.h"
+#include "table_file.h"
+#include "tests/support/test_random.h"
+#include "tool_error.h"
+#include "yuv_stream.h"
+
+using namespace parvex_tool;
+
+namespace {
+
+const Layout kAll[] = {Layout::RGB888, Layout::BGR888, Layout::YUV420_PLANAR, Layout::YUV420_SEMIPLANAR,
+                       Layout::YVU420_SEMIPLANAR};
+const Layout kYuv[] = {Layout::YUV420_PLANAR, Layout::YUV420_SEMIPLANAR, Layout::YVU420_SEMIPLANAR};
+
+void fillRandom(Frame *f, uint64_t stream) {
+    std::mt19937_64 rng = pvx_test::makeRng(stream);
+    for (size_t i = 0; i < f->byteSize(); ++i) f->data()[i] = static_cast<uint8_t>(rng());
+    f->fillPadding();
+}
+
+Options parse(std::vector<std::string> args) {
+    args.insert(args.begin(), "parvex");
+    std::vector<char *> argv;
+    for (std::string &a : args) argv.push_back(&a[0]);
+    return parseOptions(static_cast<int>(argv.size()), argv.data());
+}
+
+std::string usageError(std::vector<std::string> args) {
+    try {
+        parse(args);
+    } catch (const UsageError &e) {
+        return e.what();
+    }
+    return "(accepted)";
+}
+
+}  // namespace
+
+// The published BT.601 matrices: JFIF's for the full range, and the studio
+// one (R', G', B' in 0..1) for the limited range.
+TEST(ToolColour, Bt601MatchesThePublishedMatrices) {
+    std::mt19937_64 rng = pvx_test::makeRng(39);
+    std::vector<std::array<double, 3>> colours = {{255, 255, 255}, {0, 0, 0}, {255, 0, 0}, {0, 255, 0}, {0, 0, 255}};
+    for (int i = 0; i < 200; ++i) colours.push_back({double(rng() % 256), double(rng() % 256), double(rng() % 256)});
+    for (const auto &c : colours) {
+        const double r = c[0], g = c[1], b = c[2];
+        double y, u, v;
+        rgbToYuv(r, g, b, Range::Full, &y, &u, &v);
+        EXPECT_NEAR(y, 0.299 * r + 0.587 * g + 0.114 * b, 1e-9);
+        EXPECT_NEAR(u, 128 - 0.168736 * r - 0.331264 * g + 0.5 * b, 1e-3);
+        EXPECT_NEAR(v, 128 + 0.5 * r - 0.418688 * g - 0.081312 * b, 1e-3);
+        rgbToYuv(r, g, b, Range::Limited, &y, &u, &v);
+        const double R = r / 255, G = g / 255, B = b / 255;
+        EXPECT_NEAR(y, 16 + 65.481 * R + 128.553 * G + 24.966 * B, 1e-3);
+        EXPECT_NEAR(u, 128 - 37.797 * R - 74.203 * G + 112.0 * B, 1e-3);
+        EXPECT_NEAR(v, 128 + 112.0 * R - 93.786 * G - 18.214 * B, 1e-3);
+    }
+    uint8_t rgb[3];
+    yuvToRgb(235, 128, 128, Range::Limited, rgb);
+    EXPECT_EQ(rgb[0] + rgb[1] + rgb[2], 3 * 255);
+    yuvToRgb(16, 128, 128, Range::Limited, rgb);
+    EXPECT_EQ(rgb[0] + rgb[1] + rgb[2], 0);
+    yuvToRgb(81, 90, 240, Range::Limited, rgb);  // red, rounded
+    EXPECT_GE(rgb[0], 253);
+    EXPECT_LE(rgb[1], 2);
+    EXPECT_LE(rgb[2], 2);
+    EXPECT_EQ(clampToByte(-3.0), 0);
+    EXPECT_EQ(clampToByte(NAN), 0);
+    EXPECT_EQ(clampToByte(255.7), 255);
+    EXPECT_EQ(clampToByte(127.5), 128);
+}
+
+TEST(ToolColour, RgbRoundTripThroughEveryYuvLayoutIsClose) {
+    // Flat 2x2 blocks keep the chroma exact, so only rounding remains.
+    for (Range range : {Range::Full, Range::Limited}) {
+        for (Layout layout : kYuv) {
+            Frame rgb(Layout::RGB888, 322, 242), yuv, back;
+            std::mt19937_64 rng = pvx_test::makeRng(40);
+            for (int y = 0; y < 242; y += 2)
+                for (int x = 0; x < 322; x += 2) {
+                    const uint8_t c[3] = {static_cast<uint8_t>(rng()), static_cast<uint8_t>(rng()), static_cast<uint8_t>(rng())};
+                    for (int dy = 0; dy < 2; ++dy)
+                        for (int dx = 0; dx < 2; ++dx) memcpy(rgb.row(0, y + dy) + 3 * (x + dx), c, 3);
+                }
+            convert(rgb, layout, range, &yuv);
+            convert(yuv, Layout::RGB888, range, &back);
+            int worst = 0;
+            for (size_t i = 0; i < rgb.byteSize(); ++i) worst = std::max(worst, abs(rgb.data()[i] - back.data()[i]));
+            EXPECT_LE(worst, range == Range::Full ? 3 : 4) << layoutName(layout) << " " << rangeName(range);
+        }
+    }
+}
+
+TEST(ToolColour, ReshufflesAreLossless) {
+    for (int w : {320, 321}) {
+        Frame a(Layout::YUV420_PLANAR, w, 241), b, c, d;
+        fillRandom(&a, 41);
+        convert(a, Layout::YUV420_SEMIPLANAR, Range::Limited, &b);
+        convert(b, Layout::YVU420_SEMIPLANAR, Range::Limited, &c);
+        convert(c, Layout::YUV420_PLANAR, Range::Limited, &d);
+        EXPECT_TRUE(memcmp(a.data(), d.data(), a.byteSize()) == 0) << w;
+        // Spot checks of where U and V go.
+        EXPECT_EQ(b.row(1, 3)[2 * 5], a.row(1, 3)[5]);
+        EXPECT_EQ(b.row(1, 3)[2 * 5 + 1], a.row(2, 3)[5]);
+        EXPECT_EQ(c.row(1, 3)[2 * 5], a.row(2, 3)[5]);
+        EXPECT_EQ(c.row(1, 3)[2 * 5 + 1], a.row(1, 3)[5]);
+    }
+    Frame rgb(Layout::RGB888, 321, 240), bgr, back;
+    fillRandom(&rgb, 42);
+    convert(rgb, Layout::BGR888, Range::Full, &bgr);
+    EXPECT_EQ(bgr.row(0, 7)[3 * 9], rgb.row(0, 7)[3 * 9 + 2]);
+    convert(bgr, Layout::RGB888, Range::Full, &back);
+    EXPECT_TRUE(memcmp(rgb.data(), back.data(), rgb.byteSize()) == 0);
+}
+
+TEST(ToolColour, OddEdgesAverageOnlyTheRealPixels) {
+    // A 3x3 picture: the last chroma column and row cover one or two pixels.
+    Frame rgb(Layout::RGB888, 3, 3), yuv;
+    memset(rgb.data(), 0, rgb.byteSize());
+    for (int y = 0; y < 3; ++y) rgb.row(0, y)[3 * 2 + 2] = 255;  // a blue right column
+    convert(rgb, Layout::YUV420_PLANAR, Range::Full, &yuv);
+    double y, u, v;
+    rgbToYuv(0, 0, 255, Range::Full, &y, &u, &v);
+    EXPECT_EQ(yuv.row(1, 0)[1], clampToByte(u));  // only blue pixels under it
+    EXPECT_EQ(yuv.row(1, 1)[1], clampToByte(u));
+    EXPECT_EQ(yuv.row(1, 0)[0], 128);
+    // Padding repeats the last real column and row.
+    EXPECT_EQ(yuv.row(0, 0)[3], yuv.row(0, 0)[2]);
+    EXPECT_EQ(yuv.row(0, 3)[1], yuv.row(0, 2)[1]);
+}
+
+// The frame's plane layout is the library's: the change of the work-buffer
+// size between two picture sizes is exactly the change of the image size.
+TEST(ToolFrame, GeometryFollowsTheLibrarysSizeRule) {
+    const int sizes[][2] = {{320, 240}, {321, 241}, {640, 480}, {1919, 1079}, {333, 250}};
+    for (Layout layout : kAll) {
+        const Frame base(layout, 320, 240);
+        for (const auto &s : sizes) {
+            const Frame f(layout, s[0], s[1]);
+            const long long library = static_cast<long long>(engineBufferSize(layout, s[0], s[1])) -
+                                      engineBufferSize(layout, 320, 240);
+            EXPECT_EQ(static_cast<long long>(f.byteSize()) - static_cast<long long>(base.byteSize()), library)
+                << layoutName(layout) << " " << s[0] << "x" << s[1];
+        }
+    }
+    const Frame f(Layout::YUV420_PLANAR, 321, 241);
+    EXPECT_EQ(f.pitch(0), 322u);
+    EXPECT_EQ(f.rows(0), 242);
+    EXPECT_EQ(f.pitch(1), 161u);
+    EXPECT_EQ(f.rows(2), 121);
+    EXPECT_EQ(f.plane(2) - f.plane(0), 322 * 242 + 161 * 121);
+}
+
+TEST(ToolFrame, StoredFramesPackWithoutPadding) {
+    EXPECT_EQ(storedFrameSize(Layout::YUV420_PLANAR, 353, 289), 353u * 289 + 2u * 177 * 145);
+    EXPECT_EQ(storedFrameSize(Layout::YUV420_SEMIPLANAR, 353, 289), 353u * 289 + 354u * 145);
+    EXPECT_EQ(storedFrameSize(Layout::YVU420_SEMIPLANAR, 1920, 1080), 1920u * 1080 * 3 / 2);
+    for (Layout layout : kYuv) {
+        for (int w : {352, 353}) {
+            const int h = w - 64;
+            std::vector<uint8_t> stored(storedFrameSize(layout, w, h));
+            std::mt19937_64 rng = pvx_test::makeRng(43);
+            for (uint8_t &b : stored) b = static_cast<uint8_t>(rng());
+            Frame f(layout, w, h);
+            unpackStoredFrame(stored.data(), &f);
+            // Row 5 of the luma starts 5 stored rows in; chroma follows the luma.
+            EXPECT_EQ(memcmp(f.row(0, 5), stored.data() + 5 * w, static_cast<size_t>(w)), 0);
+            EXPECT_EQ(f.row(1, 0)[0], stored[static_cast<size_t>(w) * h]);
+            std::vector<uint8_t> again(stored.size());
+            packStoredFrame(f, again.data());
+            EXPECT_EQ(again, stored) << layoutName(layout) << " " << w;
+        }
+    }
+}
+
+TEST(ToolY4m, HeadersParseAndFormat) {
+    Y4mHeader h = parseY4mHeader("YUV4MPEG2 W352 H288 F30000:1001 It A128:117 C420mpeg2 XYSCSS=420MPEG2");
+    EXPECT_EQ(h.width, 352);
+    EXPECT_EQ(h.height, 288);
+    EXPECT_FALSE(h.fullRange);
+    EXPECT_EQ(h.format(320, 240), "YUV4MPEG2 W320 H240 F30000:1001 It A128:117 C420mpeg2 XYSCSS=420MPEG2\n");
+    h = parseY4mHeader("YUV4MPEG2 C420 H4 W6 XCOLORRANGE=FULL");
+    EXPECT_EQ(h.width, 6);
+    EXPECT_EQ(h.height, 4);
+    EXPECT_TRUE(h.fullRange);
+    EXPECT_EQ(h.format(6, 4), "YUV4MPEG2 W6 H4 C420 XCOLORRANGE=FULL\n");
+    for (const char *tag : {"C420jpeg", "C420paldv"}) EXPECT_NO_THROW(parseY4mHeader(std::string("YUV4MPEG2 W2 H2 ") + tag));
+    EXPECT_NO_THROW(parseY4mHeader("YUV4MPEG2 W2 H2"));
+
+    struct Bad {
+        const char *line, *message;
+    } bad[] = {{"YUV4MPEG W2 H2", "not a YUV4MPEG2 stream"},
+               {"YUV4MPEG2X W2 H2", "not a YUV4MPEG2 stream"},
+               {"YUV4MPEG2 W2", "no width or height"},
+               {"YUV4MPEG2 W0 H2", "bad width \"W0\""},
+               {"YUV4MPEG2 W-2 H2", "bad width"},
+               {"YUV4MPEG2 W2 Habc", "bad height \"Habc\""},
+               {"YUV4MPEG2 W2 H99999999999", "bad height"},
+               {"YUV4MPEG2 W2 H2 C444", "colour space \"444\" is not supported"},
+               {"YUV4MPEG2 W2 H2 C420p10", "colour space \"420p10\" is not supported"},
+               {"YUV4MPEG2 W2 H2 Cmono", "is not supported"}};
+    for (const Bad &b : bad) {
+        try {
+            parseY4mHeader(b.line);
+            ADD_FAILURE() << b.line << " was accepted";
+        } catch (const ToolError &e) {
+            EXPECT_NE(std::string(e.what()).find(b.message), std::string::npos) << b.line << ": " << e.what();
+        }
+    }
+}
+
+TEST(ToolOptions, NumbersAndSizesParseStrictly) {
+    double d = 0;
+    EXPECT_TRUE(parseDouble("-0.25", &d));
+    EXPECT_EQ(d, -0.25);
+    EXPECT_TRUE(parseDouble("1e-3", &d));
+    for (const char *bad : {"", " 1", "1 ", "1x", "nan", "inf", "-inf", "1e400", "0x"}) EXPECT_FALSE(parseDouble(bad, &d)) << bad;
+    int i = 0;
+    EXPECT_TRUE(parseInt("-12", &i));
+    EXPECT_EQ(i, -12);
+    for (const char *bad : {"", "1.5", "99999999999", "12a", " 3"}) EXPECT_FALSE(parseInt(bad, &i)) << bad;
+    Size s;
+    EXPECT_TRUE(parseSize("1920x1080", &s));
+    EXPECT_EQ(s.width, 1920);
+    EXPECT_EQ(s.height, 1080);
+    EXPECT_TRUE(parseSize("640X480", &s));
+    for (const char *bad : {"1920", "x1080", "1920x", "0x10", "10x0", "-5x5", "5x-5", "+5x5", "5x5x5", "axb"})
+        EXPECT_FALSE(parseSize(bad, &s)) << bad;
+}
+
+TEST(ToolOptions, ValuesLandInTheirFields) {
+    const Options o = parse({"correct", "in.png", "-", "--k1", "-0.3", "--k3=0.01", "--zoom", "1.25", "--crop",
+                             "1,2,300,200", "--center", "10.5,20", "--output-size", "recommended", "--format",
+                             "yvu420_semiplanar", "--strength", "0", "--range", "full", "--quality", "80", "--quiet"});
+    EXPECT_EQ(o.command, "correct");
+    EXPECT_EQ(o.files, (std::vector<std::string>{"in.png", "-"}));
+    EXPECT_TRUE(o.coefGiven[0] && !o.coefGiven[1] && o.coefGiven[2] && !o.coefGiven[3]);
+    EXPECT_EQ(o.coef[0], -0.3);
+    EXPECT_EQ(o.coef[2], 0.01);
+    EXPECT_EQ(o.zoom, 1.25);
+    EXPECT_EQ(o.crop[3], 200);
+    EXPECT_EQ(o.center[0], 10.5);
+    EXPECT_TRUE(o.outputRecommended);
+    EXPECT_EQ(o.format, Layout::YVU420_SEMIPLANAR);
+    EXPECT_TRUE(o.strengthGiven);
+    EXPECT_EQ(o.strength, 0.0);
+    EXPECT_EQ(o.range, Range::Full);
+    EXPECT_EQ(o.quality, 80);
+    EXPECT_TRUE(o.quiet);
+    EXPECT_EQ(parse({}).command, "help");
+    EXPECT_EQ(parse({"demo"}).files.size(), 0u);
+    EXPECT_EQ(parse({"info", "--size", "640x480"}).size.width, 640);
+}
+
+TEST(ToolOptions, MisplacedOrMalformedOptionsAreUsageErrors) {
+    struct Case {
+        std::vector<std::string> args;
+        const char *message;
+    } cases[] = {
+        {{"correct", "a.png", "b.png", "--format", "nv12"}, "is not a format the engine takes"},
+        {{"demo", "--zoom", "2"}, "--zoom does not apply to \"demo\""},
+        {{"demo", "a.png", "b.png"}, "demo takes at most one file"},
+        {{"info", "x"}, "info takes no files"},
+        {{"info", "--in-place"}, "--in-place does not apply"},
+        {{"correct", "a", "b", "--in-place=1"}, "--in-place takes no value"},
+        {{"correct", "a", "b", "--range", "studio"}, "\"limited\" or \"full\""},
+        {{"correct", "a", "b", "--crop", "1,2,3,x"}, "four pixel positions"},
+        {{"correct", "a", "b", "--crop", "-1,2,3,4"}, "four pixel positions"},
+        {{"correct", "a", "b", "--center", "1"}, "a position X,Y"},
+        {{"correct", "a", "b", "--table", ""}, "--table needs a file name"},
+        {{"correct", "a", "b", "c"}, "needs an input and an output"},
+        {{"correct", "a", "b", "--strength", "-0.01"}, "a strength from 0 to 1"},
+        {{"correct", "a", "b", "--zoom", "0.999"}, "at least 1"},
+    };
+    for (const Case &c : cases) {
+        const std::string message = usageError(c.args);
+        EXPECT_NE(message.find(c.message), std::string::npos) << message;
+    }
+}
+
+TEST(ToolTable, FilesParseWithCommentsAndRefuseFaults) {
+    char dir[] = "/tmp/parvex-table-XXXXXX";
+    ASSERT_TRUE(mkdtemp(dir));
+    const std::string path = std::string(dir) + "/t.txt";
+    auto write = [&](const std::string &text) {
+        FILE *f = fopen(path.c_str(), "w");
+        fputs(text.c_str(), f);
+        fclose(f);
+    };
+    Lens lens;
+    write("# radii\n\n0 0\n0.5,0.48  # comma too\n  1.0\t0.9\r\n1.5 1.2");
+    readTableFile(path, &lens);
+    EXPECT_TRUE(lens.table);
+    EXPECT_EQ(lens.outputRadii, (std::vector<double>{0, 0.5, 1.0, 1.5}));
+    EXPECT_EQ(lens.sourceRadii, (std::vector<double>{0, 0.48, 0.9, 1.2}));
+
+    std::string full;
+    for (int i = 0; i < 256; ++i) full += std::to_string(i * 0.01) + " " + std::to_string(i * 0.009) + "\n";
+    write(full);
+    readTableFile(path, &lens);
+    EXPECT_EQ(lens.outputRadii.size(), 256u);
+    struct Bad {
+        std::string text;
+        const char *message;
+    } bad[] = {{full + "2.57 2.3\n", "t.txt:257: more than 256 points"},
+               {"0 0\n1\n", "t.txt:2: expected two numbers"},
+               {"0 0\n1 2 3\n", "t.txt:2: expected two numbers"},
+               {"0 0\n1 nan\n", "t.txt:2: expected two numbers"},
+               {"0 0\n1 -2\n", "t.txt:2: radii cannot be negative"},
+               {"0 0\n0 1\n", "t.txt:2: output radii must rise"},
+               {std::string("0 0\n1 1\0\n", 10), "t.txt:2: not a text file"},
+               {"", "needs at least two points (it has 0)"}};
+    for (const Bad &b : bad) {
+        FILE *f = fopen(path.c_str(), "wb");
+        fwrite(b.text.data(), 1, b.text.size(), f);
+        fclose(f);
+        try {
+            readTableFile(path, &lens);
+            ADD_FAILURE() << b.message;
+        } catch (const ToolError &e) {
+            EXPECT_NE(std::string(e.what()).find(b.message), std::string::npos) << e.what();
+        }
+    }
+    unlink(path.c_str());
+    rmdir(dir);
+}
+
+TEST(ToolErrors, ResultCodesHaveNamesAndExplanations) {
+    EXPECT_EQ(resultName(PARVEX_ERROR_PARAM), "PARVEX_ERROR_PARAM");
+    EXPECT_EQ(resultName(PARVEX_ERROR_STATE), "PARVEX_ERROR_STATE");
+    EXPECT_EQ(resultName(PARVEX_ERROR_IMAGE_FORMAT), "PARVEX_ERROR_IMAGE_FORMAT");
+    EXPECT_EQ(resultName(PARVEX_ERROR_MALLOC), "PARVEX_ERROR_MALLOC");
+    EXPECT_EQ(resultName(0x80000004u), "0x80000004");
+    EXPECT_EQ(resultName(0x12345678u), "0x12345678");
+    EXPECT_EQ(resultExplanation(0x12345678u), "an unknown result code");
+    try {
+        checkResult(PARVEX_ERROR_STATE, "start", "a hint");
+        ADD_FAILURE();
+    } catch (const ToolError &e) {
+        EXPECT_STREQ(e.what(), "start: PARVEX_ERROR_STATE (0x80000002): the call is not allowed in the engine's present "
+                               "state, or an image has the wrong size (a hint)");
+    }
+    try {
+        checkResult(0x80000004u, "process");
+        ADD_FAILURE();
+    } catch (const ToolError &e) {
+        EXPECT_STREQ(e.what(), "process: 0x80000004: the engine's work-buffer heap could not supply memory");
+    }
+    EXPECT_NO_THROW(checkResult(PARVEX_OK, "start"));
+}

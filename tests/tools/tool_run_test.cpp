@@ -1,0 +1,509 @@
+// The parvex tool run as a program: its outputs against the library's own
+// output for the same pixels and settings, its streams, and its refusals.
+#include <stdio.h>
+#include <string.h>
+
+#include <regex>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "colour.h"
+#include "frame.h"
+#include "image_file.h"
+#include "parvex_distortion_correction.h"
+#include "tool_test_util.h"
+
+using namespace tool_test;
+
+namespace {
+
+constexpr int kW = 400, kH = 300;
+
+// An RGB test picture written as in.png; returns its pixels.
+Picture writeInputPng(const TempDir &dir, uint64_t stream, const std::string &name = "in.png", int w = kW,
+                      int h = kH) {
+    Picture p = makePicture("RGB888", w, h);
+    fillPattern(&p, stream);
+    writePngFile(dir.file(name), w, h, p.plane[0]);
+    return p;
+}
+
+Picture readOutputPng(const std::string &path) {
+    int w = 0, h = 0;
+    std::vector<uint8_t> rgb;
+    EXPECT_TRUE(readPngFile(path, &w, &h, &rgb)) << path;
+    return rgbPicture(w, h, rgb);
+}
+
+std::string y4mStream(const std::string &header, const std::vector<Picture> &frames) {
+    std::string s = header + "\n";
+    for (const Picture &f : frames) s += "FRAME\n" + toStored(f);
+    return s;
+}
+
+// Splits a YUV4MPEG2 stream into its header line and frames.
+bool splitY4m(const std::string &s, std::string *header, std::vector<std::string> *frames, size_t frameBytes) {
+    size_t nl = s.find('\n');
+    if (nl == std::string::npos) return false;
+    *header = s.substr(0, nl);
+    size_t at = nl + 1;
+    frames->clear();
+    while (at < s.size()) {
+        if (s.compare(at, 6, "FRAME\n") != 0) return false;
+        at += 6;
+        if (s.size() - at < frameBytes) return false;
+        frames->push_back(s.substr(at, frameBytes));
+        at += frameBytes;
+    }
+    return true;
+}
+
+size_t storedSize(int w, int h) {
+    return static_cast<size_t>(w) * h + 2 * static_cast<size_t>((w + 1) / 2) * ((h + 1) / 2);
+}
+
+}  // namespace
+
+TEST(ToolRun, HelpAndNoArgumentsPrintUsage) {
+    for (const char *args : {"", "--help", "help", "correct --help"}) {
+        const RunResult r = runTool(args);
+        EXPECT_EQ(r.status, 0) << args;
+        EXPECT_NE(r.out.find("usage: parvex demo"), std::string::npos) << args;
+        EXPECT_NE(r.out.find("--output-size WxH | recommended"), std::string::npos) << args;
+    }
+}
+
+TEST(ToolRun, InfoReportsVersionAndTheLibrarysBufferSize) {
+    struct Case {
+        const char *args, *format;
+        int w, h;
+    } cases[] = {{"info", "YUV420_SEMIPLANAR", 1920, 1080},
+                 {"info --format rgb888 --size 640x480", "RGB888", 640, 480},
+                 {"info --size 4000x3000 --format YUV420_PLANAR", "YUV420_PLANAR", 4000, 3000}};
+    for (const Case &c : cases) {
+        const RunResult r = runTool(c.args);
+        ASSERT_EQ(r.status, 0) << c.args << r.err;
+        EXPECT_EQ(r.out.rfind("Parvex DistortionCorrection Ver.1.0.0 2021/08/01\n", 0), 0u) << r.out;
+        parvex_DistortionCorrection_InitParam param;
+        memset(&param, 0, sizeof param);
+        param.format = c.format;
+        param.width = c.w;
+        param.height = c.h;
+        const std::string expected = "work buffer for " + std::string(c.format) + " " + std::to_string(c.w) + "x" +
+                                     std::to_string(c.h) + ": " +
+                                     std::to_string(parvex_DistortionCorrection_getBufferSize(&param)) + " bytes";
+        EXPECT_NE(r.out.find(expected), std::string::npos) << r.out << "\nexpected: " << expected;
+    }
+}
+
+TEST(ToolRun, DemoWritesTheSheetAndPrintsTimeAndPsnr) {
+    TempDir dir;
+    const RunResult r = runTool("demo " + dir.file("demo.png"));
+    ASSERT_EQ(r.status, 0) << r.err;
+    int w = 0, h = 0;
+    std::vector<uint8_t> rgb;
+    ASSERT_TRUE(readPngFile(dir.file("demo.png"), &w, &h, &rgb));
+    EXPECT_EQ(w, 2880);
+    EXPECT_EQ(h, 540);
+    EXPECT_TRUE(std::regex_search(r.out, std::regex("process time: [0-9]+\\.[0-9]+ ms per frame \\(median of 15\\)")))
+        << r.out;
+    EXPECT_TRUE(std::regex_search(r.out, std::regex("PSNR of the corrected centre \\(luma, middle half\\): ([0-9]+\\.[0-9]+|inf) dB")))
+        << r.out;
+    EXPECT_EQ(dir.list(), std::vector<std::string>{"demo.png"});
+    // The three panels differ: the lens really moved the pixels.
+    auto panel = [&](int n, int x, int y) { return rgb[(static_cast<size_t>(y) * w + n * 960 + x) * 3]; };
+    int differ = 0;
+    for (int y = 0; y < 540; y += 7)
+        for (int x = 0; x < 960; x += 7) differ += panel(0, x, y) != panel(1, x, y);
+    EXPECT_GT(differ, 1000);
+}
+
+// One run of "correct"/"distort" on a PNG per case, against the library's
+// output for the same pixels and settings.
+struct PngCase {
+    const char *name;
+    std::string args;
+    Settings settings;
+};
+
+class ToolPng : public ::testing::TestWithParam<PngCase> {};
+
+TEST_P(ToolPng, OutputEqualsTheLibrarysOwn) {
+    const PngCase &c = GetParam();
+    TempDir dir;
+    const Picture in = writeInputPng(dir, 1);
+    if (!c.settings.xs.empty()) {
+        std::string table = "# output radius, source radius\n";
+        for (size_t i = 0; i < c.settings.xs.size(); ++i) {
+            char line[64];
+            snprintf(line, sizeof line, "%.17g %.17g\n", c.settings.xs[i], c.settings.ys[i]);
+            table += line;
+        }
+        writeFile(dir.file("lens.txt"), table);
+    }
+    std::string args = c.args;
+    const size_t at = args.find("@DIR@");
+    if (at != std::string::npos) args.replace(at, 5, dir.path());
+    const RunResult r = runTool(args + " " + dir.file("in.png") + " " + dir.file("out.png"));
+    ASSERT_EQ(r.status, 0) << r.err;
+    const std::vector<Picture> expected = libraryOutput(c.settings, {in});
+    const Picture got = readOutputPng(dir.file("out.png"));
+    Picture want = expected[0];
+    want.format = "RGB888";  // the BGR888 reference holds the PNG's RGB bytes (see below)
+    EXPECT_EQ(got.difference(want), "");
+    EXPECT_NE(r.err.find(std::string(c.settings.distort ? "distorted" : "corrected") + " 400x300 -> " +
+                         std::to_string(expected[0].width) + "x" + std::to_string(expected[0].height)),
+              std::string::npos)
+        << r.err;
+}
+
+Settings coefs(double k1, double k2 = 0, double k3 = 0, double k4 = 0) {
+    Settings s;
+    s.coef[0] = k1;
+    s.coef[1] = k2;
+    s.coef[2] = k3;
+    s.coef[3] = k4;
+    return s;
+}
+
+std::vector<PngCase> pngCases() {
+    std::vector<PngCase> cases;
+    cases.push_back({"defaultLens", "correct", coefs(-0.25, 0.05)});
+    cases.push_back({"fourCoefficients", "correct --k1 -0.2 --k2=0.03 --k3 0.01 --k4 -0.002", coefs(-0.2, 0.03, 0.01, -0.002)});
+    Settings s = coefs(0.1);
+    s.strength = 0.6;
+    s.center[0] = 180;
+    s.center[1] = 140.5;
+    cases.push_back({"strengthAndCentre", "correct --k1 0.1 --strength 0.6 --center 180,140.5", s});
+    s = coefs(-0.3);
+    s.zoom = 1.5;
+    cases.push_back({"zoom", "correct --k1 -0.3 --zoom 1.5", s});
+    s = coefs(-0.2);
+    s.cropSet = true;
+    s.crop[0] = 20;
+    s.crop[1] = 10;
+    s.crop[2] = 380;
+    s.crop[3] = 290;
+    cases.push_back({"crop", "correct --k1 -0.2 --crop 20,10,380,290", s});
+    s = coefs(-0.2);
+    s.outSize[0] = 352;
+    s.outSize[1] = 288;
+    s.center[0] = 150;
+    s.center[1] = 160;
+    cases.push_back({"outputSizeAfterCentre", "correct --output-size 352x288 --k1 -0.2 --center 150,160", s});
+    s = coefs(-0.2);
+    s.recommended = true;
+    cases.push_back({"recommendedSize", "correct --k1 -0.2 --output-size recommended", s});
+    s = coefs(-0.2);
+    s.inPlace = true;
+    cases.push_back({"inPlace", "correct --k1 -0.2 --in-place", s});
+    s = coefs(-0.2, 0.05);
+    s.distort = true;
+    cases.push_back({"distort", "distort --k1 -0.2 --k2 0.05", s});
+    s = coefs(0.15);
+    s.distort = true;
+    s.zoom = 1.25;
+    cases.push_back({"distortZoom", "distort --k1 0.15 --zoom 1.25", s});
+    s = Settings();
+    s.xs = {0.0, 0.25, 0.5, 0.75, 1.0, 1.2};
+    s.ys = {0.0, 0.24, 0.46, 0.66, 0.83, 0.95};
+    cases.push_back({"table", "correct --table @DIR@/lens.txt", s});
+    s = coefs(-0.2);
+    s.format = "BGR888";
+    cases.push_back({"bgrAtZoomOne", "correct --k1 -0.2 --format BGR888", s});
+    return cases;
+}
+
+INSTANTIATE_TEST_SUITE_P(Settings, ToolPng, ::testing::ValuesIn(pngCases()),
+                         [](const ::testing::TestParamInfo<PngCase> &info) { return std::string(info.param.name); });
+
+// The BGR888 case above hands the RGB pixels to the library as BGR888 for
+// the reference, while the tool swaps them there and back; the two agree
+// because the engine treats the three channels alike. The YUV
+// routes go through the tool's BT.601 conversion, which the reference uses
+// too (it is checked against the standard's numbers in tool_parts_test).
+TEST(ToolRun, PngThroughYuvFormatsEqualsTheLibraryOnConvertedPixels) {
+    using namespace parvex_tool;
+    struct Case {
+        const char *format;
+        Layout layout;
+        const char *range;
+        Range r;
+    } cases[] = {{"YUV420_SEMIPLANAR", Layout::YUV420_SEMIPLANAR, "full", Range::Full},
+                 {"YVU420_SEMIPLANAR", Layout::YVU420_SEMIPLANAR, "limited", Range::Limited},
+                 {"yuv420_planar", Layout::YUV420_PLANAR, "limited", Range::Limited}};
+    for (const Case &c : cases) {
+        TempDir dir;
+        const Picture in = writeInputPng(dir, 2);
+        const RunResult r = runTool(std::string("correct --k1 -0.2 --format ") + c.format + " --range " + c.range + " " +
+                                    dir.file("in.png") + " " + dir.file("out.png"));
+        ASSERT_EQ(r.status, 0) << r.err;
+        Frame rgb(Layout::RGB888, kW, kH), yuv;
+        memcpy(rgb.data(), in.plane[0].data(), in.plane[0].size());
+        convert(rgb, c.layout, c.r, &yuv);
+        Picture yuvPicture = makePicture(layoutName(c.layout), kW, kH);
+        size_t at = 0;
+        for (int p = 0; p < yuvPicture.planes; ++p) {
+            memcpy(yuvPicture.plane[p].data(), yuv.data() + at, yuvPicture.plane[p].size());
+            at += yuvPicture.plane[p].size();
+        }
+        ASSERT_EQ(at, yuv.byteSize());
+        Settings s = coefs(-0.2);
+        s.format = layoutName(c.layout);
+        const Picture out = libraryOutput(s, {yuvPicture})[0];
+        Frame outYuv(c.layout, kW, kH), back;
+        at = 0;
+        for (int p = 0; p < out.planes; ++p) {
+            memcpy(outYuv.data() + at, out.plane[p].data(), out.plane[p].size());
+            at += out.plane[p].size();
+        }
+        convert(outYuv, Layout::RGB888, c.r, &back);
+        const Picture got = readOutputPng(dir.file("out.png"));
+        EXPECT_EQ(got.plane[0], std::vector<uint8_t>(back.data(), back.data() + back.byteSize())) << c.format;
+    }
+}
+
+TEST(ToolRun, JpegInAndOut) {
+    TempDir dir;
+    writeInputPng(dir, 3);
+    RunResult r = runTool("correct --k1 -0.1 --quality 90 " + dir.file("in.png") + " " + dir.file("mid.JPG"));
+    ASSERT_EQ(r.status, 0) << r.err;
+    // The JPEG decodes to the input size; correcting it matches the library on the decoded pixels.
+    std::unique_ptr<parvex_tool::ImageReader> reader =
+        parvex_tool::ImageReader::open(dir.file("mid.JPG"), parvex_tool::ImageType::Jpeg);
+    ASSERT_EQ(reader->width(), kW);
+    ASSERT_EQ(reader->height(), kH);
+    parvex_tool::Frame decoded;
+    reader->read(&decoded);
+    r = runTool("correct --k1 -0.1 " + dir.file("mid.JPG") + " " + dir.file("out.png"));
+    ASSERT_EQ(r.status, 0) << r.err;
+    const Picture in = rgbPicture(kW, kH, std::vector<uint8_t>(decoded.data(), decoded.data() + decoded.byteSize()));
+    EXPECT_EQ(readOutputPng(dir.file("out.png")).difference(libraryOutput(coefs(-0.1), {in})[0]), "");
+}
+
+TEST(ToolRun, Y4mStreamRoundTripsThroughCorrect) {
+    TempDir dir;
+    struct Case {
+        int w, h;
+        const char *tags, *extra;
+        int ow, oh;
+    } cases[] = {{352, 288, "F30000:1001 It A1:1 C420mpeg2 XYSCSS=420MPEG2", "", 352, 288},
+                 {353, 289, "F25:1 C420paldv", "", 353, 289},
+                 {352, 288, "F24:1", " --output-size 320x240", 320, 240},
+                 {352, 288, "C420jpeg F25:1 XCOLORRANGE=FULL", " --zoom 1.3", 352, 288}};
+    for (const Case &c : cases) {
+        std::vector<Picture> frames;
+        for (int n = 0; n < 3; ++n) {
+            frames.push_back(makePicture("YUV420_PLANAR", c.w, c.h));
+            fillPattern(&frames.back(), 10 + n);
+            // Make the padding of an odd size what the tool makes it.
+            frames.back() = fromStored("YUV420_PLANAR", c.w, c.h, toStored(frames.back()));
+        }
+        const std::string header = "YUV4MPEG2 W" + std::to_string(c.w) + " H" + std::to_string(c.h) + " " + c.tags;
+        writeFile(dir.file("in.y4m"), y4mStream(header, frames));
+        const RunResult r = runTool(std::string("correct --k1 -0.22") + c.extra + " - -", dir.file("in.y4m"));
+        ASSERT_EQ(r.status, 0) << r.err;
+        std::string outHeader;
+        std::vector<std::string> outFrames;
+        ASSERT_TRUE(splitY4m(r.out, &outHeader, &outFrames, storedSize(c.ow, c.oh))) << c.tags;
+        EXPECT_EQ(outHeader, "YUV4MPEG2 W" + std::to_string(c.ow) + " H" + std::to_string(c.oh) + " " + c.tags);
+        ASSERT_EQ(outFrames.size(), 3u);
+        Settings s = coefs(-0.22);
+        s.format = "YUV420_PLANAR";
+        if (c.ow != c.w) {
+            s.outSize[0] = c.ow;
+            s.outSize[1] = c.oh;
+        }
+        if (strstr(c.extra, "zoom")) s.zoom = 1.3;
+        const std::vector<Picture> expected = libraryOutput(s, frames);
+        for (int n = 0; n < 3; ++n)
+            EXPECT_EQ(fromStored("YUV420_PLANAR", c.ow, c.oh, outFrames[n]).difference(expected[n]), "")
+                << c.tags << " frame " << n;
+        EXPECT_NE(r.err.find("3 frames"), std::string::npos) << r.err;
+    }
+    // A .y4m file to a .y4m file gives the same bytes as the pipe.
+    const RunResult piped = runTool("correct --quiet --k1 -0.22 - -", dir.file("in.y4m"));
+    const RunResult r = runTool("correct --quiet --k1 -0.22 " + dir.file("in.y4m") + " " + dir.file("out.y4m"));
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(readFile(dir.file("out.y4m")), piped.out);
+    EXPECT_EQ(r.err, "");
+}
+
+TEST(ToolRun, RawFramesWithSize) {
+    TempDir dir;
+    struct Case {
+        const char *ext, *format;
+    } cases[] = {{"nv12", "YUV420_SEMIPLANAR"}, {"nv21", "YVU420_SEMIPLANAR"}, {"yuv", "YUV420_PLANAR"}};
+    for (const Case &c : cases) {
+        std::vector<Picture> frames;
+        std::string bytes;
+        for (int n = 0; n < 2; ++n) {
+            frames.push_back(makePicture(c.format, 320, 240));
+            fillPattern(&frames.back(), 20 + n);
+            bytes += toStored(frames.back());
+        }
+        const std::string in = dir.file(std::string("in.") + c.ext), out = dir.file(std::string("out.") + c.ext);
+        writeFile(in, bytes);
+        const RunResult r = runTool("correct --k1 0.12 --size 320x240 " + in + " " + out);
+        ASSERT_EQ(r.status, 0) << r.err;
+        Settings s = coefs(0.12);
+        s.format = c.format;
+        const std::vector<Picture> expected = libraryOutput(s, frames);
+        EXPECT_EQ(readFile(out), toStored(expected[0]) + toStored(expected[1])) << c.ext;
+    }
+    // NV12 in, I420 out: the same picture, chroma moved into planes.
+    const RunResult r = runTool("correct --k1 0.12 --size 320x240 " + dir.file("in.nv12") + " " + dir.file("x.yuv"));
+    ASSERT_EQ(r.status, 0) << r.err;
+    const std::string nv12 = readFile(dir.file("out.nv12")), i420 = readFile(dir.file("x.yuv"));
+    ASSERT_EQ(nv12.size(), i420.size());
+    const size_t luma = 320 * 240, quarter = luma / 4;
+    EXPECT_EQ(nv12.compare(0, luma, i420, 0, luma), 0);
+    for (size_t frame = 0; frame < 2; ++frame) {
+        const size_t base = frame * (luma + 2 * quarter);
+        for (size_t i = 0; i < quarter; ++i) {
+            ASSERT_EQ(nv12[base + luma + 2 * i], i420[base + luma + i]);
+            ASSERT_EQ(nv12[base + luma + 2 * i + 1], i420[base + luma + quarter + i]);
+        }
+    }
+}
+
+// Refusals: the message, a non-zero exit and nothing left in the directory
+// but the inputs.
+struct ErrorCase {
+    ErrorCase(const char *n, std::string a, int s, std::string m, std::string in = std::string())
+        : name(n), args(std::move(a)), status(s), message(std::move(m)), stdinFile(std::move(in)) {}
+    const char *name;
+    std::string args;  // @DIR@ is the directory
+    int status;
+    std::string message;    // @DIR@ likewise
+    std::string stdinFile;  // in the directory, or empty
+};
+
+class ToolErrors : public ::testing::TestWithParam<ErrorCase> {};
+
+TEST_P(ToolErrors, RefusesWithMessageAndLeavesNoOutput) {
+    const ErrorCase &c = GetParam();
+    TempDir dir;
+    writeInputPng(dir, 4);
+    writeInputPng(dir, 5, "tiny.png", 100, 80);
+    writeFile(dir.file("text.png"), "this is not a picture\n");
+    writeFile(dir.file("text.jpg"), "this is not a picture either\n");
+    {
+        const std::string png = readFile(dir.file("in.png"));
+        writeFile(dir.file("cut.png"), png.substr(0, png.size() / 2));
+    }
+    {
+        Picture f = makePicture("YUV420_PLANAR", 320, 240);
+        fillPattern(&f, 6);
+        const std::string stream = y4mStream("YUV4MPEG2 W320 H240 F25:1 C420jpeg", {f, f});
+        writeFile(dir.file("two.y4m"), stream);
+        writeFile(dir.file("cut.y4m"), stream.substr(0, stream.size() - 1000));
+        writeFile(dir.file("c444.y4m"), "YUV4MPEG2 W320 H240 C444\nFRAME\n");
+        writeFile(dir.file("magic.y4m"), "YUV4MPEG W320 H240\nFRAME\n");
+        writeFile(dir.file("noframe.y4m"), "YUV4MPEG2 W320 H240 F25:1\nFRAMES\n");
+        writeFile(dir.file("two.nv12"), toStored(makePicture("YUV420_SEMIPLANAR", 320, 240)) +
+                                            toStored(makePicture("YUV420_SEMIPLANAR", 320, 240)));
+        writeFile(dir.file("odd.nv12"), std::string(320 * 240 * 3 / 2 + 5, '\x10'));
+    }
+    writeFile(dir.file("garbage.txt"), "0 0\n0.5 0.45\nhello world\n");
+    writeFile(dir.file("one.txt"), "# a single point\n0.5 0.5\n");
+    writeFile(dir.file("falling.txt"), "0 0\n0.5 0.5\n0.4 0.6\n");
+    {
+        const std::string jpg = dir.file("good.jpg");
+        ASSERT_EQ(runTool("correct --quiet " + dir.file("in.png") + " " + jpg).status, 0);
+        const std::string bytes = readFile(jpg);
+        writeFile(dir.file("cut.jpg"), bytes.substr(0, bytes.size() / 2));
+    }
+    const std::vector<std::string> before = dir.list();
+
+    std::string args = c.args;
+    for (size_t at; (at = args.find("@DIR@")) != std::string::npos;) args.replace(at, 5, dir.path());
+    std::string message = c.message;
+    for (size_t at; (at = message.find("@DIR@")) != std::string::npos;) message.replace(at, 5, dir.path());
+    const RunResult r = runTool(args, c.stdinFile.empty() ? std::string() : dir.file(c.stdinFile));
+    EXPECT_EQ(r.status, c.status) << r.err;
+    EXPECT_NE(r.err.find(message), std::string::npos) << "stderr: " << r.err << "\nexpected: " << message;
+    EXPECT_EQ(r.err.compare(0, 8, "parvex: "), 0) << r.err;
+    EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
+    EXPECT_EQ(dir.list(), before);
+}
+
+std::vector<ErrorCase> errorCases() {
+    const std::string in = "@DIR@/in.png", out = " @DIR@/out.png";
+    return {
+        {"missingFile", "correct @DIR@/nope.png" + out, 1, "cannot open @DIR@/nope.png: No such file or directory"},
+        {"notAPng", "correct @DIR@/text.png" + out, 1, "text.png: not a readable PNG file"},
+        {"truncatedPng", "correct @DIR@/cut.png" + out, 1, "cut.png: damaged PNG data"},
+        {"notAJpeg", "correct @DIR@/text.jpg" + out, 1, "text.jpg: not a readable JPEG file"},
+        {"truncatedJpeg", "correct @DIR@/cut.jpg" + out, 1, "cut.jpg: damaged JPEG data (Premature end of JPEG file)"},
+        {"truncatedY4mFile", "correct @DIR@/cut.y4m @DIR@/out.y4m", 1,
+         "truncated YUV4MPEG2 stream (frame 2 has 114200 of 115200 bytes)"},
+        {"truncatedY4mStdin", "correct - @DIR@/out.y4m", 1, "standard input: truncated YUV4MPEG2 stream (frame 2", "cut.y4m"},
+        {"y4m444", "correct @DIR@/c444.y4m @DIR@/out.y4m", 1, "YUV4MPEG2 colour space \"444\" is not supported"},
+        {"y4mMagic", "correct @DIR@/magic.y4m @DIR@/out.y4m", 1, "not a YUV4MPEG2 stream"},
+        {"y4mFrameMarker", "correct @DIR@/noframe.y4m @DIR@/out.y4m", 1, "frame 1 does not start with FRAME"},
+        {"emptyStdin", "correct - @DIR@/out.y4m", 1, "standard input: empty input (no YUV4MPEG2 header)"},
+        {"rawWithoutSize", "correct @DIR@/two.nv12 @DIR@/out.nv12", 2, "raw input @DIR@/two.nv12 needs --size WxH"},
+        {"rawWrongSize", "correct --size 320x240 @DIR@/odd.nv12 @DIR@/out.nv12", 1,
+         "115205 bytes is not a whole number of 320x240 YUV420_SEMIPLANAR frames (115200 bytes each)"},
+        {"sizeForPicture", "correct --size 320x240 " + in + out, 2, "--size applies only to raw input"},
+        {"rawIntoPng", "correct --size 320x240 @DIR@/two.nv12" + out, 2, "holds one picture, but @DIR@/two.nv12 has 2 frames"},
+        {"y4mIntoPng", "correct @DIR@/two.y4m" + out, 1, "out.png holds one picture, but the input has more frames"},
+        {"k1NotANumber", "correct --k1 abc " + in + out, 2, "--k1: \"abc\" is not a number"},
+        {"k2NaN", "correct --k2 nan " + in + out, 2, "--k2: \"nan\" is not a number"},
+        {"k3Overflow", "correct --k3 1e999 " + in + out, 2, "--k3: \"1e999\" is not a number"},
+        {"zoomBelowOne", "correct --zoom 0.5 " + in + out, 2, "--zoom: \"0.5\" is not a zoom ratio of at least 1"},
+        {"strengthAboveOne", "correct --strength 1.01 " + in + out, 2, "--strength: \"1.01\" is not a strength from 0 to 1"},
+        {"cropUpsideDown", "correct --crop 50,50,10,10 " + in + out, 2, "right must exceed left"},
+        {"cropThreeNumbers", "correct --crop 1,2,3 " + in + out, 2, "is not four numbers L,T,R,B"},
+        {"cropOutside", "correct --crop 0,0,401,300 " + in + out, 2, "reaches outside the 400x300 input"},
+        {"centerNegative", "correct --center -1,2 " + in + out, 2, "--center: \"-1,2\" is not a position"},
+        {"centerOutside", "correct --center 500,20 " + in + out, 2, "lies outside the 400x300 input"},
+        {"outputSizeZero", "correct --output-size 0x10 " + in + out, 2, "--output-size: \"0x10\" is not a size"},
+        {"formatUnknown", "correct --format YUV422_PLANAR " + in + out, 2, "is not a format the engine takes"},
+        {"qualityZero", "correct --quality 0 " + in + " @DIR@/out.jpg", 2, "a JPEG quality from 1 to 100"},
+        {"unknownOption", "correct --bogus 1 " + in + out, 2, "unknown option --bogus"},
+        {"optionWithoutValue", "correct " + in + out + " --k1", 2, "--k1 needs a value"},
+        {"optionForOtherCommand", "info --k1 0.1", 2, "--k1 does not apply to \"info\""},
+        {"unknownCommand", "corect " + in + out, 2, "unknown command \"corect\""},
+        {"oneFile", "correct " + in, 2, "correct needs an input and an output"},
+        {"unknownExtension", "correct " + in + " @DIR@/out.bmp", 2, "cannot tell the kind of the output"},
+        {"outputDirectoryMissing", "correct " + in + " @DIR@/no/such/dir/out.png", 1, "cannot create a file beside"},
+        {"tableGarbage", "correct --table @DIR@/garbage.txt " + in + out, 1,
+         "garbage.txt:3: expected two numbers (output radius, source radius)"},
+        {"tableOnePoint", "correct --table @DIR@/one.txt " + in + out, 1, "needs at least two points (it has 1)"},
+        {"tableFalling", "correct --table @DIR@/falling.txt " + in + out, 1, "falling.txt:3: output radii must rise"},
+        {"tableMissing", "correct --table @DIR@/none.txt " + in + out, 1, "cannot open the lens table"},
+        {"tableAndCoefficients", "correct --table @DIR@/one.txt --k1 0.1 " + in + out, 2, "give one"},
+        {"distortWithTable", "distort --table @DIR@/one.txt " + in + out, 2, "distort needs a lens given by --k1..--k4"},
+        {"recommendedInPlace", "correct --in-place --output-size recommended " + in + out, 2,
+         "--output-size recommended (a different size) cannot be used with it"},
+        {"inPlaceOtherSize", "correct --in-place --output-size 320x240 " + in + out, 2,
+         "--in-place needs the output size to equal the input size (400x300, not 320x240)"},
+        {"pictureTooSmall", "correct @DIR@/tiny.png" + out, 1,
+         "initialize: PARVEX_ERROR_PARAM (0x80000001): a null pointer or a value out of range (the picture is 100x80"},
+        {"bgrZoom", "correct --format BGR888 --zoom 1.5 " + in + out, 1,
+         "process: PARVEX_ERROR_IMAGE_FORMAT (0x80000010): the engine does not accept this image format here"},
+        {"demoNotPng", "demo @DIR@/demo.jpg", 2, "demo writes a PNG file"},
+    };
+}
+
+INSTANTIATE_TEST_SUITE_P(Cases, ToolErrors, ::testing::ValuesIn(errorCases()),
+                         [](const ::testing::TestParamInfo<ErrorCase> &info) { return std::string(info.param.name); });
+
+TEST(ToolRun, StreamErrorStopsWithAMessageAfterTheGoodFrames) {
+    TempDir dir;
+    Picture f = makePicture("YUV420_PLANAR", 320, 240);
+    fillPattern(&f, 7);
+    const std::string stream = y4mStream("YUV4MPEG2 W320 H240 F25:1", {f, f, f});
+    writeFile(dir.file("cut.y4m"), stream.substr(0, stream.size() - 10));
+    const RunResult r = runTool("correct --quiet - -", dir.file("cut.y4m"));
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("truncated YUV4MPEG2 stream (frame 3"), std::string::npos) << r.err;
+    std::string header;
+    std::vector<std::string> frames;
+    ASSERT_TRUE(splitY4m(r.out, &header, &frames, storedSize(320, 240)));
+    EXPECT_EQ(frames.size(), 2u);
+}
