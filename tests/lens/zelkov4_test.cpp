@@ -1,0 +1,585 @@
+// Lens model: tables against a slow double-precision model (root finding of
+// r*D(r) = t), lookups, point mapping and the whole-image mapping.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <limits>
+#include <random>
+#include <vector>
+
+#include "image/pvx_image.h"
+#include "lens/pvx_zelkov4.h"
+#include "runtime/pvx_heap2.h"
+#include "runtime/pvx_pel.h"
+#include "tests/support/guarded_buffer.h"
+#include "tests/support/test_random.h"
+
+namespace {
+
+constexpr int kNum = 2048;
+
+// A work area with its environment, between guard pages.
+struct Arena {
+    explicit Arena(size_t size = 256 * 1024) : buf(size) {
+        EXPECT_EQ(pvx_construct_Env(&env, buf.data(), buf.size()), PVX_OK);
+    }
+    ~Arena() { pvx_destruct_Env(&env); }
+    pvx_test::GuardedBuffer buf;
+    pvx_Env env;
+};
+
+struct Model {
+    explicit Model(pvx_Env *env, const float *k) {
+        pvx_construct_Zelkov4DistortionCorrection(&lens, env);
+        result = pvx_Zelkov4DistortionCorrection_setParam4(&lens, k);
+    }
+    ~Model() { pvx_destruct_Zelkov4DistortionCorrection(&lens); }
+    const float *inv() const { return lens.table; }
+    const float *fwd() const { return lens.table + kNum; }
+    pvx_Zelkov4DistortionCorrection lens;
+    pvx_Result result;
+};
+
+// ---- slow model, all in double from the float coefficients ----
+
+double ratioD(const float *k, double r) {
+    const double s = r * r;
+    return 1.0 + k[0] * s + k[1] * s * s + k[2] * s * s * s + k[3] * s * s * s * s;
+}
+double distorted(const float *k, double r) { return r * ratioD(k, r); }
+double slope(const float *k, double r) {
+    const double s = r * r;
+    return 1.0 + 3.0 * k[0] * s + 5.0 * k[1] * s * s + 7.0 * k[2] * s * s * s + 9.0 * k[3] * s * s * s * s;
+}
+
+double curvature(const float *k, double r) {
+    const double s = r * r;
+    return r * (6.0 * k[0] + 20.0 * k[1] * s + 42.0 * k[2] * s * s + 72.0 * k[3] * s * s * s);
+}
+
+struct Reference {
+    int m = 1;   // one past the last sample where r*D(r) still rises
+    int c = kNum;  // first target without a bracket
+    std::vector<double> u;  // undistorted radius of target j (j < c)
+};
+
+// Smallest undistorted radius for every target j/1000 (the target rounded
+// to float like the table's), by bisection inside the first rising sample
+// segment that brackets it.
+Reference solve(const float *k) {
+    Reference ref;
+    std::vector<double> f(kNum);
+    for (int i = 0; i < kNum; ++i) {
+        f[i] = distorted(k, i / 1000.0);
+        if (i > 0 && f[i] > f[i - 1]) ref.m = i + 1;
+    }
+    ref.u.assign(kNum, 0.0);
+    for (int j = 1; j < kNum; ++j) {
+        const double t = static_cast<float>(j) / 1000.0f;
+        int s = 0;
+        for (; s < ref.m && s <= kNum - 2; ++s)
+            if (f[s] <= t && t < f[s + 1]) break;
+        if (!(s < ref.m && s <= kNum - 2)) {
+            ref.c = j;
+            break;
+        }
+        double lo = s / 1000.0, hi = (s + 1) / 1000.0;
+        for (int it = 0; it < 80; ++it) {
+            const double mid = 0.5 * (lo + hi);
+            (distorted(k, mid) <= t ? lo : hi) = mid;
+        }
+        ref.u[j] = 0.5 * (lo + hi);
+    }
+    return ref;
+}
+
+struct Family {
+    const char *name;
+    float k[4];
+    bool monotone;   // r*D(r) rises over the whole table
+};
+
+const Family kFamilies[] = {
+    {"barrel", {-0.08f, 0.01f, 0.0f, 0.0f}, true},
+    {"pincushion", {0.1f, 0.02f, 0.0f, 0.0f}, true},
+    {"moustache", {-0.12f, 0.06f, -0.004f, 0.0002f}, true},
+    {"strong_barrel", {-0.3f, 0.0f, 0.0f, 0.0f}, false},
+    {"dip_and_rise", {-0.5f, 0.1f, 0.0f, 0.0f}, false},
+};
+
+class Zelkov4Family : public ::testing::TestWithParam<Family> {};
+
+TEST_P(Zelkov4Family, TablesMatchSlowModel) {
+    const Family &fam = GetParam();
+    Arena arena;
+    Model model(&arena.env, fam.k);
+    ASSERT_EQ(model.result, PVX_OK);
+    ASSERT_NE(model.lens.table, nullptr);
+    ASSERT_EQ(model.lens.num, kNum);
+    const Reference ref = solve(fam.k);
+    if (fam.monotone) {
+        EXPECT_EQ(ref.m, kNum) << "family chosen to be monotone";
+    }
+
+    // Forward: D held at the last rising sample.
+    EXPECT_EQ(model.fwd()[0], 1.0f);
+    for (int i = 1; i < kNum; ++i) {
+        const double want = ratioD(fam.k, std::min(i, ref.m - 1) / 1000.0);
+        ASSERT_NEAR(model.fwd()[i], want, 1e-6 * std::fabs(want)) << fam.name << " fwd[" << i << "]";
+    }
+
+    // Inverse: the valid count, the ratios, and the held tail. The float
+    // build may decide a target lying right on a sample one way or the other.
+    const float *inv = model.inv();
+    EXPECT_EQ(inv[0], 1.0f);
+    int c = kNum;
+    for (int j = 2; j < kNum && c == kNum; ++j) {
+        if (inv[j] != inv[j - 1]) continue;
+        bool tail = true;
+        for (int q = j; q < kNum; ++q) tail = tail && inv[q] == inv[j - 1];
+        if (tail) c = j;
+    }
+    EXPECT_LE(std::abs(c - ref.c), 1) << fam.name;
+    const int valid = std::min(c, ref.c);
+    double maxErr = 0.0;
+    for (int j = 1; j < valid; ++j) {
+        const double t = static_cast<float>(j) / 1000.0f;
+        const double uTab = static_cast<double>(inv[j]) * t;
+        const double err = std::fabs(uTab - ref.u[j]);
+        // The right bracket keeps the radius within its sample segment;
+        // where the curve is not flat the interpolation is far closer.
+        ASSERT_LE(err, 0.00101) << fam.name << " inv[" << j << "]";
+        // Linear interpolation of the inverse: h^2/8 * |u''| with h = 0.001,
+        // u'' = -F''/F'^3, plus float rounding.
+        const double f1 = slope(fam.k, ref.u[j]);
+        if (f1 >= 0.25) {
+            const double tol = 1e-6 + 2.0e-7 * std::fabs(curvature(fam.k, ref.u[j])) / (f1 * f1 * f1);
+            ASSERT_LE(err, tol) << fam.name << " inv[" << j << "]";
+            maxErr = std::max(maxErr, err);
+        }
+    }
+    std::printf("[ measured ] %s: %d/%d targets inverted, max undistorted-radius error %.3g\n", fam.name,
+                c, kNum, maxErr);
+    for (int j = c; j < kNum; ++j) ASSERT_EQ(inv[j], inv[c - 1]) << fam.name << " held inv[" << j << "]";
+}
+
+TEST_P(Zelkov4Family, LookupsInvertEachOther) {
+    const Family &fam = GetParam();
+    Arena arena;
+    Model model(&arena.env, fam.k);
+    const Reference ref = solve(fam.k);
+    // Stay on the first rising branch, inside both tables, away from a turn.
+    double rMax = std::min(2.04, (ref.m - 1) / 1000.0 - 0.02);
+    while (distorted(fam.k, rMax) > std::min(2.04, distorted(fam.k, (ref.m - 1) / 1000.0) - 0.002)) rMax -= 0.001;
+    double maxR = 0.0, maxT = 0.0;
+    for (double r = 0.0; r <= rMax; r += 0.0001371) {
+        const double f1 = slope(fam.k, r);
+        if (f1 < 0.25) break;   // near the turn of the first branch
+        // Both lookups interpolate ratios linearly; their error grows with
+        // the curvature of the inverse (as for the table itself).
+        const double tol = 2e-6 + 2.0e-7 * std::fabs(curvature(fam.k, r)) / (f1 * f1 * f1);
+        const float rf = static_cast<float>(r);
+        const double t = rf * static_cast<double>(pvx_Zelkov4DistortionCorrection_getf(&model.lens, rf));
+        const float tf = static_cast<float>(t);
+        const double back = tf * static_cast<double>(pvx_Zelkov4DistortionCorrection_getinv(&model.lens, tf));
+        maxR = std::max(maxR, std::fabs(back - rf));
+        ASSERT_NEAR(back, rf, tol) << fam.name << " r=" << r;
+
+        const double u = tf * static_cast<double>(pvx_Zelkov4DistortionCorrection_getinv(&model.lens, tf));
+        const float uf = static_cast<float>(u);
+        const double again = uf * static_cast<double>(pvx_Zelkov4DistortionCorrection_getf(&model.lens, uf));
+        maxT = std::max(maxT, std::fabs(again - tf));
+        ASSERT_NEAR(again, tf, tol) << fam.name << " t=" << t;
+    }
+    std::printf("[ measured ] %s: round trip r->t->r max error %.3g, t->r->t %.3g (up to r=%.3f)\n", fam.name,
+                maxR, maxT, rMax);
+}
+
+INSTANTIATE_TEST_SUITE_P(Families, Zelkov4Family, ::testing::ValuesIn(kFamilies),
+                         [](const ::testing::TestParamInfo<Family> &info) { return std::string(info.param.name); });
+
+TEST(Zelkov4, StrongBarrelHoldsBeyondTheTurn) {
+    const float k[4] = {-0.3f, 0.0f, 0.0f, 0.0f};
+    Arena arena;
+    Model model(&arena.env, k);
+    // r - 0.3 r^3 peaks at r = 1/sqrt(0.9) = 1.0541 with height 0.70273.
+    const int last = 1054;   // last rising sample
+    for (int i = last; i < kNum; ++i) ASSERT_EQ(model.fwd()[i], model.fwd()[last]) << i;
+    EXPECT_NE(model.fwd()[last - 1], model.fwd()[last]);
+    EXPECT_NEAR(model.fwd()[last], 1.0 - 0.3 * 1.054 * 1.054, 1e-6);
+    // Targets up to 0.702 are reachable, 0.703 and above are not.
+    const float *inv = model.inv();
+    for (int j = 703; j < kNum; ++j) ASSERT_EQ(inv[j], inv[702]) << j;
+    EXPECT_NE(inv[702], inv[701]);
+    EXPECT_GT(inv[702], 1.4f);   // u/t near the top: about 1.0/0.7
+}
+
+TEST(Zelkov4, ZeroCoefficientsGiveTheIdentity) {
+    const float k[4] = {0.0f, 0.0f, 0.0f, 0.0f};
+    Arena arena;
+    Model model(&arena.env, k);
+    for (int i = 0; i < 2 * kNum; ++i) ASSERT_EQ(model.lens.table[i], 1.0f) << i;
+    for (float r : {0.0f, 0.0005f, 0.3337f, 1.0f, 2.0469f, 2.5f})
+        EXPECT_EQ(pvx_Zelkov4DistortionCorrection_getinv(&model.lens, r), 1.0f) << r;
+}
+
+TEST(Zelkov4, LookupEdges) {
+    const float k[4] = {0.1f, 0.02f, 0.0f, 0.0f};
+    Arena arena;
+    Model model(&arena.env, k);
+    const float *fwd = model.fwd();
+    const float *inv = model.inv();
+    const pvx_Zelkov4DistortionCorrection *l = &model.lens;
+
+    // At and beyond sample 2047 the last entry holds.
+    const float justAbove = std::nextafter(2.047f, 3.0f);
+    for (float r : {justAbove, 2.048f, 3.0f, 1.0e30f, std::numeric_limits<float>::infinity()}) {
+        EXPECT_EQ(pvx_Zelkov4DistortionCorrection_getf(l, r), fwd[2047]) << r;
+        EXPECT_EQ(pvx_Zelkov4DistortionCorrection_getinv(l, r), inv[2047]) << r;
+    }
+    // 2.047f is 2.04699993; scaled in float it is 2046.99988, which still
+    // interpolates (weight 0.99988 on entry 2047).
+    const float near2047 = pvx_Zelkov4DistortionCorrection_getf(l, 2.047f);
+    EXPECT_NEAR(near2047, fwd[2047], 2e-4 * std::fabs(fwd[2047] - fwd[2046]) + 1e-7);
+
+    EXPECT_EQ(pvx_Zelkov4DistortionCorrection_getf(l, 0.0f), 1.0f);
+    EXPECT_EQ(pvx_Zelkov4DistortionCorrection_getinv(l, 0.0f), 1.0f);
+
+    // 0.0009999 scales to 0.9999: entries 0 and 1 with f close to 1.
+    const float p = 0.0009999f * 1000.0f;
+    ASSERT_LT(p, 1.0f);
+    EXPECT_NEAR(p, 0.9999f, 1e-6f);
+    const float wantF = p * fwd[1] + (1.0f - p) * fwd[0];
+    const float wantI = p * inv[1] + (1.0f - p) * inv[0];
+    EXPECT_EQ(pvx_Zelkov4DistortionCorrection_getf(l, 0.0009999f), wantF);
+    EXPECT_EQ(pvx_Zelkov4DistortionCorrection_getinv(l, 0.0009999f), wantI);
+
+    // Mid-table: linear interpolation between the two neighbours.
+    const float q = 1.2345f * 1000.0f;
+    const float f = q - 1234.0f;
+    EXPECT_EQ(pvx_Zelkov4DistortionCorrection_getf(l, 1.2345f), f * fwd[1235] + (1.0f - f) * fwd[1234]);
+}
+
+TEST(Zelkov4, GetFollowsTheStatedOrder) {
+    auto rng = pvx_test::makeRng(41);
+    std::uniform_real_distribution<float> coef(-0.5f, 0.5f);
+    std::uniform_real_distribution<float> rad(0.0f, 3.0f);
+    Arena arena;
+    for (int round = 0; round < pvx_test::rounds(200); ++round) {
+        const float k[4] = {coef(rng), coef(rng), coef(rng) * 0.1f, coef(rng) * 0.01f};
+        Model model(&arena.env, k);
+        for (int n = 0; n < 50; ++n) {
+            const float r = rad(rng);
+            const double rd = r, r2 = rd * rd, r4 = r2 * r2;
+            const double v = 1.0 + r2 * k[0] + r4 * k[1] + r2 * r4 * k[2] + r4 * r4 * k[3];
+            const float want = static_cast<float>(v);
+            const float got = pvx_Zelkov4DistortionCorrection_get(&model.lens, r);
+            uint32_t a, b;
+            std::memcpy(&a, &want, 4);
+            std::memcpy(&b, &got, 4);
+            ASSERT_EQ(a, b) << "r=" << r << " k=" << k[0] << "," << k[1] << "," << k[2] << "," << k[3];
+        }
+    }
+}
+
+TEST(Zelkov4, HostileArgumentsDoNotCrash) {
+    const float k[4] = {-0.3f, 0.05f, 0.0f, 0.0f};
+    Arena arena;
+    Model model(&arena.env, k);
+    const pvx_Zelkov4DistortionCorrection *l = &model.lens;
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    const float inf = std::numeric_limits<float>::infinity();
+    for (float a : {nan, inf, -inf, -1.0f, 1.0e30f, -1.0e30f, 3.4e38f, -0.0f, 1e-45f, -0.0004f}) {
+        volatile float sink = pvx_Zelkov4DistortionCorrection_get(l, a);
+        sink = pvx_Zelkov4DistortionCorrection_getf(l, a);
+        sink = pvx_Zelkov4DistortionCorrection_getinv(l, a);
+        (void)sink;
+    }
+    EXPECT_EQ(pvx_Zelkov4DistortionCorrection_getf(l, inf), model.fwd()[2047]);
+    EXPECT_EQ(pvx_Zelkov4DistortionCorrection_getinv(l, 1.0e30f), model.inv()[2047]);
+    EXPECT_TRUE(std::isnan(pvx_Zelkov4DistortionCorrection_getf(l, nan)));
+    // A small negative radius stays on the first segment (truncation to 0).
+    const float *fwd = model.fwd();
+    const float p = -0.0004f * 1000.0f;
+    EXPECT_EQ(pvx_Zelkov4DistortionCorrection_getf(l, -0.0004f), p * fwd[1] + (1.0f - p) * fwd[0]);
+
+    const double dn = std::numeric_limits<double>::quiet_NaN();
+    const double di = std::numeric_limits<double>::infinity();
+    for (double v : {dn, di, -di, 1e300, -1e300, 0.0}) {
+        double ox, oy;
+        EXPECT_EQ(pvx_Zelkov4DistortionCorrection_dcforward(l, &ox, &oy, v, 3.0, 640, 480, 1.0 / 400), PVX_OK);
+        EXPECT_EQ(pvx_Zelkov4DistortionCorrection_dcbackward(l, &ox, &oy, 3.0, v, 640, 480, 1.0 / 400), PVX_OK);
+        EXPECT_EQ(pvx_Zelkov4DistortionCorrection_dcforward(l, &ox, &oy, 1.0, 2.0, v, v, v), PVX_OK);
+        EXPECT_EQ(pvx_Zelkov4DistortionCorrection_dcbackward(l, &ox, &oy, 1.0, 2.0, 1.0, 1.0, v), PVX_OK);
+    }
+}
+
+TEST(Zelkov4, ParameterisingTwiceRebuildsTheTable) {
+    Arena arena;
+    pvx_Zelkov4DistortionCorrection lens;
+    ASSERT_EQ(pvx_construct_Zelkov4DistortionCorrection(&lens, &arena.env), PVX_OK);
+    EXPECT_EQ(lens.num, 0);
+    EXPECT_EQ(lens.table, nullptr);
+    EXPECT_EQ(lens.env, &arena.env);
+    EXPECT_EQ(pvx_Heap2_getUsedSize(&arena.env.heap), 0u);
+
+    const float a[4] = {-0.1f, 0.0f, 0.0f, 0.0f};
+    const float b[4] = {0.2f, 0.0f, 0.0f, 0.0f};
+    ASSERT_EQ(pvx_Zelkov4DistortionCorrection_setParam4(&lens, a), PVX_OK);
+    const uint32_t used = pvx_Heap2_getUsedSize(&arena.env.heap);
+    EXPECT_EQ(used, 16384u + 16u);   // 16 KiB table plus its block header, rounded
+    const float fa = pvx_Zelkov4DistortionCorrection_getf(&lens, 1.0f);
+
+    ASSERT_EQ(pvx_Zelkov4DistortionCorrection_setParam4(&lens, b), PVX_OK);
+    EXPECT_EQ(pvx_Heap2_getUsedSize(&arena.env.heap), used);       // the old table went back
+    EXPECT_EQ(pvx_Heap2_getMaxUsedSize(&arena.env.heap), used);    // never two at once
+    EXPECT_EQ(lens.param[0], 0.2f);
+    EXPECT_NE(pvx_Zelkov4DistortionCorrection_getf(&lens, 1.0f), fa);
+    EXPECT_EQ(pvx_Zelkov4DistortionCorrection_getf(&lens, 1.0f), 1.2f);
+
+    EXPECT_EQ(pvx_destruct_Zelkov4DistortionCorrection(&lens), PVX_OK);
+    EXPECT_EQ(lens.table, nullptr);
+    EXPECT_EQ(lens.num, 0);
+    EXPECT_EQ(lens.param[0], 0.0f);
+    EXPECT_EQ(pvx_Heap2_getUsedSize(&arena.env.heap), 0u);
+}
+
+TEST(Zelkov4, TableAllocationFailure) {
+    Arena arena(8 * 1024);
+    pvx_Zelkov4DistortionCorrection lens;
+    pvx_construct_Zelkov4DistortionCorrection(&lens, &arena.env);
+    const float k[4] = {-0.1f, 0.0f, 0.0f, 0.0f};
+    EXPECT_EQ(pvx_Zelkov4DistortionCorrection_setParam4(&lens, k), PVX_ERROR_SYSTEM);
+    EXPECT_EQ(lens.table, nullptr);
+    // Queries on the table-less model answer the identity instead of reading null.
+    EXPECT_EQ(pvx_Zelkov4DistortionCorrection_getf(&lens, 0.5f), 1.0f);
+    EXPECT_EQ(pvx_Zelkov4DistortionCorrection_getinv(&lens, 0.5f), 1.0f);
+    EXPECT_EQ(pvx_destruct_Zelkov4DistortionCorrection(&lens), PVX_OK);
+    EXPECT_EQ(pvx_Heap2_getUsedSize(&arena.env.heap), 0u);
+}
+
+TEST(Zelkov4, NullArguments) {
+    const float k[4] = {};
+    double x, y;
+    EXPECT_EQ(pvx_construct_Zelkov4DistortionCorrection(nullptr, nullptr), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_destruct_Zelkov4DistortionCorrection(nullptr), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_Zelkov4DistortionCorrection_setParam4(nullptr, k), PVX_ERROR_PARAM);
+    Arena arena;
+    Model model(&arena.env, k);
+    EXPECT_EQ(pvx_Zelkov4DistortionCorrection_setParam4(&model.lens, nullptr), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_Zelkov4DistortionCorrection_dcforward(&model.lens, nullptr, &y, 0, 0, 9, 9, 1), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_Zelkov4DistortionCorrection_dcbackward(&model.lens, &x, nullptr, 0, 0, 9, 9, 1), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_Zelkov4DistortionCorrection_getPos(), PVX_OK);
+}
+
+// FNV-1a over the bit patterns of both tables.
+uint64_t tableChecksum(const float *t) {
+    uint64_t h = 1469598103934665603ull;
+    for (int i = 0; i < 2 * kNum; ++i) {
+        uint32_t bits;
+        std::memcpy(&bits, &t[i], 4);
+        for (int b = 0; b < 4; ++b) {
+            h ^= (bits >> (8 * b)) & 0xFFu;
+            h *= 1099511628211ull;
+        }
+    }
+    return h;
+}
+
+TEST(Zelkov4, TablesAreBitIdenticalAcrossTargets) {
+    // Checksums recorded on x86-64; any target must reproduce them exactly.
+    struct Case {
+        float k[4];
+        uint64_t sum;
+    };
+    const Case cases[] = {
+        {{-0.08f, 0.01f, 0.002f, -0.0003f}, 0xba2a995ba1ee06deull},
+        {{-0.3f, 0.0f, 0.0f, 0.0f}, 0x8e911b9a60fb6f65ull},
+        {{0.1f, 0.02f, 0.0f, 0.0f}, 0x2bded5471d441f3bull},
+    };
+    Arena arena;
+    for (const Case &c : cases) {
+        Model model(&arena.env, c.k);
+        EXPECT_EQ(tableChecksum(model.lens.table), c.sum) << std::hex << tableChecksum(model.lens.table);
+    }
+}
+
+// ---- point mapping ----
+
+TEST(Zelkov4, PointMappingRoundTrip) {
+    const float k[4] = {-0.08f, 0.01f, 0.0f, 0.0f};
+    Arena arena;
+    Model model(&arena.env, k);
+    const double w = 641, h = 481, scale = 1.0 / 400.5;
+    double maxErr = 0.0;
+    for (double y = 0; y < h; y += 37)
+        for (double x = 0; x < w; x += 29) {
+            double ux, uy, bx, by;
+            ASSERT_EQ(pvx_Zelkov4DistortionCorrection_dcforward(&model.lens, &ux, &uy, x, y, w, h, scale), PVX_OK);
+            ASSERT_EQ(pvx_Zelkov4DistortionCorrection_dcbackward(&model.lens, &bx, &by, ux, uy, w, h, scale), PVX_OK);
+            maxErr = std::max(maxErr, std::max(std::fabs(bx - x), std::fabs(by - y)));
+        }
+    // Table error ~1e-6 of the normalised radius, i.e. well below 0.01 pixel.
+    EXPECT_LT(maxErr, 0.01);
+    // The centre of the pixel grid is fixed.
+    double ox, oy;
+    pvx_Zelkov4DistortionCorrection_dcforward(&model.lens, &ox, &oy, 320, 240, w, h, scale);
+    EXPECT_EQ(ox, 320.0);
+    EXPECT_EQ(oy, 240.0);
+}
+
+TEST(Zelkov4, VerticalSlopeScalesAboutTheCentreRow) {
+    const float k[4] = {};
+    Arena arena;
+    Model model(&arena.env, k);
+    model.lens.vslope = 10.0f;   // at x = 0: s = 1 - 50*10/50 = -9, floored to 0.8
+    double ox, oy;
+    pvx_Zelkov4DistortionCorrection_dcforward(&model.lens, &ox, &oy, 0, 0, 101, 101, 0.01);
+    EXPECT_EQ(ox, 0.0);
+    EXPECT_DOUBLE_EQ(oy, 50.0 - 50.0 * static_cast<double>(0.8f));
+    pvx_Zelkov4DistortionCorrection_dcbackward(&model.lens, &ox, &oy, 0, 0, 101, 101, 0.01);
+    EXPECT_EQ(ox, 0.0);
+    EXPECT_DOUBLE_EQ(oy, 50.0 - 50.0 / static_cast<double>(0.8f));
+    // At the centre column s = 1: no vertical change.
+    model.lens.vslope = 0.1f;
+    pvx_Zelkov4DistortionCorrection_dcforward(&model.lens, &ox, &oy, 50, 7, 101, 101, 0.01);
+    EXPECT_EQ(oy, 7.0);
+    // x = 75: s = 1 - 25*0.1/50 = 0.95.
+    pvx_Zelkov4DistortionCorrection_dcforward(&model.lens, &ox, &oy, 75, 0, 101, 101, 0.01);
+    EXPECT_DOUBLE_EQ(oy, 50.0 - 50.0 * static_cast<double>(static_cast<float>(1.0 - 25.0 * static_cast<double>(0.1f) / 50.0)));
+}
+
+// ---- whole-image mapping ----
+
+struct TestImage {
+    TestImage(int32_t w, int32_t h, int32_t format, int32_t bpp) : buf(static_cast<size_t>(w) * h * bpp) {
+        pvx_construct_Image(&img, nullptr);
+        EXPECT_EQ(pvx_Image_init(&img, w, h, buf.data(), format), PVX_OK);
+    }
+    ~TestImage() { pvx_destruct_Image(&img); }
+    uint8_t *data() { return buf.data(); }
+    pvx_test::GuardedBuffer buf;
+    pvx_Image img;
+};
+
+void fillRandom(TestImage &t, uint64_t stream) {
+    auto rng = pvx_test::makeRng(stream);
+    for (size_t i = 0; i < t.buf.size(); ++i) t.buf.data()[i] = static_cast<uint8_t>(rng());
+}
+
+TEST(Zelkov4Process, IdentityCopiesTheImage) {
+    const float k[4] = {};
+    Arena arena;
+    Model model(&arena.env, k);
+    struct Shape {
+        int32_t w, h, format, bpp;
+    };
+    for (const Shape &s : {Shape{37, 45, PVX_FORMAT_UINT8, 1}, Shape{33, 64, PVX_FORMAT_RGB888, 3},
+                           Shape{1, 1, PVX_FORMAT_BGR888, 3}, Shape{20, 97, PVX_FORMAT_UINT8, 1}}) {
+        TestImage src(s.w, s.h, s.format, s.bpp), dst(s.w, s.h, s.format, s.bpp);
+        fillRandom(src, 7);
+        ASSERT_EQ(pvx_Zelkov4DistortionCorrection_process(&model.lens, &src.img, &dst.img), PVX_OK);
+        EXPECT_EQ(std::memcmp(src.data(), dst.data(), src.buf.size()), 0) << s.w << "x" << s.h;
+    }
+}
+
+// A ramp image samples back its own coordinate: the output value at each
+// pixel is the source position the model chose, checked against the slow
+// model's undistorted radius.
+TEST(Zelkov4Process, FollowsTheSlowModel) {
+    const float k[4] = {0.1f, 0.02f, 0.0f, 0.0f};   // pincushion: sources move inward
+    Arena arena;
+    Model model(&arena.env, k);
+    const int32_t w = 200, h = 150;
+    TestImage rampX(w, h, PVX_FORMAT_UINT8, 1), rampY(w, h, PVX_FORMAT_UINT8, 1);
+    TestImage outX(w, h, PVX_FORMAT_UINT8, 1), outY(w, h, PVX_FORMAT_UINT8, 1);
+    for (int32_t y = 0; y < h; ++y)
+        for (int32_t x = 0; x < w; ++x) {
+            rampX.data()[y * w + x] = static_cast<uint8_t>(x);
+            rampY.data()[y * w + x] = static_cast<uint8_t>(y);
+        }
+    ASSERT_EQ(pvx_Zelkov4DistortionCorrection_process(&model.lens, &rampX.img, &outX.img), PVX_OK);
+    ASSERT_EQ(pvx_Zelkov4DistortionCorrection_process(&model.lens, &rampY.img, &outY.img), PVX_OK);
+    const double cx = (w - 1) * 0.5, cy = (h - 1) * 0.5, half = 0.5 * std::hypot(w, h);
+    for (int32_t y = 0; y < h; ++y)
+        for (int32_t x = 0; x < w; ++x) {
+            const double dx = x - cx, dy = y - cy, t = std::hypot(dx, dy) / half;
+            double lo = 0.0, hi = t;   // pincushion: u <= t
+            for (int it = 0; it < 60; ++it) {
+                const double mid = 0.5 * (lo + hi);
+                (distorted(k, mid) <= t ? lo : hi) = mid;
+            }
+            const double g = t > 0 ? lo / t : 1.0;
+            const double sx = std::min(std::max(cx + dx * g, 0.0), w - 1.0);
+            const double sy = std::min(std::max(cy + dy * g, 0.0), h - 1.0);
+            ASSERT_NEAR(outX.data()[y * w + x], sx, 0.51) << x << "," << y;
+            ASSERT_NEAR(outY.data()[y * w + x], sy, 0.51) << x << "," << y;
+        }
+}
+
+TEST(Zelkov4Process, InPlaceMatchesSeparateDestination) {
+    const float k[4] = {-0.15f, 0.02f, 0.0f, 0.0f};
+    Arena arena(512 * 1024);
+    Model model(&arena.env, k);
+    const int32_t w = 64, h = 70;
+    TestImage a(w, h, PVX_FORMAT_RGB888, 3), b(w, h, PVX_FORMAT_RGB888, 3);
+    fillRandom(a, 11);
+    std::memcpy(b.data(), a.data(), a.buf.size());
+    TestImage out(w, h, PVX_FORMAT_RGB888, 3);
+    ASSERT_EQ(pvx_Zelkov4DistortionCorrection_process(&model.lens, &a.img, &out.img), PVX_OK);
+    ASSERT_EQ(pvx_Zelkov4DistortionCorrection_process(&model.lens, &b.img, &b.img), PVX_OK);
+    EXPECT_EQ(std::memcmp(out.data(), b.data(), out.buf.size()), 0);
+    EXPECT_EQ(pvx_Heap2_getUsedSize(&arena.env.heap), 16400u);   // temporary copy released
+    // A heap too small for the temporary copy reports it and leaves the image alone.
+    Arena small(24 * 1024);
+    Model tight(&small.env, k);
+    ASSERT_EQ(tight.result, PVX_OK);
+    std::memcpy(b.data(), a.data(), a.buf.size());
+    EXPECT_EQ(pvx_Zelkov4DistortionCorrection_process(&tight.lens, &b.img, &b.img), PVX_ERROR_NOMEM);
+    EXPECT_EQ(std::memcmp(a.data(), b.data(), a.buf.size()), 0);
+}
+
+TEST(Zelkov4Process, ThreadedMatchesCaller) {
+    const float k[4] = {-0.1f, 0.01f, 0.0f, 0.0f};
+    Arena arena(1024 * 1024 + pvx_Pel_getBufferSize());
+    Model model(&arena.env, k);
+    const int32_t w = 90, h = 200;   // 7 strips, the last one of 8 rows
+    TestImage src(w, h, PVX_FORMAT_RGB888, 3), one(w, h, PVX_FORMAT_RGB888, 3), many(w, h, PVX_FORMAT_RGB888, 3);
+    fillRandom(src, 13);
+    ASSERT_EQ(pvx_Zelkov4DistortionCorrection_process(&model.lens, &src.img, &one.img), PVX_OK);
+
+    pvx_Pel pel;
+    ASSERT_EQ(pvx_construct_Pel(&pel, &arena.env), PVX_OK);
+    pvx_PelParams params;
+    pvx_Pel_resetParams(&params);
+    params.numWorkers = 3;
+    ASSERT_EQ(pvx_Pel_init(&pel, &params), PVX_OK);
+    model.lens.pel = &pel;
+    EXPECT_EQ(pvx_Zelkov4DistortionCorrection_process(&model.lens, &src.img, &many.img), PVX_OK);
+    model.lens.pel = nullptr;
+    pvx_destruct_Pel(&pel);
+    EXPECT_EQ(std::memcmp(one.data(), many.data(), one.buf.size()), 0);
+}
+
+TEST(Zelkov4Process, RefusesWhatItCannotMap) {
+    const float k[4] = {-0.1f, 0.0f, 0.0f, 0.0f};
+    Arena arena;
+    Model model(&arena.env, k);
+    TestImage g8(16, 16, PVX_FORMAT_UINT8, 1), g8b(16, 17, PVX_FORMAT_UINT8, 1);
+    TestImage rgb(16, 16, PVX_FORMAT_RGB888, 3);
+    pvx_Image yuv = g8.img;   // refused on the format alone, before any pixel is read
+    yuv.format = PVX_FORMAT_YUV420_SEMIPLANAR;
+    EXPECT_EQ(pvx_Zelkov4DistortionCorrection_process(nullptr, &g8.img, &g8.img), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_Zelkov4DistortionCorrection_process(&model.lens, nullptr, &g8.img), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_Zelkov4DistortionCorrection_process(&model.lens, &g8.img, nullptr), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_Zelkov4DistortionCorrection_process(&model.lens, &g8.img, &rgb.img), PVX_ERROR_FORMAT);
+    EXPECT_EQ(pvx_Zelkov4DistortionCorrection_process(&model.lens, &yuv, &yuv), PVX_ERROR_FORMAT);
+    EXPECT_EQ(pvx_Zelkov4DistortionCorrection_process(&model.lens, &g8.img, &g8b.img), PVX_ERROR_PARAM);
+    pvx_Zelkov4DistortionCorrection bare;
+    pvx_construct_Zelkov4DistortionCorrection(&bare, &arena.env);
+    EXPECT_EQ(pvx_Zelkov4DistortionCorrection_process(&bare, &g8.img, &g8.img), PVX_ERROR_STATE);
+}
+
+}  // namespace

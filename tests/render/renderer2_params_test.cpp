@@ -1,0 +1,450 @@
+// Vertex lattice: layout rules, limits, builders, copy, clamping and
+// projective mapping.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <vector>
+
+#include "render/pvx_mvec8real.h"
+#include "render/pvx_renderer2_params.h"
+#include "runtime/pvx_heap2.h"
+#include "tests/support/guarded_buffer.h"
+
+namespace {
+
+struct HeapArea {
+    explicit HeapArea(size_t size = 1024 * 1024) : buf(size) {
+        EXPECT_EQ(pvx_construct_Heap2(&heap, buf.data(), buf.size()), PVX_OK);
+    }
+    ~HeapArea() { pvx_destruct_Heap2(&heap); }
+    uint32_t used() const { return pvx_Heap2_getUsedSize(&heap); }
+    pvx_test::GuardedBuffer buf;
+    pvx_Heap2 heap{};   // zeroed: construction takes the record's lock word
+};
+
+struct Lattice {
+    explicit Lattice(pvx_Heap2 *heap) { EXPECT_EQ(pvx_construct_Renderer2_Params(&p, heap), PVX_OK); }
+    ~Lattice() { pvx_destruct_Renderer2_Params(&p); }
+    pvx_Renderer2_Params p;
+};
+
+const int kOwner = 0;   // any non-null owner
+
+// The coordinates one axis of a lattice must have: lo, lo+cell, ... below
+// hi, then hi itself.
+std::vector<int64_t> axis(int64_t lo, int64_t hi, int64_t cell) {
+    std::vector<int64_t> v;
+    for (int64_t a = lo; a < hi; a += cell) v.push_back(a);
+    v.push_back(hi);
+    return v;
+}
+
+// Checks counts, row-major order and identity source positions.
+void expectLayout(const pvx_Renderer2_Params &p, const int32_t *rect, int32_t cw, int32_t ch) {
+    const std::vector<int64_t> xs = axis(rect[0], rect[2], cw);
+    const std::vector<int64_t> ys = axis(rect[1], rect[3], ch);
+    ASSERT_EQ(p.numX, static_cast<int32_t>(xs.size()));
+    ASSERT_EQ(p.numY, static_cast<int32_t>(ys.size()));
+    EXPECT_EQ(p.cellWidth, cw);
+    EXPECT_EQ(p.cellHeight, ch);
+    for (int q = 0; q < 4; ++q) EXPECT_EQ(p.rect[q], rect[q]);
+    for (size_t j = 0; j < ys.size(); ++j)
+        for (size_t i = 0; i < xs.size(); ++i) {
+            const size_t k = j * xs.size() + i;
+            ASSERT_EQ(p.dstX[k], xs[i]) << i << "," << j;
+            ASSERT_EQ(p.dstY[k], ys[j]) << i << "," << j;
+            ASSERT_EQ(p.srcX[k], static_cast<double>(xs[i]));
+            ASSERT_EQ(p.srcY[k], static_cast<double>(ys[j]));
+        }
+}
+
+TEST(Renderer2Params, FullHdWithCell64) {
+    HeapArea area;
+    Lattice l(&area.heap);
+    const int32_t rect[4] = {0, 0, 1920, 1080};
+    ASSERT_EQ(pvx_Renderer2_Params_initWithGridSize(&l.p, rect, 64, 64), PVX_OK);
+    EXPECT_EQ(l.p.numX, 31);
+    EXPECT_EQ(l.p.numY, 18);
+    EXPECT_EQ(l.p.dstX[29], 1856);
+    EXPECT_EQ(l.p.dstX[30], 1920);
+    EXPECT_EQ(l.p.dstY[16 * 31], 1024);
+    EXPECT_EQ(l.p.dstY[17 * 31], 1080);   // a 56-pixel band
+    expectLayout(l.p, rect, 64, 64);
+}
+
+TEST(Renderer2Params, LayoutOverAssortedRectangles) {
+    struct Case {
+        int32_t rect[4];
+        int32_t cw, ch;
+    };
+    const Case cases[] = {
+        {{0, 0, 1920, 1080}, 32, 32},  {{0, 0, 640, 480}, 10, 10},   {{5, 7, 101, 59}, 16, 8},
+        {{-40, -30, 40, 30}, 24, 9},   {{0, 0, 64, 64}, 64, 64},     {{0, 0, 65, 63}, 64, 64},
+        {{10, 10, 10, 10}, 8, 8},      {{0, 0, 7, 300}, 8, 8},       {{100, 0, 95, 20}, 8, 8},
+        {{0, 0, 1, 1}, 1000, 1000},    {{3, 3, 4000, 9}, 4000, 8},
+    };
+    HeapArea area;
+    for (const Case &c : cases) {
+        Lattice l(&area.heap);
+        ASSERT_EQ(pvx_Renderer2_Params_initWithGridSize(&l.p, c.rect, c.cw, c.ch), PVX_OK)
+            << c.rect[0] << "," << c.rect[1] << "," << c.rect[2] << "," << c.rect[3];
+        expectLayout(l.p, c.rect, c.cw, c.ch);
+    }
+    EXPECT_EQ(area.used(), 0u);
+}
+
+TEST(Renderer2Params, CellBelowEightIsRefused) {
+    HeapArea area;
+    Lattice l(&area.heap);
+    const int32_t rect[4] = {0, 0, 640, 480};
+    ASSERT_EQ(pvx_Renderer2_Params_initWithGridSize(&l.p, rect, 64, 64), PVX_OK);
+    double *const keep = l.p.srcX;
+    const int32_t other[4] = {0, 0, 100, 100};
+    EXPECT_EQ(pvx_Renderer2_Params_initWithGridSize(&l.p, other, 7, 8), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_Renderer2_Params_initWithGridSize(&l.p, other, 8, 7), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_Renderer2_Params_initWithGridSize(&l.p, other, -8, 8), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_Renderer2_Params_initWithGridSize(&l.p, nullptr, 8, 8), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_Renderer2_Params_initWithGridSize(nullptr, other, 8, 8), PVX_ERROR_PARAM);
+    // Nothing changed by a refusal at the argument check.
+    EXPECT_EQ(l.p.srcX, keep);
+    EXPECT_EQ(l.p.rect[2], 640);
+    EXPECT_EQ(l.p.cellWidth, 64);
+    EXPECT_EQ(l.p.numX, 11);
+    ASSERT_EQ(pvx_Renderer2_Params_initWithGridSize(&l.p, other, 8, 8), PVX_OK);
+    expectLayout(l.p, other, 8, 8);
+}
+
+TEST(Renderer2Params, VertexLimit) {
+    HeapArea area;
+    Lattice l(&area.heap);
+    const int32_t exact[4] = {0, 0, 127 * 8, 127 * 8};   // 128 x 128
+    ASSERT_EQ(pvx_Renderer2_Params_initWithGridSize(&l.p, exact, 8, 8), PVX_OK);
+    EXPECT_EQ(l.p.numX * l.p.numY, 16384);
+    const uint32_t used = area.used();
+    double *const keep = l.p.srcX;
+    const int32_t over[4] = {0, 0, 144 * 8, 112 * 8};    // 145 x 113 = 16385
+    EXPECT_EQ(pvx_Renderer2_Params_initWithGridSize(&l.p, over, 8, 8), PVX_ERROR_PARAM);
+    // The counts are stored, the old arrays stay.
+    EXPECT_EQ(l.p.numX, 145);
+    EXPECT_EQ(l.p.numY, 113);
+    EXPECT_EQ(l.p.srcX, keep);
+    EXPECT_EQ(area.used(), used);
+}
+
+TEST(Renderer2Params, BufferSizeHoldsTheLargestLattice) {
+    EXPECT_EQ(pvx_Renderer2_Params_getBufferSize(), 409600u);
+    HeapArea area(pvx_Renderer2_Params_getBufferSize());
+    Lattice l(&area.heap);
+    ASSERT_EQ(pvx_Renderer2_Params_init(&l.p, &kOwner, 127 * 8, 127 * 8, 1000), PVX_OK);
+    EXPECT_EQ(l.p.numX * l.p.numY, 16384);
+}
+
+TEST(Renderer2Params, HostileRectanglesNeverOverflow) {
+    HeapArea area;
+    Lattice l(&area.heap);
+    const int32_t lo = std::numeric_limits<int32_t>::min(), hi = std::numeric_limits<int32_t>::max();
+    const int32_t whole[4] = {lo, lo, hi, hi};
+    EXPECT_EQ(pvx_Renderer2_Params_initWithGridSize(&l.p, whole, 8, 8), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_Renderer2_Params_initWithGridSize(&l.p, whole, hi, hi), PVX_OK);   // 4 x 4
+    expectLayout(l.p, whole, hi, hi);
+    const int32_t nearTop[4] = {1, hi - 20, hi, hi};   // x + cell would pass INT32_MAX
+    ASSERT_EQ(pvx_Renderer2_Params_initWithGridSize(&l.p, nearTop, hi, 8), PVX_OK);
+    expectLayout(l.p, nearTop, hi, 8);
+    // Reversed by a cell or more: no vertex count fits, refused.
+    const int32_t reversed[4] = {hi, hi, lo, lo};
+    EXPECT_EQ(pvx_Renderer2_Params_initWithGridSize(&l.p, reversed, 8, 8), PVX_ERROR_PARAM);
+    const int32_t reversed2[4] = {100, 0, 84, 20};
+    EXPECT_EQ(pvx_Renderer2_Params_initWithGridSize(&l.p, reversed2, 8, 8), PVX_ERROR_PARAM);
+    // Builders deriving the cell from a side that does not fit: refused.
+    EXPECT_EQ(pvx_Renderer2_Params_initRect(&l.p, &kOwner, whole, 1), PVX_ERROR_PARAM);
+    ASSERT_EQ(pvx_Renderer2_Params_initRect(&l.p, &kOwner, whole, 2), PVX_OK);   // cell 2^31-16: 3 x 3
+    expectLayout(l.p, whole, 2147483632, 2147483632);
+    EXPECT_EQ(pvx_Renderer2_Params_init(&l.p, &kOwner, -50, 40, 1), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_Renderer2_Params_initVertical(&l.p, &kOwner, hi, hi, 1), PVX_OK);
+    EXPECT_EQ(l.p.numX * l.p.numY, 4);
+}
+
+TEST(Renderer2Params, CellRulesOfTheBuilders) {
+    HeapArea area;
+    Lattice l(&area.heap);
+    const int32_t rect[4] = {0, 0, 100, 60};
+    // Divisor below 2: one cell over the whole rectangle.
+    for (int32_t divisor : {1, 0, -5}) {
+        ASSERT_EQ(pvx_Renderer2_Params_initRect(&l.p, &kOwner, rect, divisor), PVX_OK);
+        EXPECT_EQ(l.p.numX, 2);
+        EXPECT_EQ(l.p.numY, 2);
+        expectLayout(l.p, rect, 100, 60);
+    }
+    // 60 / 4 = 15 -> multiple of 16 is 0 -> at least 8.
+    ASSERT_EQ(pvx_Renderer2_Params_initRect(&l.p, &kOwner, rect, 4), PVX_OK);
+    expectLayout(l.p, rect, 8, 8);
+    // 1080 / 2 = 540 -> 528; 1080 / 60 = 18 -> 16.
+    const int32_t hd[4] = {0, 0, 1920, 1080};
+    ASSERT_EQ(pvx_Renderer2_Params_initRect(&l.p, &kOwner, hd, 2), PVX_OK);
+    expectLayout(l.p, hd, 528, 528);
+    ASSERT_EQ(pvx_Renderer2_Params_init(&l.p, &kOwner, 1920, 1080, 60), PVX_OK);
+    expectLayout(l.p, hd, 16, 16);
+    const int32_t offset[4] = {10, 20, 330, 260};   // shorter side 240 / 3 = 80
+    ASSERT_EQ(pvx_Renderer2_Params_initRect(&l.p, &kOwner, offset, 3), PVX_OK);
+    expectLayout(l.p, offset, 80, 80);
+
+    // Vertical: one column, horizontal bands.
+    const int32_t vga[4] = {0, 0, 640, 480};
+    ASSERT_EQ(pvx_Renderer2_Params_initVertical(&l.p, &kOwner, 640, 480, 4), PVX_OK);
+    expectLayout(l.p, vga, 640, 112);   // 120 -> 112
+    EXPECT_EQ(l.p.numX, 2);
+    EXPECT_EQ(l.p.numY, 6);
+    ASSERT_EQ(pvx_Renderer2_Params_initVertical(&l.p, &kOwner, 640, 480, 1), PVX_OK);
+    expectLayout(l.p, vga, 640, 480);
+    ASSERT_EQ(pvx_Renderer2_Params_initVertical(&l.p, &kOwner, 640, 40, 8), PVX_OK);
+    const int32_t flat[4] = {0, 0, 640, 40};
+    expectLayout(l.p, flat, 640, 8);
+    EXPECT_EQ(pvx_Renderer2_Params_initVertical(&l.p, &kOwner, 7, 480, 4), PVX_ERROR_PARAM);
+
+    ASSERT_EQ(pvx_Renderer2_Params_initWithSize(&l.p, &kOwner, 640, 480, 10), PVX_OK);
+    expectLayout(l.p, vga, 10, 10);
+    ASSERT_EQ(pvx_Renderer2_Params_initRectWithSize(&l.p, &kOwner, offset, 12), PVX_OK);
+    expectLayout(l.p, offset, 12, 12);
+
+    // The owner is only tested for null.
+    EXPECT_EQ(pvx_Renderer2_Params_initRectWithSize(&l.p, nullptr, offset, 12), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_Renderer2_Params_initRectWithSize(&l.p, &kOwner, nullptr, 12), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_Renderer2_Params_initRectWithSize(nullptr, &kOwner, offset, 12), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_Renderer2_Params_initRect(&l.p, nullptr, offset, 2), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_Renderer2_Params_initRect(&l.p, &kOwner, nullptr, 2), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_Renderer2_Params_init(&l.p, nullptr, 64, 64, 2), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_Renderer2_Params_initVertical(&l.p, nullptr, 64, 64, 2), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_Renderer2_Params_initWithSize(&l.p, nullptr, 64, 64, 8), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_Renderer2_Params_initWithSize(nullptr, &kOwner, 64, 64, 8), PVX_ERROR_PARAM);
+}
+
+TEST(Renderer2Params, ConstructAndDestruct) {
+    HeapArea area;
+    pvx_Renderer2_Params p;
+    std::memset(&p, 0xA5, sizeof(p));
+    ASSERT_EQ(pvx_construct_Renderer2_Params(&p, &area.heap), PVX_OK);
+    EXPECT_EQ(p.heap, &area.heap);
+    EXPECT_EQ(p.reserved, 0u);
+    EXPECT_EQ(p.numX, 0);
+    EXPECT_EQ(p.numY, 0);
+    EXPECT_EQ(p.srcX, nullptr);
+    EXPECT_EQ(p.dstY, nullptr);
+    ASSERT_EQ(pvx_Renderer2_Params_initWithSize(&p, &kOwner, 64, 48, 8), PVX_OK);
+    EXPECT_GT(area.used(), 0u);
+    // Re-initialising frees the old arrays first.
+    const uint32_t used = area.used();
+    ASSERT_EQ(pvx_Renderer2_Params_initWithSize(&p, &kOwner, 64, 48, 8), PVX_OK);
+    EXPECT_EQ(area.used(), used);
+    EXPECT_EQ(pvx_destruct_Renderer2_Params(&p), PVX_OK);
+    EXPECT_EQ(p.srcX, nullptr);
+    EXPECT_EQ(p.srcY, nullptr);
+    EXPECT_EQ(p.dstX, nullptr);
+    EXPECT_EQ(p.dstY, nullptr);
+    EXPECT_EQ(area.used(), 0u);
+    EXPECT_EQ(pvx_construct_Renderer2_Params(nullptr, &area.heap), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_destruct_Renderer2_Params(nullptr), PVX_ERROR_PARAM);
+}
+
+TEST(Renderer2Params, AllocationFailureKeepsWhatWasObtained) {
+    // 32 x 32 vertices: 8 KiB + 8 KiB + 4 KiB + 4 KiB; the heap holds about 22 KiB.
+    HeapArea area(22 * 1024);
+    Lattice l(&area.heap);
+    EXPECT_EQ(pvx_Renderer2_Params_initWithSize(&l.p, &kOwner, 31 * 8, 31 * 8, 8), PVX_ERROR_NOMEM);
+    EXPECT_NE(l.p.srcX, nullptr);
+    EXPECT_NE(l.p.srcY, nullptr);
+    EXPECT_NE(l.p.dstX, nullptr);
+    EXPECT_EQ(l.p.dstY, nullptr);
+    EXPECT_EQ(pvx_destruct_Renderer2_Params(&l.p), PVX_OK);
+    EXPECT_EQ(area.used(), 0u);
+    // No heap at all: nothing can be allocated.
+    pvx_Renderer2_Params bare;
+    pvx_construct_Renderer2_Params(&bare, nullptr);
+    EXPECT_EQ(pvx_Renderer2_Params_initWithSize(&bare, &kOwner, 64, 64, 8), PVX_ERROR_NOMEM);
+}
+
+TEST(Renderer2Params, CopyKeepsArraysWhenTheShapeMatches) {
+    HeapArea area;
+    Lattice a(&area.heap), b(&area.heap);
+    ASSERT_EQ(pvx_Renderer2_Params_initWithSize(&a.p, &kOwner, 640, 480, 32), PVX_OK);
+    ASSERT_EQ(pvx_Renderer2_Params_initWithSize(&b.p, &kOwner, 640, 480, 32), PVX_OK);
+    const int n = a.p.numX * a.p.numY;
+    for (int k = 0; k < n; ++k) {
+        a.p.srcX[k] = k * 0.5;
+        a.p.srcY[k] = -k * 0.25;
+    }
+    b.p.reserved = 77;
+    double *const sx = b.p.srcX;
+    double *const sy = b.p.srcY;
+    int32_t *const dx = b.p.dstX;
+    int32_t *const dy = b.p.dstY;
+    const uint32_t used = area.used();
+    ASSERT_EQ(pvx_Renderer2_Params_copy(&b.p, &a.p), PVX_OK);
+    EXPECT_EQ(b.p.srcX, sx);
+    EXPECT_EQ(b.p.srcY, sy);
+    EXPECT_EQ(b.p.dstX, dx);
+    EXPECT_EQ(b.p.dstY, dy);
+    EXPECT_EQ(area.used(), used);
+    EXPECT_EQ(b.p.reserved, 0u);
+    for (int k = 0; k < n; ++k) {
+        ASSERT_EQ(b.p.srcX[k], k * 0.5);
+        ASSERT_EQ(b.p.srcY[k], -k * 0.25);
+        ASSERT_EQ(b.p.dstX[k], a.p.dstX[k]);
+    }
+}
+
+TEST(Renderer2Params, CopyRebuildsADifferentShape) {
+    HeapArea area;
+    Lattice a(&area.heap), b(&area.heap), fresh(&area.heap);
+    const int32_t rect[4] = {16, 8, 400, 300};
+    ASSERT_EQ(pvx_Renderer2_Params_initWithGridSize(&a.p, rect, 24, 40), PVX_OK);
+    ASSERT_EQ(pvx_Renderer2_Params_initWithSize(&b.p, &kOwner, 64, 64, 8), PVX_OK);
+    for (int k = 0; k < a.p.numX * a.p.numY; ++k) a.p.srcX[k] = 1000.0 + k;
+    for (pvx_Renderer2_Params *dst : {&b.p, &fresh.p}) {
+        ASSERT_EQ(pvx_Renderer2_Params_copy(dst, &a.p), PVX_OK);
+        EXPECT_EQ(dst->numX, a.p.numX);
+        EXPECT_EQ(dst->numY, a.p.numY);
+        EXPECT_EQ(dst->cellWidth, 24);
+        EXPECT_EQ(dst->cellHeight, 40);
+        EXPECT_EQ(dst->heap, &area.heap);
+        for (int q = 0; q < 4; ++q) EXPECT_EQ(dst->rect[q], rect[q]);
+        for (int k = 0; k < a.p.numX * a.p.numY; ++k) {
+            ASSERT_EQ(dst->srcX[k], 1000.0 + k);
+            ASSERT_EQ(dst->srcY[k], a.p.srcY[k]);
+            ASSERT_EQ(dst->dstX[k], a.p.dstX[k]);
+            ASSERT_EQ(dst->dstY[k], a.p.dstY[k]);
+        }
+    }
+    // A refused rebuild is passed on.
+    Lattice empty(&area.heap);
+    EXPECT_EQ(pvx_Renderer2_Params_copy(&b.p, &empty.p), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_Renderer2_Params_copy(nullptr, &a.p), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_Renderer2_Params_copy(&b.p, nullptr), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_Renderer2_Params_copy(&a.p, &a.p), PVX_OK);
+}
+
+TEST(Renderer2Params, ConfineWithinRect) {
+    HeapArea area;
+    Lattice l(&area.heap);
+    ASSERT_EQ(pvx_Renderer2_Params_initWithSize(&l.p, &kOwner, 16, 8, 8), PVX_OK);   // 3 x 2
+    const double xs[6] = {639.5, -3.0, 100.25, 638.0, 1e300, -0.0};
+    const double ys[6] = {479.0, -0.5, 478.0, 477.75, -1e300, 5.0};
+    for (int k = 0; k < 6; ++k) {
+        l.p.srcX[k] = xs[k];
+        l.p.srcY[k] = ys[k];
+    }
+    const int32_t rect[4] = {0, 0, 640, 480};
+    ASSERT_EQ(pvx_Renderer2_Grid_confineWithinRect(&l.p, rect), PVX_OK);
+    const double wantX[6] = {638.0, 0.0, 100.25, 638.0, 638.0, -0.0};
+    const double wantY[6] = {478.0, 0.0, 478.0, 477.75, 0.0, 5.0};
+    for (int k = 0; k < 6; ++k) {
+        EXPECT_EQ(l.p.srcX[k], wantX[k]) << k;
+        EXPECT_EQ(l.p.srcY[k], wantY[k]) << k;
+    }
+    // The lower bound is applied first: when right-2 < left the upper wins.
+    const int32_t tiny[4] = {10, 20, 11, 21};
+    ASSERT_EQ(pvx_Renderer2_Grid_confineWithinRect(&l.p, tiny), PVX_OK);
+    for (int k = 0; k < 6; ++k) {
+        EXPECT_EQ(l.p.srcX[k], 9.0);
+        EXPECT_EQ(l.p.srcY[k], 19.0);
+    }
+    // Destination positions are untouched.
+    EXPECT_EQ(l.p.dstX[2], 16);
+    EXPECT_EQ(pvx_Renderer2_Grid_confineWithinRect(nullptr, rect), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_Renderer2_Grid_confineWithinRect(&l.p, nullptr), PVX_ERROR_PARAM);
+}
+
+void expectMapped(const pvx_Renderer2_Params &p, int k, double x, double y) {
+    EXPECT_DOUBLE_EQ(p.srcX[k], x) << k;
+    EXPECT_DOUBLE_EQ(p.srcY[k], y) << k;
+}
+
+TEST(Renderer2Params, SetMvec8Real) {
+    HeapArea area;
+    Lattice l(&area.heap);
+    ASSERT_EQ(pvx_Renderer2_Params_initWithSize(&l.p, &kOwner, 1920, 1080, 64), PVX_OK);
+    const int n = l.p.numX * l.p.numY;
+
+    const pvx_Mvec8Real identity = {{1, 0, 0, 0, 1, 0, 0, 0, 1}};
+    for (int k = 0; k < n; ++k) l.p.srcX[k] = l.p.srcY[k] = -1.0;
+    ASSERT_EQ(pvx_Renderer2_Params_setMvec8Real(&l.p, &identity), PVX_OK);
+    for (int k = 0; k < n; ++k) expectMapped(l.p, k, l.p.dstX[k], l.p.dstY[k]);
+
+    const pvx_Mvec8Real shift = {{1, 0, 12.25, 0, 1, -7.5, 0, 0, 1}};
+    ASSERT_EQ(pvx_Renderer2_Params_setMvec8Real(&l.p, &shift), PVX_OK);
+    for (int k = 0; k < n; ++k) expectMapped(l.p, k, l.p.dstX[k] + 12.25, l.p.dstY[k] - 7.5);
+
+    // w = 1 + x/1920: the right edge is halved, the left one untouched.
+    const pvx_Mvec8Real persp = {{1, 0, 0, 0, 1, 0, 1.0 / 1920, 0, 1}};
+    ASSERT_EQ(pvx_Renderer2_Params_setMvec8Real(&l.p, &persp), PVX_OK);
+    expectMapped(l.p, 0, 0.0, 0.0);
+    expectMapped(l.p, 30, 960.0, 0.0);
+    expectMapped(l.p, 17 * 31 + 30, 960.0, 540.0);
+    expectMapped(l.p, 17 * 31, 0.0, 1080.0);
+    expectMapped(l.p, 31 + 15, 960.0 / 1.5, 64.0 / 1.5);
+
+    // w = y - 64 vanishes on the second row: the walk stops at its first vertex.
+    for (int k = 0; k < n; ++k) l.p.srcX[k] = l.p.srcY[k] = -1.0;
+    const pvx_Mvec8Real horizon = {{1, 0, 0, 0, 1, 0, 0, 1, -64}};
+    EXPECT_EQ(pvx_Renderer2_Params_setMvec8Real(&l.p, &horizon), PVX_ERROR_PARAM);
+    for (int k = 0; k < l.p.numX; ++k) expectMapped(l.p, k, l.p.dstX[k] / -64.0, 0.0);
+    for (int k = l.p.numX; k < n; ++k) expectMapped(l.p, k, -1.0, -1.0);
+
+    EXPECT_EQ(pvx_Renderer2_Params_setMvec8Real(nullptr, &identity), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_Renderer2_Params_setMvec8Real(&l.p, nullptr), PVX_ERROR_PARAM);
+}
+
+TEST(Renderer2GridWrapper, Operations) {
+    EXPECT_EQ(pvx_Renderer2_GridWrapper_getBufferSize(31, 18), 31u * 18u * 24u);
+    EXPECT_EQ(pvx_Renderer2_GridWrapper_getBufferSize(0, 18), 0u);
+    EXPECT_EQ(pvx_Renderer2_GridWrapper_getBufferSize(-1, 18), 0u);
+
+    HeapArea area;
+    pvx_Renderer2_GridWrapper g;
+    ASSERT_EQ(pvx_construct_Renderer2_GridWrapper(&g, &area.heap), PVX_OK);
+    EXPECT_EQ(g.numX, 0);
+    EXPECT_EQ(g.srcX, nullptr);
+    EXPECT_EQ(g.heap, &area.heap);
+
+    ASSERT_EQ(pvx_Renderer2_GridWrapper_init(&g, 3, 4), PVX_OK);
+    EXPECT_EQ(g.numX, 3);
+    EXPECT_EQ(g.numY, 4);
+    ASSERT_NE(g.srcX, nullptr);
+    ASSERT_NE(g.dstY, nullptr);
+    // 96, 96, 48, 48 bytes plus an 8-byte header each, in 16-byte steps.
+    EXPECT_EQ(area.used(), 112u + 112u + 64u + 64u);
+    EXPECT_EQ(pvx_Renderer2_GridWrapper_init(&g, -1, 4), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_Renderer2_GridWrapper_init(&g, 4, -1), PVX_ERROR_PARAM);
+    // Absurd counts cannot be served.
+    EXPECT_EQ(pvx_Renderer2_GridWrapper_init(&g, 1 << 30, 1 << 30), PVX_ERROR_NOMEM);
+
+    const int32_t rect[4] = {0, 0, 100, 50};
+    ASSERT_EQ(pvx_Renderer2_GridWrapper_initWithGridSize(&g, rect, 32, 16), PVX_OK);
+    ASSERT_EQ(g.numX, 5);
+    ASSERT_EQ(g.numY, 5);
+    EXPECT_EQ(g.dstX[4], 100);
+    EXPECT_EQ(g.dstX[3], 96);
+    EXPECT_EQ(g.dstY[20], 50);
+    EXPECT_EQ(g.dstY[15], 48);
+    EXPECT_EQ(pvx_Renderer2_GridWrapper_initWithGridSize(&g, rect, 7, 16), PVX_ERROR_PARAM);
+
+    const pvx_Mvec8Real scale = {{2, 0, 0, 0, 3, 0, 0, 0, 1}};
+    ASSERT_EQ(pvx_Renderer2_GridWrapper_setMvec8Real(&g, &scale), PVX_OK);
+    EXPECT_EQ(g.srcX[4], 200.0);
+    EXPECT_EQ(g.srcY[20], 150.0);
+    // The same clamp serves the wrapper.
+    ASSERT_EQ(pvx_Renderer2_Grid_confineWithinRect(&g, rect), PVX_OK);
+    EXPECT_EQ(g.srcX[4], 98.0);
+    EXPECT_EQ(g.srcY[20], 48.0);
+    EXPECT_EQ(g.srcX[1], 64.0);
+
+    EXPECT_EQ(pvx_destruct_Renderer2_GridWrapper(&g), PVX_OK);
+    EXPECT_EQ(g.srcX, nullptr);
+    EXPECT_EQ(area.used(), 0u);
+    EXPECT_EQ(pvx_construct_Renderer2_GridWrapper(nullptr, &area.heap), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_Renderer2_GridWrapper_init(nullptr, 1, 1), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_Renderer2_GridWrapper_setMvec8Real(&g, nullptr), PVX_ERROR_PARAM);
+}
+
+}  // namespace
