@@ -40,7 +40,9 @@ TEST(Mvec8Real, PointsAtInfinityFailAndWriteNothing) {
     EXPECT_EQ(pvx_Mvec8Real_trans2DReal(&infW, 5.0, 6.0, &ox, &oy), PVX_ERROR_PARAM);
     EXPECT_EQ(pvx_Mvec8Real_trans2DReal(&nanW, 5.0, 6.0, &ox, &oy), PVX_ERROR_PARAM);
     const pvx_Mvec8Real id = {{1, 0, 0, 0, 1, 0, 0, 0, 1}};
-    EXPECT_EQ(pvx_Mvec8Real_trans2DReal(&id, nan, 6.0, &ox, &oy), PVX_OK);   // w = 1 is fine
+    // A NaN coordinate makes w NaN even for the identity (0 * NaN).
+    EXPECT_EQ(pvx_Mvec8Real_trans2DReal(&id, nan, 6.0, &ox, &oy), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_Mvec8Real_trans2DReal(&id, 1e308, 6.0, &ox, &oy), PVX_OK);   // w = 1 exactly
     ox = 123.0;
     oy = 456.0;
     EXPECT_EQ(pvx_Mvec8Real_trans2DReal(&onLine, 5.0, 64.0, &ox, &oy), PVX_ERROR_PARAM);
