@@ -18,11 +18,16 @@ namespace {
 // engine itself takes at most 6144 on a side.
 constexpr png_uint_32 kMaxSide = 65535;
 
-FILE *openInput(const std::string &path) {
-    FILE *file = fopen(path.c_str(), "rb");
-    if (!file) throw ToolError("cannot open " + path + ": " + strerror(errno));
-    return file;
-}
+// An input file closed with its owner, also when the owner's constructor throws.
+struct InputFile {
+    explicit InputFile(const std::string &path) : file(fopen(path.c_str(), "rb")) {
+        if (!file) throw ToolError("cannot open " + path + ": " + strerror(errno));
+    }
+    ~InputFile() { fclose(file); }
+    InputFile(const InputFile &) = delete;
+    InputFile &operator=(const InputFile &) = delete;
+    FILE *file;
+};
 
 void checkSide(const std::string &path, unsigned long width, unsigned long height) {
     if (width == 0 || height == 0 || width > kMaxSide || height > kMaxSide)
@@ -35,37 +40,37 @@ void checkSide(const std::string &path, unsigned long width, unsigned long heigh
 
 class PngReader : public ImageReader {
 public:
-    PngReader(const std::string &path) : path_(path) {
-        file_ = openInput(path);
-        memset(&image_, 0, sizeof image_);
-        image_.version = PNG_IMAGE_VERSION;
-        if (!png_image_begin_read_from_stdio(&image_, file_)) fail("not a readable PNG file");
-        checkSide(path_, image_.width, image_.height);
-        width_ = static_cast<int>(image_.width);
-        height_ = static_cast<int>(image_.height);
+    PngReader(const std::string &path) : path_(path), file_(path) {
+        if (!png_image_begin_read_from_stdio(&image_.image, file_.file)) fail("not a readable PNG file");
+        checkSide(path_, image_.image.width, image_.image.height);
+        width_ = static_cast<int>(image_.image.width);
+        height_ = static_cast<int>(image_.image.height);
     }
-    ~PngReader() override {
-        png_image_free(&image_);
-        fclose(file_);
-    }
-
     void read(Frame *rgb) override {
         rgb->allocate(Layout::RGB888, width_, height_);
-        image_.format = PNG_FORMAT_RGB;
+        image_.image.format = PNG_FORMAT_RGB;
         png_color black = {0, 0, 0};
         const png_int_32 stride = static_cast<png_int_32>(rgb->pitch(0));
-        if (!png_image_finish_read(&image_, &black, rgb->data(), stride, nullptr)) fail("damaged PNG data");
+        if (!png_image_finish_read(&image_.image, &black, rgb->data(), stride, nullptr)) fail("damaged PNG data");
     }
 
 private:
     [[noreturn]] void fail(const char *what) {
         std::string message = path_ + ": " + what;
-        if (image_.message[0]) message += std::string(" (") + image_.message + ")";
+        if (image_.image.message[0]) message += std::string(" (") + image_.image.message + ")";
         throw ToolError(message);
     }
+    struct Image {
+        Image() {
+            memset(&image, 0, sizeof image);
+            image.version = PNG_IMAGE_VERSION;
+        }
+        ~Image() { png_image_free(&image); }
+        png_image image;
+    };
     std::string path_;
-    FILE *file_ = nullptr;
-    png_image image_;
+    InputFile file_;
+    Image image_;
 };
 
 // ---- JPEG. libjpeg reports errors through a callback that must not return;
@@ -95,6 +100,15 @@ struct JpegDecoder {
     jpeg_decompress_struct info;
     JpegErrors errors;
     bool created;
+};
+
+// Owns a decoder (zeroed, not yet created) and destroys it.
+struct JpegDecoderHolder {
+    JpegDecoderHolder() : decoder(new JpegDecoder()) { memset(decoder.get(), 0, sizeof(JpegDecoder)); }
+    ~JpegDecoderHolder() {
+        if (decoder->created) jpeg_destroy_decompress(&decoder->info);
+    }
+    std::unique_ptr<JpegDecoder> decoder;
 };
 
 bool jpegReadHeader(JpegDecoder *d, FILE *file) {
@@ -127,36 +141,31 @@ bool jpegDecode(JpegDecoder *d, uint8_t *pixels, size_t pitch) {
 
 class JpegReader : public ImageReader {
 public:
-    JpegReader(const std::string &path) : path_(path), decoder_(new JpegDecoder()) {
-        file_ = openInput(path);
-        memset(decoder_.get(), 0, sizeof(JpegDecoder));
-        if (!jpegReadHeader(decoder_.get(), file_)) fail("not a readable JPEG file");
-        checkSide(path_, decoder_->info.image_width, decoder_->info.image_height);
-        width_ = static_cast<int>(decoder_->info.image_width);
-        height_ = static_cast<int>(decoder_->info.image_height);
-    }
-    ~JpegReader() override {
-        if (decoder_->created) jpeg_destroy_decompress(&decoder_->info);
-        fclose(file_);
+    JpegReader(const std::string &path) : path_(path), file_(path) {
+        if (!jpegReadHeader(decoder(), file_.file)) fail("not a readable JPEG file");
+        checkSide(path_, decoder()->info.image_width, decoder()->info.image_height);
+        width_ = static_cast<int>(decoder()->info.image_width);
+        height_ = static_cast<int>(decoder()->info.image_height);
     }
 
     void read(Frame *rgb) override {
         rgb->allocate(Layout::RGB888, width_, height_);
-        if (!jpegDecode(decoder_.get(), rgb->data(), rgb->pitch(0))) fail("damaged JPEG data");
-        if (static_cast<int>(decoder_->info.output_width) != width_ ||
-            static_cast<int>(decoder_->info.output_height) != height_)
+        if (!jpegDecode(decoder(), rgb->data(), rgb->pitch(0))) fail("damaged JPEG data");
+        if (static_cast<int>(decoder()->info.output_width) != width_ ||
+            static_cast<int>(decoder()->info.output_height) != height_)
             throw ToolError(path_ + ": the decoded size differs from the header");
     }
 
 private:
     [[noreturn]] void fail(const char *what) {
         std::string message = path_ + ": " + what;
-        if (decoder_->errors.message[0]) message += std::string(" (") + decoder_->errors.message + ")";
+        if (decoder()->errors.message[0]) message += std::string(" (") + decoder()->errors.message + ")";
         throw ToolError(message);
     }
+    JpegDecoder *decoder() { return holder_.decoder.get(); }
     std::string path_;
-    FILE *file_ = nullptr;
-    std::unique_ptr<JpegDecoder> decoder_;
+    InputFile file_;  // outlives the decoder, which reads from it
+    JpegDecoderHolder holder_;
 };
 
 struct JpegEncoder {
