@@ -41,19 +41,20 @@ int32_t engineBufferSize(Layout layout, int width, int height) {
 Engine::Engine(Layout layout, int width, int height, const Lens &lens)
     : layout_(layout), width_(width), height_(height), outWidth_(width), outHeight_(height), tableLens_(lens.table) {
     const parvex_DistortionCorrection_InitParam param = initParam(layout, width, height, lens);
-    const int32_t size = parvex_DistortionCorrection_getBufferSize(&param);
     std::string hint;
+    int32_t size = 8;
     if (width < kMinWidth || width > kMaxWidth || height < kMinHeight || height > kMaxHeight) {
+        // initialize refuses the size before it looks at the buffer, so a
+        // token buffer lets it name the fault without a large allocation.
         hint = "the picture is " + sizeText(width, height) + "; the engine takes widths " +
                std::to_string(kMinWidth) + ".." + std::to_string(kMaxWidth) + " and heights " +
                std::to_string(kMinHeight) + ".." + std::to_string(kMaxHeight);
+    } else {
+        size = parvex_DistortionCorrection_getBufferSize(&param);
+        if (size <= 0) size = 8;
     }
-    // A size of 0 or less means the description itself is out of range;
-    // initialize names the fault, so hand it a token buffer.
-    const size_t words = size > 0 ? (static_cast<size_t>(size) + 7) / 8 : 1;
-    buffer_.reset(new uint64_t[words]);
-    const uint32_t code = parvex_DistortionCorrection_initialize(&handle_, buffer_.get(),
-                                                                 size > 0 ? size : 8, &param);
+    buffer_.reset(new uint64_t[(static_cast<size_t>(size) + 7) / 8]);
+    const uint32_t code = parvex_DistortionCorrection_initialize(&handle_, buffer_.get(), size, &param);
     checkResult(code, "initialize", hint);
     initialized_ = true;
 }

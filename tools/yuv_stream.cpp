@@ -166,7 +166,6 @@ Y4mReader::Y4mReader(FILE *file, const std::string &name) : file_(file), owned_(
         if (message.compare(0, name_.size(), name_) == 0) throw;
         throw ToolError(name_ + ": " + message);
     }
-    stored_.resize(storedFrameSize(Layout::YUV420_PLANAR, header_.width, header_.height));
 }
 
 Y4mReader::~Y4mReader() {
@@ -198,6 +197,8 @@ bool Y4mReader::next(Frame *frame) {
     if (line.compare(0, 5, "FRAME") != 0 || (line.size() > 5 && line[5] != ' '))
         throw ToolError(name_ + ": bad YUV4MPEG2 stream (frame " + std::to_string(frames_) +
                         " does not start with FRAME)");
+    // Sized at the first frame, once the caller has had its say on the header's size.
+    stored_.resize(storedFrameSize(Layout::YUV420_PLANAR, header_.width, header_.height));
     const size_t got = readFully(file_, stored_.data(), stored_.size());
     if (got != stored_.size()) {
         if (ferror(file_)) throw ToolError(name_ + ": read error: " + strerror(errno));

@@ -402,6 +402,7 @@ TEST_P(ToolErrors, RefusesWithMessageAndLeavesNoOutput) {
         writeFile(dir.file("cut.y4m"), stream.substr(0, stream.size() - 1000));
         writeFile(dir.file("c444.y4m"), "YUV4MPEG2 W320 H240 C444\nFRAME\n");
         writeFile(dir.file("magic.y4m"), "YUV4MPEG W320 H240\nFRAME\n");
+        writeFile(dir.file("huge.y4m"), "YUV4MPEG2 W65535 H65535\nFRAME\n");
         writeFile(dir.file("noframe.y4m"), "YUV4MPEG2 W320 H240 F25:1\nFRAMES\n");
         writeFile(dir.file("two.nv12"), toStored(makePicture("YUV420_SEMIPLANAR", 320, 240)) +
                                             toStored(makePicture("YUV420_SEMIPLANAR", 320, 240)));
@@ -442,6 +443,8 @@ std::vector<ErrorCase> errorCases() {
          "truncated YUV4MPEG2 stream (frame 2 has 114200 of 115200 bytes)"},
         {"truncatedY4mStdin", "correct - @DIR@/out.y4m", 1, "standard input: truncated YUV4MPEG2 stream (frame 2", "cut.y4m"},
         {"y4m444", "correct @DIR@/c444.y4m @DIR@/out.y4m", 1, "YUV4MPEG2 colour space \"444\" is not supported"},
+        {"y4mTooLarge", "correct @DIR@/huge.y4m @DIR@/out.y4m", 1,
+         "initialize: PARVEX_ERROR_PARAM (0x80000001): a null pointer or a value out of range (the picture is 65535x65535"},
         {"y4mMagic", "correct @DIR@/magic.y4m @DIR@/out.y4m", 1, "not a YUV4MPEG2 stream"},
         {"y4mFrameMarker", "correct @DIR@/noframe.y4m @DIR@/out.y4m", 1, "frame 1 does not start with FRAME"},
         {"emptyStdin", "correct - @DIR@/out.y4m", 1, "standard input: empty input (no YUV4MPEG2 header)"},
