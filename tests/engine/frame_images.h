@@ -1,9 +1,12 @@
 // Frames in an engine format for tests: every plane in its own guarded
-// buffer, surrounded by a sentinel-filled band (rows above and below,
-// columns left and right) that a correct call never writes.
+// buffer, surrounded by a sentinel-filled band (rows above and below, and
+// for frames with padded pitches also columns left and right) that a
+// correct call never writes. Frames with padded pitches are passed through
+// the Ex records only; the plain records imply tight pitches.
 #pragma once
 
 #include <stdint.h>
+#include <stdlib.h>
 #include <string.h>
 
 #include <functional>
@@ -19,10 +22,11 @@ namespace pvx_test {
 class Frame {
 public:
     static const int kBandRows = 2;
-    static const int kBandBytes = 16;
+    static const int kPaddedBandBytes = 16;
     static const uint8_t kSentinel = 0xA5;
 
-    Frame(int32_t format, int32_t width, int32_t height) : format_(format), width_(width), height_(height) {
+    Frame(int32_t format, int32_t width, int32_t height, bool padded = false)
+        : format_(format), width_(width), height_(height), bandBytes_(padded ? kPaddedBandBytes : 0) {
         planes_ = pvx_Image_getPlaneCount(format);
         for (int p = 0; p < 3; ++p) {
             dat_[p] = nullptr;
@@ -33,11 +37,11 @@ public:
             const pvx_PlaneSize s = pvx_Image_getPlaneSize(width, height, format, p);
             rowBytes_[p] = static_cast<int32_t>(s.pitch);
             rows_[p] = static_cast<int32_t>(s.rows);
-            pitch_[p] = rowBytes_[p] + 2 * kBandBytes;
+            pitch_[p] = rowBytes_[p] + 2 * bandBytes_;
             const size_t total = static_cast<size_t>(pitch_[p]) * (rows_[p] + 2 * kBandRows);
             buffers_.emplace_back(new GuardedBuffer(total, GuardedBuffer::Side::End, 1));
             memset(buffers_.back()->data(), kSentinel, total);
-            dat_[p] = buffers_.back()->data() + kBandRows * pitch_[p] + kBandBytes;
+            dat_[p] = buffers_.back()->data() + kBandRows * pitch_[p] + bandBytes_;
         }
     }
 
@@ -49,6 +53,7 @@ public:
     uint8_t *row(int p, int32_t y) const { return dat_[p] + static_cast<ptrdiff_t>(y) * pitch_[p]; }
 
     parvex_ImageData data() const {
+        if (bandBytes_ != 0) abort();   // the plain record cannot carry padded pitches
         parvex_ImageData d;
         d.width = width_;
         d.height = height_;
@@ -78,12 +83,12 @@ public:
 
     bool bandsIntact() const {
         for (int p = 0; p < planes_; ++p) {
-            const uint8_t *base = dat_[p] - kBandRows * pitch_[p] - kBandBytes;
+            const uint8_t *base = dat_[p] - kBandRows * pitch_[p] - bandBytes_;
             for (int32_t y = 0; y < rows_[p] + 2 * kBandRows; ++y) {
                 const uint8_t *r = base + static_cast<ptrdiff_t>(y) * pitch_[p];
                 const bool bandRow = y < kBandRows || y >= rows_[p] + kBandRows;
                 for (int32_t x = 0; x < pitch_[p]; ++x) {
-                    const bool inside = !bandRow && x >= kBandBytes && x < kBandBytes + rowBytes_[p];
+                    const bool inside = !bandRow && x >= bandBytes_ && x < bandBytes_ + rowBytes_[p];
                     if (!inside && r[x] != kSentinel) return false;
                 }
             }
@@ -106,6 +111,7 @@ public:
 
 private:
     int32_t format_, width_, height_;
+    int32_t bandBytes_;
     int planes_;
     std::vector<std::unique_ptr<GuardedBuffer>> buffers_;
     uint8_t *dat_[3];

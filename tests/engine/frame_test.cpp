@@ -365,7 +365,7 @@ TEST(Distort, MatchesTheForwardReference) {
     L.k[1] = 0.02;
     Engine e(coefficientParam(fc.name, 640, 480, L.k[0], L.k[1]));
     ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_start(e.handle()));
-    Frame in(fc.format, 640, 480), out(fc.format, 640, 480);
+    Frame in(fc.format, 640, 480, true), out(fc.format, 640, 480, true);
     fillSmooth(in, fc);
     const parvex_ImageDataEx d = out.dataEx(), s = in.dataEx();
     ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_distortEx(e.handle(), &d, &s));
@@ -410,7 +410,7 @@ TEST_P(HostileSettings, StayInsideTheDestination) {
     hostile.apply(e.handle(), false);
     ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_start(e.handle()));
     hostile.apply(e.handle(), true);
-    Frame in(fc.format, 320, 240), out(fc.format, 320, 240);
+    Frame in(fc.format, 320, 240, true), out(fc.format, 320, 240, true);
     fillSmooth(in, fc);
     const parvex_ImageDataEx d = out.dataEx(), s = in.dataEx();
     const uint32_t processed = parvex_DistortionCorrection_processEx(e.handle(), &d, &s);
@@ -436,7 +436,7 @@ TEST(HostileLens, FoldingCoefficientsAndOddOutputsStayInside) {
             ASSERT_EQ(PARVEX_OK, e.status());
             ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_setOutputImageSize(e.handle(), 1001, 333));
             ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_start(e.handle()));
-            Frame in(fc.format, 320, 240), out(fc.format, 1001, 333);
+            Frame in(fc.format, 320, 240, true), out(fc.format, 1001, 333, true);
             fillSmooth(in, fc);
             const parvex_ImageDataEx d = out.dataEx(), s = in.dataEx();
             EXPECT_EQ(PARVEX_OK, parvex_DistortionCorrection_processEx(e.handle(), &d, &s)) << format << " " << k1;
@@ -453,7 +453,7 @@ TEST(HostileLens, GarbagePointTablesStayInside) {
         Engine e(pvx_test::tableParam(format, 320, 240, xs, ys));
         ASSERT_EQ(PARVEX_OK, e.status());
         ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_start(e.handle()));
-        Frame in(fc.format, 320, 240), out(fc.format, 320, 240);
+        Frame in(fc.format, 320, 240, true), out(fc.format, 320, 240, true);
         const parvex_ImageDataEx d = out.dataEx(), s = in.dataEx();
         const uint32_t status = parvex_DistortionCorrection_processEx(e.handle(), &d, &s);
         EXPECT_TRUE(status == PARVEX_OK || (status & 0x80000000u));
