@@ -124,7 +124,7 @@ Frame drawChart(int width, int height) {
         const int i = groups[n][0], j = groups[n][1];
         lineGroup(&f, cellX(i) + m, cellY(j) + m, cellX(i + 1) - m, cellY(j + 1) - m, 1 + (n & 1), (n & 2) == 0);
     }
-    const int corners = std::max(1, std::min(cx / cell, cy / cell) - 1);
+    const int corners = std::max(1, cy / cell);
     const int cornerCells[4][2] = {{-cx / cell, -corners}, {(width - cx) / cell - 1, -corners},
                                    {-cx / cell, corners - 1}, {(width - cx) / cell - 1, corners - 1}};
     for (const auto &c : cornerCells) {
