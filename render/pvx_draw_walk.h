@@ -526,7 +526,7 @@ bool noRotSpanInside(const SpanArgs &a) {
 // ---------------------------------------------------------------------------
 // Boundary trimming, solved in closed form.
 //
-// The stated trimming advances a row pair's first x by 2 while a test holds
+// The trimming advances a row pair's first x by 2 while a test holds
 // and then pulls its last x back by 2 while another holds. Along a row the
 // tested positions are linear in x, and each test fails exactly inside a
 // band, so the loops' results are the smallest m >= 0 at which all of a set
@@ -683,7 +683,8 @@ void pairDestinations(const Cell &c, int64_t p, SpanArgs *a) {
 // 2*(BL - TL)/h), along-row steps interpolated between the top and the
 // bottom edge in Q31, changing per pair; row y+1 is the source row below
 // row y; truncating weights; trimming against (w - 2, h - 2) pixels, start
-// and end tested as stated (asymmetric).
+// and end tested differently (the start not against the right limit, the
+// end not for a negative x), on purpose.
 //
 // Parallelogram: the same row starts, constant along-row steps from the top
 // edge ((TR - TL) * 32768 / w, truncated); row y+1 is mapped through the

@@ -62,6 +62,8 @@ pvx_Result pvx_Renderer2_drawCell(const pvx_Renderer2 *renderer, const pvx_Rende
 
     // 3. Classification. Every test is written so that a NaN measure fails
     // toward the general kernel (twists) or the parallelogram kernel (slope).
+    // A zero scale would make every measure infinite or NaN: the general
+    // kernel, without dividing.
     const int64_t top = static_cast<int64_t>(params->dstX[vr]) - params->dstX[v];
     const int64_t left = static_cast<int64_t>(params->dstY[vb]) - params->dstY[v];
     const double s = static_cast<double>(top > left ? top : left);
@@ -76,8 +78,7 @@ pvx_Result pvx_Renderer2_drawCell(const pvx_Renderer2 *renderer, const pvx_Rende
             }
         }
     }
-    // A zero scale makes every measure infinite or NaN: the general kernel.
-    if (fn == nullptr) return PVX_ERROR_FORMAT;
+    if (fn == nullptr) return PVX_ERROR_FORMAT;   // no kernels chosen
 
     // 4. The kernel.
     pvx_Renderer2_DrawArg arg;

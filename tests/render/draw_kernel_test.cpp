@@ -412,6 +412,63 @@ TEST(DrawKernels, PlainCopy) {
     }
 }
 
+// Cells of any extent are cheap: the trimming is solved, not looped, and
+// the walk only visits rows and columns of the destination.
+TEST(DrawKernels, HugeCellsStayCheapAndOverlargeOnesAreRefused) {
+    for (const Family &f : families())
+        for (int slot = 0; slot < 3; ++slot) {
+            Image src(f.format, 16, 16), dst(f.format, 16, 16, 2);
+            src.fill(40);
+            dst.fill(0);
+            const int32_t big = 1 << 29;
+            const int32_t rect[4] = {-big, -big, big, big};
+            // Source x = 8 + x / 2^26 over the cell: the destination maps to x in [8, 8 + 1/64].
+            const double corners[8] = {0, 0, 16, 0, 0, 16, 16, 16};
+            ASSERT_EQ(PVX_OK, draw(f.fn[slot], dst, src, corners, rect, 1)) << where(f, slot);
+            EXPECT_TRUE(dst.bandIntact());
+            EXPECT_EQ(40, dst.luma(15, 15)) << where(f, slot);
+            // (The planar 4:2:2 unrotated slot returns 0 whatever its kernel says.)
+            const int32_t tooWide[4] = {-big, 0, big + 1, 16};
+            const bool alwaysOk = f.format == PVX_FORMAT_YUV422_PLANAR && slot == 2;
+            EXPECT_EQ(alwaysOk ? PVX_OK : PVX_ERROR_PARAM, draw(f.fn[slot], dst, src, corners, tooWide, 1))
+                << where(f, slot);
+        }
+}
+
+// The same cells give the same bytes on every target: a fixed set of cells
+// (an explicit generator, no library distributions) hashed over every
+// family and kernel.
+TEST(DrawKernels, CrossTargetChecksum) {
+    uint64_t state = 0x9E3779B97F4A7C15ull;
+    auto next = [&state]() {
+        state = state * 6364136223846793005ull + 1442695040888963407ull;
+        return static_cast<uint32_t>(state >> 33);
+    };
+    auto real = [&](double lo, double hi) { return lo + (hi - lo) * (next() % 1000001) / 1000000.0; };
+    uint64_t hash = 1469598103934665603ull;
+    for (const Family &f : families())
+        for (int slot = 0; slot < 3; ++slot)
+            for (int round = 0; round < 6; ++round) {
+                const int32_t sw = 9 + next() % 30, sh = 9 + next() % 24;
+                Image src(f.format, sw, sh), dst(f.format, 20, 18);
+                std::vector<uint8_t> bytes = src.bytes();
+                for (uint8_t &b : bytes) b = static_cast<uint8_t>(next());
+                src.setBytes(bytes);
+                dst.fill(0);
+                const int32_t rect[4] = {int32_t(next() % 6), int32_t(next() % 6), 8 + int32_t(next() % 13),
+                                         7 + int32_t(next() % 12)};
+                double corners[8];
+                for (int i = 0; i < 8; i += 2) {
+                    corners[i] = real(-2, sw + 2);
+                    corners[i + 1] = real(-2, sh + 2);
+                }
+                if (round % 3 == 0) corners[3] = corners[1];
+                ASSERT_EQ(PVX_OK, draw(f.fn[slot], dst, src, corners, rect, round & 1));
+                for (uint8_t b : dst.bytes()) hash = (hash ^ b) * 1099511628211ull;
+            }
+    EXPECT_EQ(0xf1c4f4a2317613a0ull, hash) << std::hex << hash;
+}
+
 // ---------------------------------------------------------------------------
 // Accuracy against double-precision bilinear sampling
 

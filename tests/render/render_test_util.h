@@ -248,7 +248,7 @@ struct RefSampler {
 };
 
 // Draws one cell into `d` as the kernel of kind `kind` and sampling `mode`
-// must: set-up, trimming loops as stated, clip, then every pixel alone.
+// must: set-up, the trimming loops step by step, clip, then every pixel alone.
 inline void refDraw(RefKind kind, RefMode mode, const Image &s, Image &d, const double *c, const int32_t *rect,
                     int bc) {
     const FormatInfo &fi = s.info();
