@@ -44,7 +44,9 @@ void configure(Engine *engine, const Options &o) {
                          sizeText(engine->outputWidth(), engine->outputHeight()) + ")");
     if (o.strengthGiven) engine->setStrength(o.strength);
     engine->start();
-    if (o.zoomGiven) engine->setZoom(o.zoom);
+    // Always set: a table of 256 points leaves its appended point in the
+    // engine's zoom, which only an explicit zoom puts right.
+    engine->setZoom(o.zoomGiven ? o.zoom : 1.0);
     if (o.cropGiven) {
         if (o.crop[2] > w || o.crop[3] > h)
             throw UsageError("--crop " + std::to_string(o.crop[0]) + "," + std::to_string(o.crop[1]) + "," +

@@ -15,6 +15,7 @@ int runInfo(const Options &options);
 
 // The lens of --k1..--k4 / --table, or the default barrel lens.
 Lens lensFromOptions(const Options &options);
-constexpr double kDefaultK1 = -0.25, kDefaultK2 = 0.05;
+// Positive k1 corrects barrel distortion (and makes distort draw it).
+constexpr double kDefaultK1 = 0.2, kDefaultK2 = 0.05;
 
 }  // namespace parvex_tool
