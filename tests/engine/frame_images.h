@@ -26,7 +26,7 @@ public:
     static const uint8_t kSentinel = 0xA5;
 
     Frame(int32_t format, int32_t width, int32_t height, bool padded = false)
-        : format_(format), width_(width), height_(height), bandBytes_(padded ? kPaddedBandBytes : 0) {
+        : width_(width), height_(height), bandBytes_(padded ? kPaddedBandBytes : 0) {
         planes_ = pvx_Image_getPlaneCount(format);
         for (int p = 0; p < 3; ++p) {
             dat_[p] = nullptr;
@@ -110,7 +110,7 @@ public:
     }
 
 private:
-    int32_t format_, width_, height_;
+    int32_t width_, height_;
     int32_t bandBytes_;
     int planes_;
     std::vector<std::unique_ptr<GuardedBuffer>> buffers_;
