@@ -1,10 +1,28 @@
 /* A C11 client of the public header: sizes, initializes, starts, corrects
  * one small frame and finalizes. */
+#include <stddef.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
 #include "parvex_distortion_correction.h"
+
+/* The records' word layout: on a 32-bit target four words, then the lens
+ * union (aligned to 8) whose table form is num, xs, ys in its first twelve
+ * bytes; image records of five and eight words. */
+#define PTR ((int)sizeof(void *))
+_Static_assert(offsetof(parvex_DistortionCorrection_InitParam, width) == PTR, "width follows format");
+_Static_assert(offsetof(parvex_DistortionCorrection_InitParam, mode) == PTR + 8, "mode is the fourth field");
+_Static_assert(offsetof(parvex_DistortionCorrection_InitParam, coef) % 8 == 0, "the union is 8-aligned");
+_Static_assert(offsetof(parvex_DistortionCorrection_InitParam, coef) == (PTR == 4 ? 16 : 24), "union offset");
+_Static_assert(offsetof(parvex_DistortionCorrection_InitParam, num) == offsetof(parvex_DistortionCorrection_InitParam, coef),
+               "num starts the union");
+_Static_assert(PTR != 4 || offsetof(parvex_DistortionCorrection_InitParam, ys) - offsetof(parvex_DistortionCorrection_InitParam, num) == 8,
+               "num, xs, ys fill the union's first twelve bytes");
+_Static_assert(sizeof(parvex_DistortionCorrection_InitParam) == (PTR == 4 ? 48 : 56), "parameter record size");
+_Static_assert(sizeof(parvex_ImageData) == 8 + 3 * PTR, "width, height, three planes");
+_Static_assert(offsetof(parvex_ImageDataEx, pitch) == 8 + 3 * PTR, "pitches follow the planes");
+_Static_assert(PTR != 4 || sizeof(parvex_ImageDataEx) == 32, "eight words on a 32-bit target");
 
 #define CHECK(cond)                                              \
     do {                                                         \
