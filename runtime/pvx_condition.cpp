@@ -1,10 +1,11 @@
 #include "runtime/pvx_condition.h"
 
 #include <errno.h>
-#include <string.h>
 #include <time.h>
 
 #include <limits>
+
+#include "runtime/pvx_record.h"
 
 namespace {
 
@@ -58,20 +59,26 @@ pvx_Result condDestroy(pvx_Condition *condition) {
     return r != PVX_OK ? r : f;
 }
 
+// Binds the condition to `lock` and sets its operations, or (lock null)
+// clears both.
+void bind(pvx_Condition *condition, pvx_Lock *lock) {
+    const bool on = lock != nullptr;
+    condition->lock = lock;
+    condition->await = on ? condAwait : nullptr;
+    condition->awaitMillis = on ? condAwaitMillis : nullptr;
+    condition->signal = on ? condSignal : nullptr;
+    condition->signalAll = on ? condSignalAll : nullptr;
+    condition->destroy = on ? condDestroy : nullptr;
+}
+
 }  // namespace
 
 pvx_Result pvx_construct_Condition(pvx_Condition *condition, pvx_Env *env) {
-    if (condition == nullptr) return PVX_ERROR_PARAM;
-    memset(static_cast<void *>(condition), 0, sizeof *condition);
-    condition->env = env;
-    return PVX_OK;
+    return pvx_Record_construct(condition, env);
 }
 
 pvx_Result pvx_destruct_Condition(pvx_Condition *condition) {
-    if (condition == nullptr) return PVX_ERROR_PARAM;
-    const pvx_Result r = pvx_Condition_recycle(condition);
-    memset(static_cast<void *>(condition), 0, sizeof *condition);
-    return r;
+    return pvx_Record_destruct(condition, pvx_Condition_recycle);
 }
 
 pvx_Result pvx_Condition_init(pvx_Condition *condition, pvx_Lock *lock) {
@@ -87,12 +94,7 @@ pvx_Result pvx_Condition_init(pvx_Condition *condition, pvx_Lock *lock) {
         return PVX_ERROR_SYSTEM;
     }
     condition->cond = c;
-    condition->lock = lock;
-    condition->await = condAwait;
-    condition->awaitMillis = condAwaitMillis;
-    condition->signal = condSignal;
-    condition->signalAll = condSignalAll;
-    condition->destroy = condDestroy;
+    bind(condition, lock);
     return PVX_OK;
 }
 
@@ -100,31 +102,20 @@ pvx_Result pvx_Condition_recycle(pvx_Condition *condition) {
     if (condition == nullptr) return PVX_ERROR_PARAM;
     if (condition->destroy == nullptr) return PVX_OK;
     const pvx_Result r = condition->destroy(condition);
-    condition->lock = nullptr;
-    condition->await = nullptr;
-    condition->awaitMillis = nullptr;
-    condition->signal = nullptr;
-    condition->signalAll = nullptr;
-    condition->destroy = nullptr;
+    bind(condition, nullptr);
     return r;
 }
 
 pvx_Result pvx_Condition_await(pvx_Condition *condition) {
-    if (condition == nullptr) return PVX_ERROR_PARAM;
-    if (condition->await == nullptr) return PVX_ERROR_STATE;
-    return condition->await(condition);
+    return pvx_Record_call(condition, &pvx_Condition::await);
 }
 
 pvx_Result pvx_Condition_awaitMillis(pvx_Condition *condition, int32_t ms) {
-    if (condition == nullptr) return PVX_ERROR_PARAM;
-    if (condition->awaitMillis == nullptr) return PVX_ERROR_STATE;
-    return condition->awaitMillis(condition, ms);
+    return pvx_Record_call(condition, &pvx_Condition::awaitMillis, ms);
 }
 
 pvx_Result pvx_Condition_signal(pvx_Condition *condition) {
-    if (condition == nullptr) return PVX_ERROR_PARAM;
-    if (condition->signal == nullptr) return PVX_ERROR_STATE;
-    return condition->signal(condition);
+    return pvx_Record_call(condition, &pvx_Condition::signal);
 }
 
 pvx_Result pvx_Condition_signalAll(pvx_Condition *condition) {

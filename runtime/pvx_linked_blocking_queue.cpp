@@ -3,6 +3,8 @@
 #include <string.h>
 #include <time.h>
 
+#include "runtime/pvx_record.h"
+
 struct pvx_LinkedBlockingQueueOps {
     pvx_Result (*put)(pvx_LinkedBlockingQueue *queue, void *item, int32_t ms);   // ms < 0: no limit
     void *(*take)(pvx_LinkedBlockingQueue *queue, int32_t ms);                   // ms < 0: no limit
@@ -126,12 +128,24 @@ pvx_Result releaseAll(Queue *q) {
     return r;
 }
 
+// Puts and takes of the public calls; ms < 0 waits without limit.
+pvx_Result putWithin(pvx_LinkedBlockingQueue *queue, void *item, int32_t ms) {
+    if (queue == nullptr) return PVX_OK;
+    if (queue->ops == nullptr) return PVX_ERROR_STATE;
+    if (item == nullptr) return PVX_ERROR_PARAM;
+    return queue->ops->put(queue, item, ms);
+}
+
+void *takeWithin(pvx_LinkedBlockingQueue *queue, int32_t ms) {
+    if (queue == nullptr || queue->ops == nullptr) return nullptr;
+    return queue->ops->take(queue, ms);
+}
+
 }  // namespace
 
 pvx_Result pvx_construct_LinkedBlockingQueue(pvx_LinkedBlockingQueue *queue, pvx_Env *env) {
-    if (queue == nullptr) return PVX_ERROR_PARAM;
-    memset(static_cast<void *>(queue), 0, sizeof *queue);
-    queue->env = env;
+    const pvx_Result r = pvx_Record_construct(queue, env);
+    if (r != PVX_OK) return r;
     pvx_construct_Lock(&queue->takeLock, env);
     pvx_construct_Lock(&queue->putLock, env);
     pvx_construct_Condition(&queue->notEmpty, env);
@@ -143,7 +157,7 @@ pvx_Result pvx_destruct_LinkedBlockingQueue(pvx_LinkedBlockingQueue *queue) {
     if (queue == nullptr) return PVX_ERROR_PARAM;
     if (queue->head != queue->tail) return PVX_ERROR_STATE;
     const pvx_Result r = releaseAll(queue);
-    memset(static_cast<void *>(queue), 0, sizeof *queue);
+    pvx_Record_clear(queue);
     return r;
 }
 
@@ -183,10 +197,7 @@ pvx_Result pvx_LinkedBlockingQueue_recycle(pvx_LinkedBlockingQueue *queue) {
 }
 
 pvx_Result pvx_LinkedBlockingQueue_put(pvx_LinkedBlockingQueue *queue, void *item) {
-    if (queue == nullptr) return PVX_OK;
-    if (queue->ops == nullptr) return PVX_ERROR_STATE;
-    if (item == nullptr) return PVX_ERROR_PARAM;
-    return queue->ops->put(queue, item, -1);
+    return putWithin(queue, item, -1);
 }
 
 pvx_Result pvx_LinkedBlockingQueue_offer(pvx_LinkedBlockingQueue *queue, void *item) {
@@ -194,24 +205,17 @@ pvx_Result pvx_LinkedBlockingQueue_offer(pvx_LinkedBlockingQueue *queue, void *i
 }
 
 pvx_Result pvx_LinkedBlockingQueue_offerMillis(pvx_LinkedBlockingQueue *queue, void *item, int32_t ms) {
-    if (queue == nullptr) return PVX_OK;
-    if (queue->ops == nullptr) return PVX_ERROR_STATE;
-    if (item == nullptr) return PVX_ERROR_PARAM;
-    return queue->ops->put(queue, item, ms < 0 ? 0 : ms);
+    return putWithin(queue, item, ms < 0 ? 0 : ms);
 }
 
-void *pvx_LinkedBlockingQueue_take(pvx_LinkedBlockingQueue *queue) {
-    if (queue == nullptr || queue->ops == nullptr) return nullptr;
-    return queue->ops->take(queue, -1);
-}
+void *pvx_LinkedBlockingQueue_take(pvx_LinkedBlockingQueue *queue) { return takeWithin(queue, -1); }
 
 void *pvx_LinkedBlockingQueue_poll(pvx_LinkedBlockingQueue *queue) {
     return pvx_LinkedBlockingQueue_pollMillis(queue, 0);
 }
 
 void *pvx_LinkedBlockingQueue_pollMillis(pvx_LinkedBlockingQueue *queue, int32_t ms) {
-    if (queue == nullptr || queue->ops == nullptr) return nullptr;
-    return queue->ops->take(queue, ms < 0 ? 0 : ms);
+    return takeWithin(queue, ms < 0 ? 0 : ms);
 }
 
 int32_t pvx_LinkedBlockingQueue_size(pvx_LinkedBlockingQueue *queue) {

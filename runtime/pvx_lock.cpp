@@ -1,7 +1,8 @@
 #include "runtime/pvx_lock.h"
 
 #include <errno.h>
-#include <string.h>
+
+#include "runtime/pvx_record.h"
 
 namespace {
 
@@ -62,28 +63,28 @@ pvx_Result spinDestroy(pvx_Lock *lock) {
     return PVX_OK;
 }
 
-void clearOps(pvx_Lock *lock) {
-    lock->tryLock = nullptr;
-    lock->lock = nullptr;
-    lock->unlock = nullptr;
-    lock->destroy = nullptr;
+// The operations of one kind of lock; kNoOps marks a lock that init has not set up.
+struct Ops {
+    pvx_LockTryOp tryLock;
+    pvx_LockOp lock, unlock, destroy;
+};
+constexpr Ops kMutexOps = {mutexTryLock, mutexLock, mutexUnlock, mutexDestroy};
+constexpr Ops kSpinOps = {spinTryLock, spinLock, spinUnlock, spinDestroy};
+constexpr Ops kNoOps = {nullptr, nullptr, nullptr, nullptr};
+
+void setOps(pvx_Lock *lock, int32_t kind, const Ops &ops) {
+    lock->kind = kind;
+    lock->tryLock = ops.tryLock;
+    lock->lock = ops.lock;
+    lock->unlock = ops.unlock;
+    lock->destroy = ops.destroy;
 }
 
 }  // namespace
 
-pvx_Result pvx_construct_Lock(pvx_Lock *lock, pvx_Env *env) {
-    if (lock == nullptr) return PVX_ERROR_PARAM;
-    memset(static_cast<void *>(lock), 0, sizeof *lock);
-    lock->env = env;
-    return PVX_OK;
-}
+pvx_Result pvx_construct_Lock(pvx_Lock *lock, pvx_Env *env) { return pvx_Record_construct(lock, env); }
 
-pvx_Result pvx_destruct_Lock(pvx_Lock *lock) {
-    if (lock == nullptr) return PVX_ERROR_PARAM;
-    const pvx_Result r = pvx_Lock_recycle(lock);
-    memset(static_cast<void *>(lock), 0, sizeof *lock);
-    return r;
-}
+pvx_Result pvx_destruct_Lock(pvx_Lock *lock) { return pvx_Record_destruct(lock, pvx_Lock_recycle); }
 
 pvx_Result pvx_Lock_init(pvx_Lock *lock, int32_t kind) {
     if (lock == nullptr) return PVX_ERROR_PARAM;
@@ -94,11 +95,7 @@ pvx_Result pvx_Lock_init(pvx_Lock *lock, int32_t kind) {
     }
     if (kind == PVX_LOCK_SPIN) {
         lock->word.store(0, std::memory_order_relaxed);
-        lock->kind = kind;
-        lock->tryLock = spinTryLock;
-        lock->lock = spinLock;
-        lock->unlock = spinUnlock;
-        lock->destroy = spinDestroy;
+        setOps(lock, kind, kSpinOps);
         return PVX_OK;
     }
     pthread_mutex_t *m = static_cast<pthread_mutex_t *>(pvx_Env_malloc(lock->env, sizeof(pthread_mutex_t)));
@@ -114,11 +111,7 @@ pvx_Result pvx_Lock_init(pvx_Lock *lock, int32_t kind) {
         return PVX_ERROR_SYSTEM;
     }
     lock->mutex = m;
-    lock->kind = kind;
-    lock->tryLock = mutexTryLock;
-    lock->lock = mutexLock;
-    lock->unlock = mutexUnlock;
-    lock->destroy = mutexDestroy;
+    setOps(lock, kind, kMutexOps);
     return PVX_OK;
 }
 
@@ -126,28 +119,18 @@ pvx_Result pvx_Lock_recycle(pvx_Lock *lock) {
     if (lock == nullptr) return PVX_ERROR_PARAM;
     if (lock->destroy == nullptr) return PVX_OK;
     const pvx_Result r = lock->destroy(lock);
-    clearOps(lock);
-    lock->kind = 0;
+    setOps(lock, 0, kNoOps);
     return r;
 }
 
 pvx_Result pvx_Lock_tryLock(pvx_Lock *lock, int32_t *acquired) {
-    if (lock == nullptr || acquired == nullptr) return PVX_ERROR_PARAM;
-    if (lock->tryLock == nullptr) return PVX_ERROR_STATE;
-    return lock->tryLock(lock, acquired);
+    if (acquired == nullptr) return PVX_ERROR_PARAM;
+    return pvx_Record_call(lock, &pvx_Lock::tryLock, acquired);
 }
 
-pvx_Result pvx_Lock_lock(pvx_Lock *lock) {
-    if (lock == nullptr) return PVX_ERROR_PARAM;
-    if (lock->lock == nullptr) return PVX_ERROR_STATE;
-    return lock->lock(lock);
-}
+pvx_Result pvx_Lock_lock(pvx_Lock *lock) { return pvx_Record_call(lock, &pvx_Lock::lock); }
 
-pvx_Result pvx_Lock_unlock(pvx_Lock *lock) {
-    if (lock == nullptr) return PVX_ERROR_PARAM;
-    if (lock->unlock == nullptr) return PVX_ERROR_STATE;
-    return lock->unlock(lock);
-}
+pvx_Result pvx_Lock_unlock(pvx_Lock *lock) { return pvx_Record_call(lock, &pvx_Lock::unlock); }
 
 int32_t pvx_Lock_getBufferSize(int32_t kind) {
     if (kind == PVX_LOCK_REENTRANT) return static_cast<int32_t>(sizeof(pthread_mutex_t));

@@ -12,6 +12,7 @@
 #include <string.h>
 
 #include "runtime/pvx_pel_internal.h"
+#include "runtime/pvx_record.h"
 #include "runtime/pvx_syscall.h"
 
 namespace {
@@ -545,9 +546,8 @@ uint32_t pvx_Pel_getBufferSize(void) {
 }
 
 pvx_Result pvx_construct_Pel(pvx_Pel *pel, pvx_Env *env) {
-    if (pel == nullptr) return PVX_ERROR_PARAM;
-    memset(static_cast<void *>(pel), 0, sizeof *pel);
-    pel->env = env;
+    const pvx_Result r = pvx_Record_construct(pel, env);
+    if (r != PVX_OK) return r;
     for (int32_t i = 0; i < 3; ++i) pvx_construct_Lock(&pel->locks[i], env);
     for (int32_t i = 0; i < 2; ++i) pvx_construct_Condition(&pel->conditions[i], env);
     for (int32_t i = 0; i < PVX_PEL_MAX_THREADS; ++i) pvx_construct_Thread(&pel->threads[i], env);
@@ -561,7 +561,7 @@ pvx_Result pvx_destruct_Pel(pvx_Pel *pel) {
     for (int32_t i = 0; i < PVX_PEL_MAX_THREADS; ++i) r |= pvx_destruct_Thread(&pel->threads[i]);
     for (int32_t i = 0; i < 2; ++i) r |= pvx_destruct_Condition(&pel->conditions[i]);
     for (int32_t i = 0; i < 3; ++i) r |= pvx_destruct_Lock(&pel->locks[i]);
-    memset(static_cast<void *>(pel), 0, sizeof *pel);
+    pvx_Record_clear(pel);
     return r;
 }
 
@@ -724,34 +724,38 @@ pvx_Result pvx_Pel_finish(pvx_Pel *pel) {
 
 // ---- Events ----
 
-pvx_Result pvx_Pel_retainEvent(pvx_Pel *pel, pvx_PelEvent event) {
-    if (pel == nullptr) return PVX_OK;
+namespace {
+
+// Runs `use` on the slot of `event` with the pool lock held; an event the
+// pool does not know answers 0x80000001.
+template <typename Use>
+pvx_Result withEvent(pvx_Pel *pel, pvx_PelEvent event, Use use) {
     if (!initialised(pel)) return PVX_ERROR_STATE;
     pvx_Result r = pvx_Lock_lock(poolLock(pel));
     if (r != PVX_OK) return r;
     uint32_t s;
-    if (!lookup(pel, event, &s) || pel->refs[s] >= kMaxRefs) {
-        r = PVX_ERROR_PARAM;
-    } else {
-        ++pel->refs[s];
-    }
+    r = lookup(pel, event, &s) ? use(s) : PVX_ERROR_PARAM;
     pvx_Lock_unlock(poolLock(pel));
     return r;
 }
 
+}  // namespace
+
+pvx_Result pvx_Pel_retainEvent(pvx_Pel *pel, pvx_PelEvent event) {
+    if (pel == nullptr) return PVX_OK;
+    return withEvent(pel, event, [pel](uint32_t s) -> pvx_Result {
+        if (pel->refs[s] >= kMaxRefs) return PVX_ERROR_PARAM;
+        ++pel->refs[s];
+        return PVX_OK;
+    });
+}
+
 pvx_Result pvx_Pel_releaseEvent(pvx_Pel *pel, pvx_PelEvent event) {
     if (pel == nullptr) return PVX_OK;
-    if (!initialised(pel)) return PVX_ERROR_STATE;
-    pvx_Result r = pvx_Lock_lock(poolLock(pel));
-    if (r != PVX_OK) return r;
-    uint32_t s;
-    if (!lookup(pel, event, &s)) {
-        r = PVX_ERROR_PARAM;
-    } else {
+    return withEvent(pel, event, [pel](uint32_t s) -> pvx_Result {
         releaseLocked(pel, s);
-    }
-    pvx_Lock_unlock(poolLock(pel));
-    return r;
+        return PVX_OK;
+    });
 }
 
 pvx_Result pvx_Pel_getEventInfo(pvx_Pel *pel, pvx_PelEvent event, int32_t what, uint32_t *out) {
@@ -761,17 +765,10 @@ pvx_Result pvx_Pel_getEventInfo(pvx_Pel *pel, pvx_PelEvent event, int32_t what, 
         *out = what == PVX_PEL_EVENT_STATE ? static_cast<uint32_t>(PVX_PEL_EVENT_STATE_COMPLETE) : PVX_OK;
         return PVX_OK;
     }
-    if (!initialised(pel)) return PVX_ERROR_STATE;
-    pvx_Result r = pvx_Lock_lock(poolLock(pel));
-    if (r != PVX_OK) return r;
-    uint32_t s;
-    if (!lookup(pel, event, &s)) {
-        r = PVX_ERROR_PARAM;
-    } else {
+    return withEvent(pel, event, [pel, what, out](uint32_t s) -> pvx_Result {
         *out = what == PVX_PEL_EVENT_STATE ? static_cast<uint32_t>(pel->commands[s].state) : pel->commands[s].result;
-    }
-    pvx_Lock_unlock(poolLock(pel));
-    return r;
+        return PVX_OK;
+    });
 }
 
 pvx_Result pvx_Pel_getEventProfilingInfo(pvx_Pel *pel, pvx_PelEvent event, int32_t what, uint64_t *out) {
@@ -780,31 +777,22 @@ pvx_Result pvx_Pel_getEventProfilingInfo(pvx_Pel *pel, pvx_PelEvent event, int32
         *out = 0;
         return PVX_OK;
     }
-    if (!initialised(pel)) return PVX_ERROR_STATE;
-    pvx_Result r = pvx_Lock_lock(poolLock(pel));
-    if (r != PVX_OK) return r;
-    uint32_t s;
-    if (!lookup(pel, event, &s)) {
-        r = PVX_ERROR_PARAM;
-    } else {
+    return withEvent(pel, event, [pel, what, out](uint32_t s) -> pvx_Result {
         const Command &c = pel->commands[s];
         const uint32_t state = c.state;
         uint32_t stamp = c.queued;
         if (what == PVX_PEL_PROFILING_START) {
             stamp = c.started;
-            if (state != PVX_PEL_EVENT_STATE_RUNNING && state != PVX_PEL_EVENT_STATE_COMPLETE) r = PVX_ERROR_STATE;
+            if (state != PVX_PEL_EVENT_STATE_RUNNING && state != PVX_PEL_EVENT_STATE_COMPLETE) return PVX_ERROR_STATE;
         } else if (what == PVX_PEL_PROFILING_END) {
             stamp = c.ended;
-            if (state != PVX_PEL_EVENT_STATE_COMPLETE) r = PVX_ERROR_STATE;
+            if (state != PVX_PEL_EVENT_STATE_COMPLETE) return PVX_ERROR_STATE;
         }
-        if (r == PVX_OK) {
-            // The stamp keeps 32 bits of microseconds; take the latest time
-            // not after now that has those bits.
-            const uint64_t now = (pvx_Env_getTick() - pel->initTick) / 1000u;
-            const uint64_t micros = now - static_cast<uint32_t>(static_cast<uint32_t>(now) - stamp);
-            *out = pel->initTick + micros * 1000u;
-        }
-    }
-    pvx_Lock_unlock(poolLock(pel));
-    return r;
+        // The stamp keeps 32 bits of microseconds; take the latest time
+        // not after now that has those bits.
+        const uint64_t now = (pvx_Env_getTick() - pel->initTick) / 1000u;
+        const uint64_t micros = now - static_cast<uint32_t>(static_cast<uint32_t>(now) - stamp);
+        *out = pel->initTick + micros * 1000u;
+        return PVX_OK;
+    });
 }

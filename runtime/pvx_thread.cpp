@@ -4,6 +4,8 @@
 
 #include <type_traits>
 
+#include "runtime/pvx_record.h"
+
 static_assert(std::is_integral<pthread_t>::value && sizeof(pthread_t) <= sizeof(pvx_ThreadId),
               "thread ids are compared as integers");
 
@@ -29,19 +31,14 @@ pvx_Result joinStarted(pvx_Thread *thread, pvx_Result *result) {
 
 }  // namespace
 
-pvx_Result pvx_construct_Thread(pvx_Thread *thread, pvx_Env *env) {
-    if (thread == nullptr) return PVX_ERROR_PARAM;
-    memset(static_cast<void *>(thread), 0, sizeof *thread);
-    thread->env = env;
-    return PVX_OK;
-}
+pvx_Result pvx_construct_Thread(pvx_Thread *thread, pvx_Env *env) { return pvx_Record_construct(thread, env); }
 
 pvx_Result pvx_destruct_Thread(pvx_Thread *thread) {
     if (thread == nullptr) return PVX_ERROR_PARAM;
     pvx_Result ignored = PVX_OK;
     const pvx_Result r = pvx_Thread_join(thread, &ignored);
     if (r != PVX_OK) return r;
-    memset(static_cast<void *>(thread), 0, sizeof *thread);
+    pvx_Record_clear(thread);
     return PVX_OK;
 }
 
