@@ -229,6 +229,16 @@ pvx_Result walk(pvx_Heap2 *heap, bool *inUse) {
     return PVX_OK;
 }
 
+// Leaves the heap without an area: no blocks, empty free list, no use.
+void clearArea(pvx_Heap2 *heap) {
+    heap->first = nullptr;
+    heap->last = nullptr;
+    heap->free_next = kSentinel;
+    heap->free_prev = kSentinel;
+    storeStat(&heap->used, 0);
+    storeStat(&heap->max_used, 0);
+}
+
 }  // namespace
 
 void pvx_Heap2_fatal(void) {
@@ -240,12 +250,7 @@ pvx_Result pvx_construct_Heap2(pvx_Heap2 *heap, void *start, size_t size) {
     if (heap == nullptr) return PVX_ERROR_PARAM;
     lockHeap(heap);
     if (size != 0 && start == nullptr) corrupt(heap);
-    heap->first = nullptr;
-    heap->last = nullptr;
-    heap->free_next = kSentinel;
-    heap->free_prev = kSentinel;
-    storeStat(&heap->used, 0);
-    storeStat(&heap->max_used, 0);
+    clearArea(heap);
     if (start != nullptr) {
         if (size > kMaxArea) size = kMaxArea;
         const uintptr_t s = reinterpret_cast<uintptr_t>(start);
@@ -273,12 +278,7 @@ pvx_Result pvx_destruct_Heap2(pvx_Heap2 *heap) {
     lockHeap(heap);
     bool inUse = false;
     if (walk(heap, &inUse) != PVX_OK) corrupt(heap);
-    heap->first = nullptr;
-    heap->last = nullptr;
-    heap->free_next = kSentinel;
-    heap->free_prev = kSentinel;
-    storeStat(&heap->used, 0);
-    storeStat(&heap->max_used, 0);
+    clearArea(heap);
     unlockHeap(heap);
     return inUse ? PVX_ERROR_STATE : PVX_OK;
 }
