@@ -6,6 +6,7 @@
 #include <string.h>
 
 #include "image/pvx_image_internal.h"
+#include "runtime/pvx_record.h"
 
 namespace {
 
@@ -21,6 +22,13 @@ bool tightPitches(int32_t width, int32_t height, int32_t format, int32_t pitch[3
         pitch[p] = static_cast<int32_t>(tight);
     }
     return true;
+}
+
+void describe(pvx_Image *image, int32_t width, int32_t height, int32_t format, int32_t external) {
+    image->width = width;
+    image->height = height;
+    image->format = format;
+    image->external = external;
 }
 
 }  // namespace
@@ -46,12 +54,7 @@ pvx_Result pvx_Image_releaseOwned(pvx_Image *image) {
     return PVX_OK;
 }
 
-pvx_Result pvx_construct_Image(pvx_Image *image, pvx_Env *env) {
-    if (!image) return PVX_ERROR_PARAM;
-    memset(image, 0, sizeof(*image));
-    image->env = env;
-    return PVX_OK;
-}
+pvx_Result pvx_construct_Image(pvx_Image *image, pvx_Env *env) { return pvx_Record_construct(image, env); }
 
 pvx_Result pvx_destruct_Image(pvx_Image *image) {
     if (!image) return PVX_ERROR_PARAM;
@@ -59,7 +62,7 @@ pvx_Result pvx_destruct_Image(pvx_Image *image) {
         const pvx_Result r = pvx_Image_init(image, 0, 0, nullptr, PVX_FORMAT_NONE);
         if (r != PVX_OK) return r;
     }
-    memset(image, 0, sizeof(*image));
+    pvx_Record_clear(image);
     return PVX_OK;
 }
 
@@ -88,10 +91,7 @@ pvx_Result pvx_Image_initWithPitch(pvx_Image *image, int32_t width, int32_t heig
         const pvx_Result r = pvx_Image_releaseOwned(image);
         if (r != PVX_OK) return r;
         const int32_t count = pvx_Image_getPlaneCount(format);
-        image->width = width;
-        image->height = height;
-        image->format = format;
-        image->external = 1;
+        describe(image, width, height, format, 1);
         for (int32_t p = 0; p < 3; ++p) {
             image->dat[p] = p < count ? static_cast<uint8_t *>(planes->dat[p]) : nullptr;
             image->pitch[p] = p < count ? planes->pitch[p] : 0;
@@ -118,10 +118,7 @@ pvx_Result pvx_Image_initWithPitch(pvx_Image *image, int32_t width, int32_t heig
             }
             if (!block) {
                 // Left empty: the old block is already gone.
-                image->width = 0;
-                image->height = 0;
-                image->format = format;
-                image->external = 0;
+                describe(image, 0, 0, format, 0);
                 memset(image->dat, 0, sizeof(image->dat));
                 memset(image->pitch, 0, sizeof(image->pitch));
                 return PVX_ERROR_NOMEM;
@@ -129,10 +126,7 @@ pvx_Result pvx_Image_initWithPitch(pvx_Image *image, int32_t width, int32_t heig
         }
     }
 
-    image->width = width;
-    image->height = height;
-    image->format = format;
-    image->external = 0;
+    describe(image, width, height, format, 0);
     // Planes one after another in the block, each with its tight pitch.
     uint8_t *next = block;
     for (int32_t p = 0; p < 3; ++p) {

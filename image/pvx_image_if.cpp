@@ -16,9 +16,22 @@ pvx_Result refuse(pvx_Image *image, pvx_Result r) {
     return r;
 }
 
-pvx_Result bindOrClear(pvx_Image *image, int32_t width, int32_t height, const pvx_ImagePlanes &planes,
-                       int32_t format) {
-    const pvx_Result r = pvx_Image_initWithPitch(image, width, height, &planes, format);
+// Binds `image` to the planes of a caller's record, plane p with the pitch
+// `pitchOf(p)`; a pitch beyond int32 is refused.
+template <typename Record, typename PitchOf>
+pvx_Result wrap(pvx_Image *image, const Record *data, int32_t format, PitchOf pitchOf) {
+    if (!image) return PVX_ERROR_PARAM;
+    if (!data) return refuse(image, PVX_ERROR_PARAM);
+    pvx_ImagePlanes planes;
+    memset(&planes, 0, sizeof(planes));
+    const int32_t count = pvx_Image_getPlaneCount(format);
+    for (int32_t p = 0; p < count; ++p) {
+        const int64_t pitch = pitchOf(p);
+        if (pitch > INT32_MAX) return refuse(image, PVX_ERROR_PARAM);
+        planes.dat[p] = data->dat[p];
+        planes.pitch[p] = static_cast<int32_t>(pitch);
+    }
+    const pvx_Result r = pvx_Image_initWithPitch(image, data->width, data->height, &planes, format);
     return r == PVX_OK ? r : refuse(image, r);
 }
 
@@ -63,32 +76,14 @@ static_assert(kResolutionCount == 23, "23 display modes");
 // The caller's planes with tight pitches. A null plane pointer still gives
 // an external record: wrapping caller memory never takes heap memory.
 pvx_Result pvx_IF_initImage(pvx_Image *image, const parvex_ImageData *data, int32_t format) {
-    if (!image) return PVX_ERROR_PARAM;
-    pvx_ImagePlanes planes;
-    memset(&planes, 0, sizeof(planes));
-    if (!data) return refuse(image, PVX_ERROR_PARAM);
-    const int32_t count = pvx_Image_getPlaneCount(format);
-    for (int32_t p = 0; p < count; ++p) {
-        const int64_t tight = pvx_Image_getPlaneSize(data->width, data->height, format, p).pitch;
-        if (tight > INT32_MAX) return refuse(image, PVX_ERROR_PARAM);
-        planes.dat[p] = data->dat[p];
-        planes.pitch[p] = static_cast<int32_t>(tight);
-    }
-    return bindOrClear(image, data->width, data->height, planes, format);
+    return wrap(image, data, format, [data, format](int32_t p) {
+        return pvx_Image_getPlaneSize(data->width, data->height, format, p).pitch;
+    });
 }
 
+// Interleaved formats read pitch[0], semi-planar ones pitch[0..1], planar ones all three.
 pvx_Result pvx_IF_initImageEx(pvx_Image *image, const parvex_ImageDataEx *data, int32_t format) {
-    if (!image) return PVX_ERROR_PARAM;
-    pvx_ImagePlanes planes;
-    memset(&planes, 0, sizeof(planes));
-    if (!data) return refuse(image, PVX_ERROR_PARAM);
-    // Interleaved formats read pitch[0], semi-planar ones pitch[0..1], planar ones all three.
-    const int32_t count = pvx_Image_getPlaneCount(format);
-    for (int32_t p = 0; p < count; ++p) {
-        planes.dat[p] = data->dat[p];
-        planes.pitch[p] = data->pitch[p];
-    }
-    return bindOrClear(image, data->width, data->height, planes, format);
+    return wrap(image, data, format, [data](int32_t p) { return static_cast<int64_t>(data->pitch[p]); });
 }
 
 int64_t pvx_IF_getImageSize(int32_t width, int32_t height, const char *format) {

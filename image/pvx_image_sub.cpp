@@ -63,6 +63,26 @@ bool planeOffset(int64_t row, int32_t pitch, int64_t byte, ptrdiff_t *out) {
     return true;
 }
 
+// A view of a width x height rectangle at (x, y) needs both records, the
+// rectangle inside the parent and the parent's planes; a plane view also
+// needs a rectangle of at least one pixel.
+bool viewable(const pvx_Image *sub, const pvx_Image *parent, int32_t x, int32_t y, int32_t width, int32_t height,
+              int32_t minSide) {
+    return sub && parent && rectInside(parent, x, y, width, height) && width >= minSide && height >= minSide &&
+           planesPresent(parent);
+}
+
+// An external view of `format` and the given size, without planes yet.
+pvx_Image emptyView(int32_t width, int32_t height, int32_t format) {
+    pvx_Image view;
+    memset(&view, 0, sizeof(view));
+    view.width = width;
+    view.height = height;
+    view.format = format;
+    view.external = 1;
+    return view;
+}
+
 // Puts `view` into `sub`, giving back a block that `sub` owned. A view of
 // that very block is refused: it would be left pointing at freed memory.
 pvx_Result bindView(pvx_Image *sub, const pvx_Image &view) {
@@ -87,9 +107,7 @@ bool acceptsInterleavedChroma(int32_t f) { return pvx_Image_isYuvSemiplanar(f) |
 // requested rectangle: luma columns 1..2 of 4:2:0 give chroma columns 0..1.
 pvx_Result planeView(pvx_Image *sub, const pvx_Image *parent, int32_t x, int32_t y, int32_t width,
                      int32_t height, int32_t plane, bool (*accepts)(int32_t)) {
-    if (!sub || !parent) return PVX_ERROR_PARAM;
-    if (!rectInside(parent, x, y, width, height) || width < 1 || height < 1) return PVX_ERROR_PARAM;
-    if (!planesPresent(parent)) return PVX_ERROR_PARAM;
+    if (!viewable(sub, parent, x, y, width, height, 1)) return PVX_ERROR_PARAM;
     if (!accepts(parent->format)) return PVX_ERROR_FORMAT;
 
     const pvx_PlaneLayout &pl = pvx_Image_getFormatLayout(parent->format)->plane[plane];
@@ -100,12 +118,7 @@ pvx_Result planeView(pvx_Image *sub, const pvx_Image *parent, int32_t x, int32_t
     ptrdiff_t at;
     if (!planeOffset(y0, parent->pitch[plane], static_cast<int64_t>(x0) * pl.bytes, &at)) return PVX_ERROR_PARAM;
 
-    pvx_Image view;
-    memset(&view, 0, sizeof(view));
-    view.width = x1 - x0;
-    view.height = y1 - y0;
-    view.format = pl.bytes == 2 ? PVX_FORMAT_UINT88 : PVX_FORMAT_UINT8;
-    view.external = 1;
+    pvx_Image view = emptyView(x1 - x0, y1 - y0, pl.bytes == 2 ? PVX_FORMAT_UINT88 : PVX_FORMAT_UINT8);
     view.pitch[0] = parent->pitch[plane];
     view.dat[0] = parent->dat[plane] + at;
     return bindView(sub, view);
@@ -115,9 +128,7 @@ pvx_Result planeView(pvx_Image *sub, const pvx_Image *parent, int32_t x, int32_t
 
 pvx_Result pvx_Image_initSubImage(pvx_Image *sub, const pvx_Image *parent, int32_t x, int32_t y,
                                   int32_t width, int32_t height) {
-    if (!sub || !parent) return PVX_ERROR_PARAM;
-    if (!rectInside(parent, x, y, width, height)) return PVX_ERROR_PARAM;
-    if (!planesPresent(parent)) return PVX_ERROR_PARAM;
+    if (!viewable(sub, parent, x, y, width, height, 0)) return PVX_ERROR_PARAM;
     const int64_t column = plane0Column(parent->format, x);
     if (column < 0) return PVX_ERROR_FORMAT;
     // Plane starts of the view; chroma columns and rows are scaled down where
@@ -134,12 +145,7 @@ pvx_Result pvx_Image_initSubImage(pvx_Image *sub, const pvx_Image *parent, int32
         }
     }
 
-    pvx_Image view;
-    memset(&view, 0, sizeof(view));
-    view.width = width;
-    view.height = height;
-    view.format = parent->format;
-    view.external = 1;
+    pvx_Image view = emptyView(width, height, parent->format);
     for (int32_t p = 0; p < 3; ++p) {
         if (layout->plane[p].bytes == 0) continue;
         view.pitch[p] = parent->pitch[p];
