@@ -4,21 +4,21 @@
 #include "lens/pvx_zelkov4.h"
 
 #include <cmath>
-#include <cstring>
-
 #include "runtime/pvx_convert.h"
 #include "runtime/pvx_raw_double.h"
+#include "runtime/pvx_record.h"
 
 namespace {
 
 constexpr int32_t kTableSize = 2048;
 
-// D(r) in float: r^2 and r^4 first, then summed left to right in the same
-// order as the double-precision query.
-float ratioF(const float *k, float r) {
-    const float r2 = r * r;
-    const float r4 = r2 * r2;
-    return 1.0f + r2 * k[0] + r4 * k[1] + r2 * r4 * k[2] + r4 * r4 * k[3];
+// D(r) in T (float for the tables, double for the single-radius query):
+// r^2 and r^4 first, then summed left to right.
+template <typename T>
+T ratio(const float *k, T r) {
+    const T r2 = r * r;
+    const T r4 = r2 * r2;
+    return T(1) + r2 * T(k[0]) + r4 * T(k[1]) + r2 * r4 * T(k[2]) + r4 * r4 * T(k[3]);
 }
 
 // Frees the table through the environment; the pointer is cleared only when
@@ -42,10 +42,7 @@ float lookup(const float *t, int32_t num, float a) {
 }  // namespace
 
 pvx_Result pvx_construct_Zelkov4DistortionCorrection(pvx_Zelkov4DistortionCorrection *lens, pvx_Env *env) {
-    if (lens == nullptr) return PVX_ERROR_PARAM;
-    std::memset(static_cast<void *>(lens), 0, sizeof(*lens));
-    lens->env = env;
-    return PVX_OK;
+    return pvx_Record_construct(lens, env);
 }
 
 pvx_Result pvx_destruct_Zelkov4DistortionCorrection(pvx_Zelkov4DistortionCorrection *lens) {
@@ -82,7 +79,7 @@ pvx_Result pvx_Zelkov4DistortionCorrection_setParam4(pvx_Zelkov4DistortionCorrec
     for (int32_t i = 0; i < num; ++i) {
         inv[i] = -1.0f;
         const float r = static_cast<float>(i) / 1000.0f;
-        fwd[i] = r * ratioF(k, r);
+        fwd[i] = r * ratio(k, r);
         if (i > 0 && fwd[i] > fwd[i - 1]) m = i + 1;
     }
     inv[0] = 0.0f;
@@ -126,7 +123,7 @@ pvx_Result pvx_Zelkov4DistortionCorrection_setParam4(pvx_Zelkov4DistortionCorrec
     // identity model gives exactly 1.0 everywhere.
     for (int32_t i = 1; i < num; ++i) {
         const int32_t e = i < m - 1 ? i : m - 1;
-        fwd[i] = ratioF(k, static_cast<float>(e) / 1000.0f);
+        fwd[i] = ratio(k, static_cast<float>(e) / 1000.0f);
         if (i < c) {
             inv[i] = inv[i] / (static_cast<float>(i) / 1000.0f);
         } else {
@@ -138,13 +135,7 @@ pvx_Result pvx_Zelkov4DistortionCorrection_setParam4(pvx_Zelkov4DistortionCorrec
 
 float pvx_Zelkov4DistortionCorrection_get(const pvx_Zelkov4DistortionCorrection *lens, float r) {
     if (lens == nullptr) return 1.0f;
-    const double rd = static_cast<double>(r);
-    const double r2 = rd * rd;
-    const double r4 = r2 * r2;
-    const double v = 1.0 + r2 * static_cast<double>(lens->param[0]) + r4 * static_cast<double>(lens->param[1]) +
-                     r2 * r4 * static_cast<double>(lens->param[2]) +
-                     r4 * r4 * static_cast<double>(lens->param[3]);
-    return static_cast<float>(v);
+    return static_cast<float>(ratio(lens->param, static_cast<double>(r)));
 }
 
 float pvx_Zelkov4DistortionCorrection_getf(const pvx_Zelkov4DistortionCorrection *lens, float r) {
@@ -168,38 +159,37 @@ float verticalScale(const pvx_Zelkov4DistortionCorrection *lens, double x, doubl
     return s <= 0.8 ? 0.8f : static_cast<float>(s);
 }
 
+// Maps (x, y) about the image centre. Forward: scaled by the forward ratio,
+// then squeezed vertically. Backward: the squeeze undone first, then scaled
+// by the inverse ratio.
+pvx_Result mapPoint(const pvx_Zelkov4DistortionCorrection *lens, double *outX, double *outY, double x, double y,
+                    double width, double height, double scale, bool forward) {
+    if (lens == nullptr || outX == nullptr || outY == nullptr) return PVX_ERROR_PARAM;
+    const double cx = (width - 1.0) * 0.5;
+    const double cy = (height - 1.0) * 0.5;
+    const double dx = x - cx;
+    const float sv = verticalScale(lens, x, cx);
+    const double dy = forward ? y - cy : (cy + (y - cy) / static_cast<double>(sv)) - cy;
+    const float r = static_cast<float>(pvx_RawDouble_hypot(dx, dy) * scale);
+    const double g = forward ? pvx_Zelkov4DistortionCorrection_getf(lens, r)
+                             : pvx_Zelkov4DistortionCorrection_getinv(lens, r);
+    *outX = cx + dx * g;
+    *outY = forward ? cy + ((cy + dy * g) - cy) * static_cast<double>(sv) : cy + dy * g;
+    return PVX_OK;
+}
+
 }  // namespace
 
 pvx_Result pvx_Zelkov4DistortionCorrection_dcforward(const pvx_Zelkov4DistortionCorrection *lens, double *outX,
                                                      double *outY, double x, double y, double width,
                                                      double height, double scale) {
-    if (lens == nullptr || outX == nullptr || outY == nullptr) return PVX_ERROR_PARAM;
-    const double cx = (width - 1.0) * 0.5;
-    const double cy = (height - 1.0) * 0.5;
-    const double dx = x - cx;
-    const double dy = y - cy;
-    const float sv = verticalScale(lens, x, cx);
-    const double g = pvx_Zelkov4DistortionCorrection_getf(lens, static_cast<float>(pvx_RawDouble_hypot(dx, dy) * scale));
-    *outX = cx + dx * g;
-    *outY = cy + ((cy + dy * g) - cy) * static_cast<double>(sv);
-    return PVX_OK;
+    return mapPoint(lens, outX, outY, x, y, width, height, scale, true);
 }
 
 pvx_Result pvx_Zelkov4DistortionCorrection_dcbackward(const pvx_Zelkov4DistortionCorrection *lens, double *outX,
                                                       double *outY, double x, double y, double width,
                                                       double height, double scale) {
-    if (lens == nullptr || outX == nullptr || outY == nullptr) return PVX_ERROR_PARAM;
-    const double cx = (width - 1.0) * 0.5;
-    const double cy = (height - 1.0) * 0.5;
-    const double dx = x - cx;
-    const float sv = verticalScale(lens, x, cx);
-    const double y1 = cy + (y - cy) / static_cast<double>(sv);
-    const double dy = y1 - cy;
-    const double g =
-        pvx_Zelkov4DistortionCorrection_getinv(lens, static_cast<float>(pvx_RawDouble_hypot(dx, dy) * scale));
-    *outX = cx + dx * g;
-    *outY = cy + dy * g;
-    return PVX_OK;
+    return mapPoint(lens, outX, outY, x, y, width, height, scale, false);
 }
 
 pvx_Result pvx_Zelkov4DistortionCorrection_getPos(void) { return PVX_OK; }
