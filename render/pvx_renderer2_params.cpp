@@ -35,6 +35,16 @@ Store storeOf(pvx_Renderer2_GridWrapper *g) {
     return Store{&g->numX, &g->numY, &g->srcX, &g->srcY, &g->dstX, &g->dstY, g->heap};
 }
 
+// No vertices and no arrays (the heap stays).
+void clearStore(const Store &s) {
+    *s.numX = 0;
+    *s.numY = 0;
+    *s.srcX = nullptr;
+    *s.srcY = nullptr;
+    *s.dstX = nullptr;
+    *s.dstY = nullptr;
+}
+
 // Vertex count of a store; negative counts count as empty.
 int64_t vertexCount(int32_t numX, int32_t numY) {
     if (numX <= 0 || numY <= 0) return 0;
@@ -150,12 +160,7 @@ pvx_Result pvx_construct_Renderer2_Params(pvx_Renderer2_Params *params, pvx_Heap
     if (params == nullptr) return PVX_ERROR_PARAM;
     params->heap = heap;
     params->reserved = 0;
-    params->numX = 0;
-    params->numY = 0;
-    params->srcX = nullptr;
-    params->srcY = nullptr;
-    params->dstX = nullptr;
-    params->dstY = nullptr;
+    clearStore(storeOf(params));
     for (int32_t &v : params->rect) v = 0;
     params->cellWidth = 0;
     params->cellHeight = 0;
@@ -257,13 +262,8 @@ uint32_t pvx_Renderer2_GridWrapper_getBufferSize(int32_t numX, int32_t numY) {
 
 pvx_Result pvx_construct_Renderer2_GridWrapper(pvx_Renderer2_GridWrapper *grid, pvx_Heap2 *heap) {
     if (grid == nullptr) return PVX_ERROR_PARAM;
-    grid->numX = 0;
-    grid->numY = 0;
-    grid->srcX = nullptr;
-    grid->srcY = nullptr;
-    grid->dstX = nullptr;
-    grid->dstY = nullptr;
     grid->heap = heap;
+    clearStore(storeOf(grid));
     return PVX_OK;
 }
 
