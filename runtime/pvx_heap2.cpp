@@ -239,6 +239,14 @@ void clearArea(pvx_Heap2 *heap) {
     storeStat(&heap->max_used, 0);
 }
 
+// Walks every block under the lock; a heap the walk cannot follow is corrupt.
+void checkedWalk(pvx_Heap2 *heap) {
+    lockHeap(heap);
+    bool inUse = false;
+    if (walk(heap, &inUse) != PVX_OK) corrupt(heap);
+    unlockHeap(heap);
+}
+
 }  // namespace
 
 void pvx_Heap2_fatal(void) {
@@ -394,18 +402,12 @@ uint32_t pvx_Heap2_getFreeSize(pvx_Heap2 *heap) {
 
 int32_t pvx_Heap2_checks(pvx_Heap2 *heap) {
     if (heap == nullptr) return 0;
-    lockHeap(heap);
-    bool inUse = false;
-    if (walk(heap, &inUse) != PVX_OK) corrupt(heap);
-    unlockHeap(heap);
+    checkedWalk(heap);
     return 1;
 }
 
 pvx_Result pvx_Heap2_dump(pvx_Heap2 *heap) {
     if (heap == nullptr) return PVX_ERROR_PARAM;
-    lockHeap(heap);
-    bool inUse = false;
-    if (walk(heap, &inUse) != PVX_OK) corrupt(heap);
-    unlockHeap(heap);
+    checkedWalk(heap);
     return PVX_OK;
 }

@@ -2,6 +2,9 @@
 
 #include <string.h>
 
+#include "runtime/pvx_pel_internal.h"
+#include "runtime/pvx_record.h"
+
 namespace {
 
 constexpr uint32_t kInitialised = 1;
@@ -12,32 +15,21 @@ void *argCopyOf(pvx_ParallelExecutorTask *task) {
 
 pvx_Result runAtOnce(const pvx_PelDescriptor *task, const void *arg) {
     if (task->task == nullptr) return PVX_ERROR_PARAM;
-    pvx_PelInfo info;
-    info.worker = 0;
-    info.workers = 1;
-    info.count = 1;
-    info.wantAffinity = 0;
-    info.affinityMask = 0;
-    info.started = nullptr;
-    info.counter = nullptr;
-    info.descriptor = task;
+    const pvx_PelInfo info = pvx_Pel_directInfo(task, 1);
     return task->task(const_cast<void *>(arg), &info);
 }
 
 }  // namespace
 
 pvx_Result pvx_construct_ParallelExecutor(pvx_ParallelExecutor *executor, pvx_Env *env) {
-    if (executor == nullptr) return PVX_ERROR_PARAM;
-    memset(executor, 0, sizeof *executor);
-    executor->env = env;
-    return PVX_OK;
+    return pvx_Record_construct(executor, env);
 }
 
 pvx_Result pvx_destruct_ParallelExecutor(pvx_ParallelExecutor *executor) {
     if (executor == nullptr) return PVX_ERROR_PARAM;
     const pvx_Result r = pvx_ParallelExecutor_recycle(executor);
     if (r != PVX_OK) return r;
-    memset(executor, 0, sizeof *executor);
+    pvx_Record_clear(executor);
     return PVX_OK;
 }
 

@@ -79,6 +79,17 @@ void defaults(pvx_PelParams *p) {
 
 // ---- Pools (pool lock held) ----
 
+// Appends `slot` to a FIFO of commands chained through their links.
+void append(pvx_Pel *pel, int32_t &count, uint32_t &head, uint32_t &tail, uint32_t slot) {
+    if (count == 0) {
+        head = slot;
+    } else {
+        pel->commands[tail].link = slot;
+    }
+    tail = slot;
+    ++count;
+}
+
 void freeCommand(pvx_Pel *pel, uint32_t slot) {
     Command &c = pel->commands[slot];
     // A new generation makes every handle of the old use stale; handle 0
@@ -88,25 +99,13 @@ void freeCommand(pvx_Pel *pel, uint32_t slot) {
     c.generation = g;
     pel->work[slot].descriptor = nullptr;
     pel->work[slot].arg = nullptr;
-    if (pel->freeCount == 0) {
-        pel->freeHead = slot;
-    } else {
-        pel->commands[pel->freeTail].link = slot;
-    }
-    pel->freeTail = slot;
-    ++pel->freeCount;
+    append(pel, pel->freeCount, pel->freeHead, pel->freeTail, slot);
     if (pel->sleepingWaiters > 0) pvx_Condition_signalAll(doneCondition(pel));
 }
 
 void pushReady(pvx_Pel *pel, uint32_t slot) {
     pel->commands[slot].state = PVX_PEL_EVENT_STATE_READY;
-    if (pel->readyCount == 0) {
-        pel->readyHead = slot;
-    } else {
-        pel->commands[pel->readyTail].link = slot;
-    }
-    pel->readyTail = slot;
-    ++pel->readyCount;
+    append(pel, pel->readyCount, pel->readyHead, pel->readyTail, slot);
 }
 
 void popReady(pvx_Pel *pel) {

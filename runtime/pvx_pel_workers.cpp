@@ -55,7 +55,7 @@ pvx_Result pvx_Pel_taskWorker(void *arg, const pvx_PelInfo *info) {
     return r;
 }
 
-pvx_Result pvx_Pel_runDirect(const pvx_PelDescriptor *desc, void *arg, int32_t n) {
+pvx_PelInfo pvx_Pel_directInfo(const pvx_PelDescriptor *desc, int32_t n) {
     pvx_PelInfo info;
     info.worker = 0;
     info.workers = 1;
@@ -65,6 +65,11 @@ pvx_Result pvx_Pel_runDirect(const pvx_PelDescriptor *desc, void *arg, int32_t n
     info.started = nullptr;
     info.counter = nullptr;
     info.descriptor = desc;
+    return info;
+}
+
+pvx_Result pvx_Pel_runDirect(const pvx_PelDescriptor *desc, void *arg, int32_t n) {
+    const pvx_PelInfo info = pvx_Pel_directInfo(desc, n);
     switch (desc->kind) {
     case PVX_PEL_TASK:
         if (desc->task == nullptr) return PVX_ERROR_PARAM;
