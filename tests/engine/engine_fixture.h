@@ -13,30 +13,31 @@
 
 namespace pvx_test {
 
-inline parvex_DistortionCorrection_InitParam coefficientParam(const char *format, int32_t width, int32_t height,
-                                                              double k1 = 0, double k2 = 0, double k3 = 0,
-                                                              double k4 = 0) {
+// Initialisation records: a lens by its coefficients (mode 0) or by a point
+// table (mode 1).
+inline parvex_DistortionCorrection_InitParam baseParam(const char *format, int32_t width, int32_t height,
+                                                       int32_t mode) {
     parvex_DistortionCorrection_InitParam p;
     memset(&p, 0, sizeof p);
     p.format = format;
     p.width = width;
     p.height = height;
-    p.mode = 0;
-    p.coef[0] = k1;
-    p.coef[1] = k2;
-    p.coef[2] = k3;
-    p.coef[3] = k4;
+    p.mode = mode;
+    return p;
+}
+
+inline parvex_DistortionCorrection_InitParam coefficientParam(const char *format, int32_t width, int32_t height,
+                                                              double k1 = 0, double k2 = 0, double k3 = 0,
+                                                              double k4 = 0) {
+    parvex_DistortionCorrection_InitParam p = baseParam(format, width, height, 0);
+    const double k[4] = {k1, k2, k3, k4};
+    memcpy(p.coef, k, sizeof k);
     return p;
 }
 
 inline parvex_DistortionCorrection_InitParam tableParam(const char *format, int32_t width, int32_t height,
                                                         const std::vector<double> &xs, const std::vector<double> &ys) {
-    parvex_DistortionCorrection_InitParam p;
-    memset(&p, 0, sizeof p);
-    p.format = format;
-    p.width = width;
-    p.height = height;
-    p.mode = 1;
+    parvex_DistortionCorrection_InitParam p = baseParam(format, width, height, 1);
     p.num = static_cast<int32_t>(xs.size());
     p.xs = xs.data();
     p.ys = ys.data();

@@ -124,6 +124,14 @@ struct Scenario {
     bool crop = false, centre = false, strength = false, outputSize = false;
 };
 
+void setOutputSize(Scenario &s, int32_t width, int32_t height) {
+    s.outputSize = true;
+    s.setup.outWidth = width;
+    s.setup.outHeight = height;
+    s.setup.outCenterX = width / 2;
+    s.setup.outCenterY = height / 2;
+}
+
 std::vector<Scenario> accuracyScenarios() {
     std::vector<Scenario> list;
     const struct {
@@ -139,42 +147,29 @@ std::vector<Scenario> accuracyScenarios() {
             for (int i = 0; i < 4; ++i) s.setup.k[i] = l.k[i];
             list.push_back(s);
         }
+    // One setting changed at a time, with the barrel lens.
     for (const char *format : {"YUV420_SEMIPLANAR", "RGB888", "YUV420_PLANAR"}) {
-        Scenario s;
-        s.format = format;
-        for (int i = 0; i < 4; ++i) s.setup.k[i] = lenses[0].k[i];
-        Scenario centre = s;
-        centre.name = std::string(format) + "_oddCentre";
-        centre.centre = true;
-        centre.setup.inCenterX = centre.setup.outCenterX = 331.5;
-        centre.setup.inCenterY = centre.setup.outCenterY = 227.25;
-        list.push_back(centre);
-        Scenario crop = s;
-        crop.name = std::string(format) + "_crop";
-        crop.crop = true;
-        const int32_t c[4] = {40, 30, 600, 450};
-        for (int i = 0; i < 4; ++i) crop.setup.crop[i] = c[i];
-        list.push_back(crop);
-        Scenario half = s;
-        half.name = std::string(format) + "_strengthHalf";
-        half.strength = true;
-        half.setup.strength = 0.5;
-        list.push_back(half);
-        Scenario smaller = s;
-        smaller.name = std::string(format) + "_output480x360";
-        smaller.outputSize = true;
-        smaller.setup.outWidth = 480;
-        smaller.setup.outHeight = 360;
-        smaller.setup.outCenterX = 240;
-        smaller.setup.outCenterY = 180;
-        list.push_back(smaller);
-        Scenario larger = smaller;
-        larger.name = std::string(format) + "_output800x600";
-        larger.setup.outWidth = 800;
-        larger.setup.outHeight = 600;
-        larger.setup.outCenterX = 400;
-        larger.setup.outCenterY = 300;
-        list.push_back(larger);
+        auto add = [&](const char *what, void (*change)(Scenario &)) {
+            Scenario s;
+            s.name = std::string(format) + "_" + what;
+            s.format = format;
+            for (int i = 0; i < 4; ++i) s.setup.k[i] = lenses[0].k[i];
+            change(s);
+            list.push_back(s);
+        };
+        add("oddCentre", [](Scenario &s) {
+            s.centre = true;
+            s.setup.inCenterX = s.setup.outCenterX = 331.5;
+            s.setup.inCenterY = s.setup.outCenterY = 227.25;
+        });
+        add("crop", [](Scenario &s) {
+            s.crop = true;
+            const int32_t c[4] = {40, 30, 600, 450};
+            for (int i = 0; i < 4; ++i) s.setup.crop[i] = c[i];
+        });
+        add("strengthHalf", [](Scenario &s) { s.strength = true; s.setup.strength = 0.5; });
+        add("output480x360", [](Scenario &s) { setOutputSize(s, 480, 360); });
+        add("output800x600", [](Scenario &s) { setOutputSize(s, 800, 600); });
     }
     return list;
 }

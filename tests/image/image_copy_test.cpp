@@ -30,6 +30,19 @@ uint8_t at(const pvx_Image &img, int plane, int64_t row, int64_t byte) {
     return img.dat[plane][row * img.pitch[plane] + byte];
 }
 
+// Every byte of dst's planes: within the first rows[p] rows and bytes[p]
+// bytes of a row it holds src's byte, elsewhere the byte it held before.
+void expectCopied(const GuardedImage &dst, const pvx_Image &src, const std::vector<std::vector<uint8_t>> &before,
+                  const int64_t bytes[3], const int64_t rows[3], const char *what) {
+    for (int p = 0; p < 3; ++p) {
+        for (int64_t i = 0; i < dst.planes[p].bytes; ++i) {
+            const int64_t r = i / dst.img.pitch[p], b = i % dst.img.pitch[p];
+            const uint8_t expect = (r < rows[p] && b < bytes[p]) ? at(src, p, r, b) : before[p][i];
+            ASSERT_EQ(dst.planes[p].start[i], expect) << what << " plane " << p << " row " << r << " byte " << b;
+        }
+    }
+}
+
 TEST(ImageCopy, SemiplanarOddWidthCopiesLuma321AndChroma322) {
     for (int64_t guard : {0, 16}) {
         auto rng = pvx_test::makeRng(1);
@@ -37,23 +50,14 @@ TEST(ImageCopy, SemiplanarOddWidthCopiesLuma321AndChroma322) {
         GuardedImage dst(321, 241, PVX_FORMAT_YUV420_SEMIPLANAR, 3, guard);
         src.fill(rng);
         dst.fill([] { return 0xEE; });
+        const auto before = snapshot(dst);
         ASSERT_EQ(pvx_Image_copy(&dst.img, &src.img), PVX_OK);
         EXPECT_TRUE(dst.guardsIntact());
         EXPECT_TRUE(src.guardsIntact());
-        // Luma: 241 rows of 321 bytes; the rest of each row stays.
-        for (int64_t r = 0; r < 241; ++r) {
-            for (int64_t b = 0; b < dst.img.pitch[0] && r * dst.img.pitch[0] + b < dst.planes[0].bytes; ++b) {
-                const uint8_t expect = b < 321 ? at(src.img, 0, r, b) : 0xEE;
-                ASSERT_EQ(at(dst.img, 0, r, b), expect) << "luma row " << r << " byte " << b;
-            }
-        }
-        // Chroma: 121 rows of 322 bytes (161 pairs).
-        for (int64_t r = 0; r < 121; ++r) {
-            for (int64_t b = 0; b < dst.img.pitch[1] && r * dst.img.pitch[1] + b < dst.planes[1].bytes; ++b) {
-                const uint8_t expect = b < 322 ? at(src.img, 1, r, b) : 0xEE;
-                ASSERT_EQ(at(dst.img, 1, r, b), expect) << "chroma row " << r << " byte " << b;
-            }
-        }
+        // Luma: 241 rows of 321 bytes; chroma: 121 rows of 322 bytes (161
+        // pairs); the rest of each row stays.
+        const int64_t bytes[3] = {321, 322, 0}, rows[3] = {241, 121, 0};
+        expectCopied(dst, src.img, before, bytes, rows, "321 x 241");
         EXPECT_EQ(dst.planes[0].bytes, 240 * (322 + 3) + 321);
         EXPECT_EQ(dst.planes[1].bytes, 120 * (322 + 3) + 322);
     }
@@ -74,16 +78,14 @@ TEST(ImageCopy, EveryFormatBetweenDifferentPitches) {
             const auto before = snapshot(dst);
             ASSERT_EQ(pvx_Image_copy(&dst.img, &src.img), PVX_OK) << f;
             ASSERT_TRUE(dst.guardsIntact());
+            int64_t bytes[3], rows[3];
             for (int p = 0; p < 3; ++p) {
                 const pvx_PlaneSize e = pvx_Image_getPlaneExtent(w, h, f, p);
-                for (int64_t i = 0; i < dst.planes[p].bytes; ++i) {
-                    const int64_t r = i / dst.img.pitch[p], b = i % dst.img.pitch[p];
-                    const uint8_t expect = (r < e.rows && b < e.pitch) ? at(src.img, p, r, b) : before[p][i];
-                    ASSERT_EQ(dst.planes[p].start[i], expect)
-                        << pvx_Image_getImageFormatStr(f) << " " << w << "x" << h << " plane " << p << " row " << r
-                        << " byte " << b;
-                }
+                bytes[p] = e.pitch;
+                rows[p] = e.rows;
             }
+            SCOPED_TRACE(::testing::Message() << w << "x" << h);
+            expectCopied(dst, src.img, before, bytes, rows, pvx_Image_getImageFormatStr(f));
         }
     }
 }
@@ -96,10 +98,7 @@ TEST(ImageCopy, OwnedDestinationTakesSourceShape) {
     pvx_Image dst;
     pvx_construct_Image(&dst, heap.env());
     ASSERT_EQ(pvx_Image_copy(&dst, &src.img), PVX_OK);
-    EXPECT_EQ(dst.external, 0);
-    EXPECT_EQ(dst.width, 33);
-    EXPECT_EQ(dst.height, 17);
-    EXPECT_EQ(dst.format, 26);
+    EXPECT_TRUE(pvx_image_test::recordIs(dst, 33, 17, 26, false));
     EXPECT_EQ(dst.pitch[0], 34);
     EXPECT_EQ(dst.pitch[1], 17);
     for (int p = 0; p < 3; ++p) {

@@ -181,42 +181,16 @@ int modelPlanes(int32_t f, int64_t w, int64_t h, int64_t pitch[3], int64_t rows[
     return 0;
 }
 
+// A few sizes by hand; the sweep below checks every selector against the model.
 TEST(ImageSizeRule, WorkedExamples) {
     // YUV420_PLANAR 321 x 241: planes 322 x 242, 161 x 121, 161 x 121.
-    EXPECT_EQ(pvx_Image_getSize(321, 241, 26, PVX_SIZE_Y_PITCH), 322);
-    EXPECT_EQ(pvx_Image_getSize(321, 241, 26, PVX_SIZE_Y_ROWS), 242);
-    EXPECT_EQ(pvx_Image_getSize(321, 241, 26, PVX_SIZE_Y), 322 * 242);
-    EXPECT_EQ(pvx_Image_getSize(321, 241, 26, PVX_SIZE_U_PITCH), 161);
-    EXPECT_EQ(pvx_Image_getSize(321, 241, 26, PVX_SIZE_U_ROWS), 121);
-    EXPECT_EQ(pvx_Image_getSize(321, 241, 26, PVX_SIZE_U), 161 * 121);
-    EXPECT_EQ(pvx_Image_getSize(321, 241, 26, PVX_SIZE_V_PITCH), 161);
-    EXPECT_EQ(pvx_Image_getSize(321, 241, 26, PVX_SIZE_V_ROWS), 121);
-    EXPECT_EQ(pvx_Image_getSize(321, 241, 26, PVX_SIZE_V), 161 * 121);
-    EXPECT_EQ(pvx_Image_getSize(321, 241, 26, PVX_SIZE_UV), 2 * 161 * 121);
-    EXPECT_EQ(pvx_Image_getSize(321, 241, 26, PVX_SIZE_UV_PITCH), 161);
-    EXPECT_EQ(pvx_Image_getSize(321, 241, 26, PVX_SIZE_UV_ROWS), 121);
     EXPECT_EQ(pvx_Image_getSize(321, 241, 26, PVX_SIZE_IMAGE), 322 * 242 + 2 * 161 * 121);
-    EXPECT_EQ(pvx_Image_getSize(321, 241, 26, PVX_SIZE_PLANES), 3);
-    // RGB888 321 x 241: one plane of 963 x 241.
-    EXPECT_EQ(pvx_Image_getSize(321, 241, 2, PVX_SIZE_Y_PITCH), 963);
-    EXPECT_EQ(pvx_Image_getSize(321, 241, 2, PVX_SIZE_Y_ROWS), 241);
-    EXPECT_EQ(pvx_Image_getSize(321, 241, 2, PVX_SIZE_IMAGE), 963 * 241);
-    EXPECT_EQ(pvx_Image_getSize(321, 241, 2, PVX_SIZE_PLANES), 1);
-    EXPECT_EQ(pvx_Image_getSize(321, 241, 2, PVX_SIZE_U), 0);
-    EXPECT_EQ(pvx_Image_getSize(321, 241, 2, PVX_SIZE_UV), 0);
-    // Odd YUV420: luma counted at the even-rounded size.
-    EXPECT_EQ(pvx_Image_getSize(3, 3, 27, PVX_SIZE_Y), 4 * 4);
-    EXPECT_EQ(pvx_Image_getSize(3, 3, 27, PVX_SIZE_UV), 4 * 2);
-    EXPECT_EQ(pvx_Image_getSize(3, 3, 27, PVX_SIZE_IMAGE), 24);
-    EXPECT_EQ(pvx_Image_getSize(1, 1, 26, PVX_SIZE_IMAGE), 4 + 1 + 1);
+    EXPECT_EQ(pvx_Image_getSize(321, 241, 26, PVX_SIZE_UV), 2 * 161 * 121);
     // 1920 x 1080 semi-planar: the usual 1.5 bytes a pixel.
     EXPECT_EQ(pvx_Image_getSize(1920, 1080, 27, PVX_SIZE_IMAGE), 1920 * 1080 * 3 / 2);
     EXPECT_EQ(pvx_Image_getSize(1920, 1080, 29, PVX_SIZE_UV_ROWS), 540);
     // Packed Bayer: 5 bytes per 4 pixels, width rounded up to 4.
     EXPECT_EQ(pvx_Image_getSize(9, 2, 45, PVX_SIZE_Y_PITCH), 15);
-    // YUV9: chroma pairs per 4 x 4 block.
-    EXPECT_EQ(pvx_Image_getSize(5, 5, 66, PVX_SIZE_Y), 8 * 8);
-    EXPECT_EQ(pvx_Image_getSize(5, 5, 66, PVX_SIZE_UV), 4 * 2);
 }
 
 TEST(ImageSizeRule, EveryFormatAgainstModel) {

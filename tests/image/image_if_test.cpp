@@ -11,6 +11,8 @@
 
 namespace {
 
+using pvx_image_test::planesAre;
+using pvx_image_test::recordIs;
 using pvx_image_test::TestHeap;
 
 uint8_t g_y[4096], g_u[4096], g_v[4096];
@@ -22,33 +24,19 @@ TEST(ImageBridge, InitImageTakesPlanesByPlaneCount) {
     parvex_ImageData data = {321, 241, {g_y, g_u, g_v}};
 
     ASSERT_EQ(pvx_IF_initImage(&img, &data, PVX_FORMAT_RGB888), PVX_OK);
-    EXPECT_NE(img.external, 0);
-    EXPECT_EQ(img.width, 321);
-    EXPECT_EQ(img.height, 241);
-    EXPECT_EQ(img.dat[0], g_y);
-    EXPECT_EQ(img.dat[1], nullptr);
-    EXPECT_EQ(img.pitch[0], 963);
-
+    EXPECT_TRUE(recordIs(img, 321, 241, PVX_FORMAT_RGB888, true));
+    EXPECT_TRUE(planesAre(img, {g_y, nullptr, nullptr}, {963, 0, 0}));
     ASSERT_EQ(pvx_IF_initImage(&img, &data, PVX_FORMAT_YUV420_SEMIPLANAR), PVX_OK);
-    EXPECT_EQ(img.dat[0], g_y);
-    EXPECT_EQ(img.dat[1], g_u);
-    EXPECT_EQ(img.dat[2], nullptr);
-    EXPECT_EQ(img.pitch[0], 322);
-    EXPECT_EQ(img.pitch[1], 322);
-    EXPECT_EQ(img.pitch[2], 0);
-
+    EXPECT_TRUE(planesAre(img, {g_y, g_u, nullptr}, {322, 322, 0}));
     ASSERT_EQ(pvx_IF_initImage(&img, &data, PVX_FORMAT_YUV420_PLANAR), PVX_OK);
-    EXPECT_EQ(img.dat[2], g_v);
-    EXPECT_EQ(img.pitch[0], 322);
-    EXPECT_EQ(img.pitch[1], 161);
-    EXPECT_EQ(img.pitch[2], 161);
-    EXPECT_EQ(img.format, PVX_FORMAT_YUV420_PLANAR);
+    EXPECT_TRUE(recordIs(img, 321, 241, PVX_FORMAT_YUV420_PLANAR, true));
+    EXPECT_TRUE(planesAre(img, {g_y, g_u, g_v}, {322, 161, 161}));
 
     // A null plane pointer still wraps caller memory: nothing from the heap.
     parvex_ImageData empty = {640, 480, {nullptr, nullptr, nullptr}};
     ASSERT_EQ(pvx_IF_initImage(&img, &empty, PVX_FORMAT_RGB888), PVX_OK);
-    EXPECT_NE(img.external, 0);
-    EXPECT_EQ(img.dat[0], nullptr);
+    EXPECT_TRUE(recordIs(img, 640, 480, PVX_FORMAT_RGB888, true));
+    EXPECT_TRUE(planesAre(img, {nullptr, nullptr, nullptr}, {1920, 0, 0}));
     EXPECT_EQ(heap.used(), 0u);
     EXPECT_EQ(pvx_destruct_Image(&img), PVX_OK);
 }
@@ -59,18 +47,12 @@ TEST(ImageBridge, InitImageExReadsOnlyThePitchesOfTheFormat) {
     parvex_ImageDataEx data = {100, 50, {g_y, g_u, g_v}, {128, 256, 512}};
 
     ASSERT_EQ(pvx_IF_initImageEx(&img, &data, PVX_FORMAT_BGR888), PVX_OK);
-    EXPECT_EQ(img.pitch[0], 128);
-    EXPECT_EQ(img.pitch[1], 0);
-    EXPECT_EQ(img.dat[1], nullptr);
+    EXPECT_TRUE(planesAre(img, {g_y, nullptr, nullptr}, {128, 0, 0}));
     ASSERT_EQ(pvx_IF_initImageEx(&img, &data, PVX_FORMAT_YVU420_SEMIPLANAR), PVX_OK);
-    EXPECT_EQ(img.pitch[0], 128);
-    EXPECT_EQ(img.pitch[1], 256);
-    EXPECT_EQ(img.pitch[2], 0);
-    EXPECT_EQ(img.dat[2], nullptr);
+    EXPECT_TRUE(planesAre(img, {g_y, g_u, nullptr}, {128, 256, 0}));
     ASSERT_EQ(pvx_IF_initImageEx(&img, &data, PVX_FORMAT_YUV420_PLANAR), PVX_OK);
-    EXPECT_EQ(img.pitch[2], 512);
-    EXPECT_EQ(img.dat[2], g_v);
-    EXPECT_NE(img.external, 0);
+    EXPECT_TRUE(planesAre(img, {g_y, g_u, g_v}, {128, 256, 512}));
+    EXPECT_TRUE(recordIs(img, 100, 50, PVX_FORMAT_YUV420_PLANAR, true));
 }
 
 // A refused fill leaves no pointers of an earlier frame behind.
@@ -83,30 +65,23 @@ TEST(ImageBridge, RefusedFillLeavesEmptyRecord) {
     parvex_ImageDataEx goodEx = {64, 48, {g_y, g_u, g_v}, {64, 64, 64}};
     parvex_ImageDataEx negativeEx = {64, -1, {g_y, g_u, g_v}, {64, 64, 64}};
 
-    auto expectEmpty = [&](const char *what) {
-        EXPECT_EQ(img.width, 0) << what;
-        EXPECT_EQ(img.height, 0) << what;
-        for (int p = 0; p < 3; ++p) EXPECT_EQ(img.dat[p], nullptr) << what;
-        EXPECT_NE(img.external, 0) << what;
+    // Each refusal follows a good fill and leaves an empty external record.
+    auto refused = [&](pvx_Result r, const char *what) {
+        EXPECT_EQ(r, PVX_ERROR_PARAM) << what;
+        EXPECT_TRUE(recordIs(img, 0, 0, PVX_FORMAT_NONE, true)) << what;
+        EXPECT_TRUE(planesAre(img, {nullptr, nullptr, nullptr}, {0, 0, 0})) << what;
     };
-    ASSERT_EQ(pvx_IF_initImage(&img, &good, PVX_FORMAT_RGB888), PVX_OK);
-    EXPECT_EQ(pvx_IF_initImage(&img, &negative, PVX_FORMAT_RGB888), PVX_ERROR_PARAM);
-    expectEmpty("negative width");
-    ASSERT_EQ(pvx_IF_initImage(&img, &good, PVX_FORMAT_RGB888), PVX_OK);
-    EXPECT_EQ(pvx_IF_initImage(&img, &huge, PVX_FORMAT_RGB888), PVX_ERROR_PARAM);
-    expectEmpty("pitch beyond int32");
-    ASSERT_EQ(pvx_IF_initImage(&img, &good, PVX_FORMAT_RGB888), PVX_OK);
-    EXPECT_EQ(pvx_IF_initImage(&img, nullptr, PVX_FORMAT_RGB888), PVX_ERROR_PARAM);
-    expectEmpty("null record");
-    ASSERT_EQ(pvx_IF_initImage(&img, &good, PVX_FORMAT_RGB888), PVX_OK);
-    EXPECT_EQ(pvx_IF_initImage(&img, &good, 68), PVX_ERROR_PARAM);
-    expectEmpty("format 68");
-    ASSERT_EQ(pvx_IF_initImageEx(&img, &goodEx, PVX_FORMAT_RGB888), PVX_OK);
-    EXPECT_EQ(pvx_IF_initImageEx(&img, &negativeEx, PVX_FORMAT_RGB888), PVX_ERROR_PARAM);
-    expectEmpty("negative height Ex");
-    ASSERT_EQ(pvx_IF_initImageEx(&img, &goodEx, PVX_FORMAT_RGB888), PVX_OK);
-    EXPECT_EQ(pvx_IF_initImageEx(&img, nullptr, PVX_FORMAT_RGB888), PVX_ERROR_PARAM);
-    expectEmpty("null record Ex");
+    auto fill = [&](bool ex) {
+        EXPECT_EQ(ex ? pvx_IF_initImageEx(&img, &goodEx, PVX_FORMAT_RGB888)
+                     : pvx_IF_initImage(&img, &good, PVX_FORMAT_RGB888),
+                  PVX_OK);
+    };
+    fill(false); refused(pvx_IF_initImage(&img, &negative, PVX_FORMAT_RGB888), "negative width");
+    fill(false); refused(pvx_IF_initImage(&img, &huge, PVX_FORMAT_RGB888), "pitch beyond int32");
+    fill(false); refused(pvx_IF_initImage(&img, nullptr, PVX_FORMAT_RGB888), "null record");
+    fill(false); refused(pvx_IF_initImage(&img, &good, 68), "format 68");
+    fill(true); refused(pvx_IF_initImageEx(&img, &negativeEx, PVX_FORMAT_RGB888), "negative height Ex");
+    fill(true); refused(pvx_IF_initImageEx(&img, nullptr, PVX_FORMAT_RGB888), "null record Ex");
     EXPECT_EQ(pvx_IF_initImage(nullptr, &good, PVX_FORMAT_RGB888), PVX_ERROR_PARAM);
     EXPECT_EQ(pvx_IF_initImageEx(nullptr, &goodEx, PVX_FORMAT_RGB888), PVX_ERROR_PARAM);
 }

@@ -9,6 +9,8 @@
 
 namespace {
 
+using pvx_image_test::planesAre;
+using pvx_image_test::recordIs;
 using pvx_image_test::TestHeap;
 
 // Heap bytes of a block for an n-byte request: header of 8, multiples of 16.
@@ -21,14 +23,8 @@ TEST(ImageRecord, ConstructAndDestruct) {
     memset(&img, 0x5A, sizeof(img));
     EXPECT_EQ(pvx_construct_Image(nullptr, &env), PVX_ERROR_PARAM);
     EXPECT_EQ(pvx_construct_Image(&img, &env), PVX_OK);
-    EXPECT_EQ(img.width, 0);
-    EXPECT_EQ(img.height, 0);
-    EXPECT_EQ(img.format, 0);
-    EXPECT_EQ(img.external, 0);
-    for (int p = 0; p < 3; ++p) {
-        EXPECT_EQ(img.dat[p], nullptr);
-        EXPECT_EQ(img.pitch[p], 0);
-    }
+    EXPECT_TRUE(recordIs(img, 0, 0, 0, false));
+    EXPECT_TRUE(planesAre(img, {nullptr, nullptr, nullptr}, {0, 0, 0}));
     EXPECT_EQ(img.env, &env);
     EXPECT_EQ(pvx_destruct_Image(nullptr), PVX_ERROR_PARAM);
     EXPECT_EQ(pvx_destruct_Image(&img), PVX_OK);
@@ -40,16 +36,10 @@ TEST(ImageRecord, OwnedMemoryLayoutAndHeapUse) {
     pvx_Image img;
     pvx_construct_Image(&img, heap.env());
     ASSERT_EQ(pvx_Image_init(&img, 321, 241, nullptr, PVX_FORMAT_YUV420_PLANAR), PVX_OK);
-    EXPECT_EQ(img.external, 0);
-    EXPECT_EQ(img.width, 321);
-    EXPECT_EQ(img.height, 241);
-    EXPECT_EQ(img.format, 26);
-    EXPECT_EQ(img.pitch[0], 322);
-    EXPECT_EQ(img.pitch[1], 161);
-    EXPECT_EQ(img.pitch[2], 161);
+    EXPECT_TRUE(recordIs(img, 321, 241, 26, false));
     // Planes one after another in one block.
-    EXPECT_EQ(img.dat[1], img.dat[0] + 322 * 242);
-    EXPECT_EQ(img.dat[2], img.dat[1] + 161 * 121);
+    EXPECT_TRUE(planesAre(img, {img.dat[0], img.dat[0] + 322 * 242, img.dat[0] + 322 * 242 + 161 * 121},
+                          {322, 161, 161}));
     const int64_t size = 322 * 242 + 2 * 161 * 121;
     EXPECT_EQ(heap.used(), blockBytes(size));
     EXPECT_EQ(reinterpret_cast<uintptr_t>(img.dat[0]) % 16, 0u);
@@ -58,10 +48,7 @@ TEST(ImageRecord, OwnedMemoryLayoutAndHeapUse) {
 
     // Single-plane formats leave planes 1 and 2 null.
     ASSERT_EQ(pvx_Image_init(&img, 7, 5, nullptr, PVX_FORMAT_RGB888), PVX_OK);
-    EXPECT_EQ(img.pitch[0], 21);
-    EXPECT_EQ(img.dat[1], nullptr);
-    EXPECT_EQ(img.dat[2], nullptr);
-    EXPECT_EQ(img.pitch[1], 0);
+    EXPECT_TRUE(planesAre(img, {img.dat[0], nullptr, nullptr}, {21, 0, 0}));
     EXPECT_EQ(heap.used(), blockBytes(105));
 
     EXPECT_EQ(pvx_destruct_Image(&img), PVX_OK);
@@ -78,9 +65,7 @@ TEST(ImageRecord, ZeroSizeOwnsNothing) {
     EXPECT_EQ(heap.used(), 0u);
     // A zero height is a zero size too, whatever the width.
     ASSERT_EQ(pvx_Image_init(&img, 640, 0, nullptr, PVX_FORMAT_YUV420_SEMIPLANAR), PVX_OK);
-    EXPECT_EQ(img.dat[0], nullptr);
-    EXPECT_EQ(img.dat[1], nullptr);
-    EXPECT_EQ(img.pitch[0], 640);
+    EXPECT_TRUE(planesAre(img, {nullptr, nullptr, nullptr}, {640, 640, 0}));
     EXPECT_EQ(heap.used(), 0u);
 
     // Re-initializing an owning record to 0 x 0 frees its block.
@@ -116,8 +101,7 @@ TEST(ImageRecord, SameByteSizeKeepsBlockOtherSizeReallocates) {
     for (const Shape s : {Shape{48, 64, 2}, Shape{96, 32, 2}, Shape{96, 48, 61}, Shape{64, 48, 2}}) {
         ASSERT_EQ(pvx_Image_init(&img, s.w, s.h, nullptr, s.f), PVX_OK);
         EXPECT_EQ(img.dat[0], block) << s.w << "x" << s.h;
-        EXPECT_EQ(img.width, s.w);
-        EXPECT_EQ(img.format, s.f);
+        EXPECT_TRUE(recordIs(img, s.w, s.h, s.f, false));
         EXPECT_EQ(heap.used(), used);
         EXPECT_TRUE(intact()) << s.w << "x" << s.h;
     }
@@ -147,10 +131,8 @@ TEST(ImageRecord, AllocationFailureReleasesOldBlock) {
     EXPECT_GT(heap.used(), 0u);
     EXPECT_EQ(pvx_Image_init(&img, 1000, 1000, nullptr, PVX_FORMAT_UINT8), PVX_ERROR_NOMEM);
     EXPECT_EQ(heap.used(), 0u);
-    EXPECT_EQ(img.dat[0], nullptr);
-    EXPECT_EQ(img.width, 0);
-    EXPECT_EQ(img.height, 0);
-    EXPECT_EQ(img.external, 0);
+    EXPECT_TRUE(recordIs(img, 0, 0, PVX_FORMAT_UINT8, false));
+    EXPECT_TRUE(planesAre(img, {nullptr, nullptr, nullptr}, {0, 0, 0}));
     // Sizes beyond what any heap can hold fail the same way.
     EXPECT_EQ(pvx_Image_init(&img, 60000, 60000, nullptr, PVX_FORMAT_LAB), PVX_ERROR_NOMEM);
     EXPECT_EQ(pvx_Image_init(&img, INT32_MAX, INT32_MAX, nullptr, PVX_FORMAT_UINT8), PVX_ERROR_NOMEM);
@@ -200,39 +182,24 @@ TEST(ImageRecord, ExternalPlanes) {
     uint8_t rgb[7 * 3 * 5];
     ASSERT_EQ(pvx_Image_init(&img, 7, 5, rgb, PVX_FORMAT_RGB888), PVX_OK);
     EXPECT_EQ(heap.used(), 0u);
-    EXPECT_NE(img.external, 0);
-    EXPECT_EQ(img.dat[0], rgb);
-    EXPECT_EQ(img.pitch[0], 21);
-    EXPECT_EQ(img.dat[1], nullptr);
+    EXPECT_TRUE(recordIs(img, 7, 5, PVX_FORMAT_RGB888, true));
+    EXPECT_TRUE(planesAre(img, {rgb, nullptr, nullptr}, {21, 0, 0}));
 
     // Two and three planes: an array of plane addresses, tight pitches.
     uint8_t y[6 * 4], uv[6 * 2], u[3 * 2], v[3 * 2];
     void *semi[2] = {y, uv};
     ASSERT_EQ(pvx_Image_init(&img, 5, 3, semi, PVX_FORMAT_YVU420_SEMIPLANAR), PVX_OK);
-    EXPECT_EQ(img.dat[0], y);
-    EXPECT_EQ(img.dat[1], uv);
-    EXPECT_EQ(img.dat[2], nullptr);
-    EXPECT_EQ(img.pitch[0], 6);
-    EXPECT_EQ(img.pitch[1], 6);
-    EXPECT_EQ(img.pitch[2], 0);
+    EXPECT_TRUE(planesAre(img, {y, uv, nullptr}, {6, 6, 0}));
     void *planar[3] = {y, u, v};
     ASSERT_EQ(pvx_Image_init(&img, 5, 3, planar, PVX_FORMAT_YUV420_PLANAR), PVX_OK);
-    EXPECT_EQ(img.dat[2], v);
-    EXPECT_EQ(img.pitch[1], 3);
-    EXPECT_EQ(img.pitch[2], 3);
+    EXPECT_TRUE(planesAre(img, {y, u, v}, {6, 3, 3}));
 
     // Explicit pitches: only the planes of the format are taken.
     pvx_ImagePlanes desc = {{y, uv, u}, {100, 200, 300}};
     ASSERT_EQ(pvx_Image_initWithPitch(&img, 5, 3, &desc, PVX_FORMAT_YUV420_SEMIPLANAR), PVX_OK);
-    EXPECT_EQ(img.dat[0], y);
-    EXPECT_EQ(img.dat[1], uv);
-    EXPECT_EQ(img.dat[2], nullptr);
-    EXPECT_EQ(img.pitch[0], 100);
-    EXPECT_EQ(img.pitch[1], 200);
-    EXPECT_EQ(img.pitch[2], 0);
+    EXPECT_TRUE(planesAre(img, {y, uv, nullptr}, {100, 200, 0}));
     ASSERT_EQ(pvx_Image_initWithPitch(&img, 5, 3, &desc, PVX_FORMAT_YUV422_PLANAR), PVX_OK);
-    EXPECT_EQ(img.dat[2], u);
-    EXPECT_EQ(img.pitch[2], 300);
+    EXPECT_TRUE(planesAre(img, {y, uv, u}, {100, 200, 300}));
 
     // Re-initializing an external record as owned does not free the caller's memory.
     ASSERT_EQ(pvx_Image_init(&img, 4, 4, nullptr, PVX_FORMAT_UINT8), PVX_OK);
@@ -244,7 +211,7 @@ TEST(ImageRecord, ExternalPlanes) {
     EXPECT_EQ(heap.used(), 0u);
     EXPECT_EQ(pvx_destruct_Image(&img), PVX_OK);
     EXPECT_EQ(heap.used(), 0u);
-    for (int i = 0; i < 3; ++i) EXPECT_EQ(img.dat[i], nullptr);
+    EXPECT_TRUE(planesAre(img, {nullptr, nullptr, nullptr}, {0, 0, 0}));
     heap.check();
 }
 

@@ -5,7 +5,6 @@
 
 #include <atomic>
 #include <cstring>
-#include <new>
 #include <vector>
 
 #include "runtime/pvx_parallel_executor.h"
@@ -13,7 +12,7 @@
 
 namespace {
 
-using pvx_thread_test::TestHeap;
+using namespace pvx_thread_test;
 
 struct Band {
     int32_t id;
@@ -43,26 +42,15 @@ Band makeBand(int32_t id, std::atomic<int32_t> *seen, pvx_Result result = PVX_OK
 
 int32_t expectedSum(int32_t id) { return 7 * id * 10 + 21; }
 
+// An executor over a pool of `workers`; the pool's box checks the heap.
 struct ExecutorBox {
-    explicit ExecutorBox(int32_t workers) : mem(sizeof(pvx_Pel)) {
-        pel = new (mem.data()) pvx_Pel;
-        pvx_construct_Pel(pel, &heap.env);
-        pvx_PelParams p;
-        pvx_Pel_resetParams(&p);
-        p.numWorkers = workers;
-        p.waitTimeoutMs = 10000;
-        EXPECT_EQ(pvx_Pel_init(pel, &p), PVX_OK);
-        EXPECT_EQ(pvx_construct_ParallelExecutor(&ex, &heap.env), PVX_OK);
-        EXPECT_EQ(pvx_ParallelExecutor_initWithPel(&ex, pel), PVX_OK);
+    explicit ExecutorBox(int32_t workers) {
+        EXPECT_EQ(pool.init(workers), PVX_OK);
+        EXPECT_EQ(pvx_construct_ParallelExecutor(&ex, &pool.heap.env), PVX_OK);
+        EXPECT_EQ(pvx_ParallelExecutor_initWithPel(&ex, pool.pel), PVX_OK);
     }
-    ~ExecutorBox() {
-        EXPECT_EQ(pvx_destruct_ParallelExecutor(&ex), PVX_OK);
-        EXPECT_EQ(pvx_destruct_Pel(pel), PVX_OK);
-        EXPECT_EQ(heap.used(), 0u);
-    }
-    TestHeap heap;
-    pvx_test::GuardedBuffer mem;
-    pvx_Pel *pel;
+    ~ExecutorBox() { EXPECT_EQ(pvx_destruct_ParallelExecutor(&ex), PVX_OK); }
+    PoolBox pool;
     pvx_ParallelExecutor ex;
 };
 
@@ -90,7 +78,7 @@ TEST(ParallelExecutor, ForkCopiesTheArgumentBlock) {
             memset(static_cast<void *>(b.rows), 0x7F, sizeof b.rows);
             b.id = -1;
         }
-        EXPECT_GT(box.heap.used(), 0u);
+        EXPECT_GT(box.pool.heap.used(), 0u);
         ASSERT_EQ(pvx_ParallelExecutor_join(&box.ex), PVX_OK);
         for (int32_t id = 0; id < count; ++id) EXPECT_EQ(seen[id].load(), expectedSum(id)) << id;
         EXPECT_EQ(box.ex.first, nullptr);

@@ -21,36 +21,17 @@
 
 namespace {
 
-using pvx_thread_test::secondsSince;
-using pvx_thread_test::slack;
-using pvx_thread_test::TestHeap;
-using pvx_thread_test::waitFor;
-using Clock = std::chrono::steady_clock;
+using namespace pvx_thread_test;
+using PelBox = PoolBox;
 
-// A pool in guarded memory over a guarded heap.
-struct PelBox {
-    PelBox() : mem(sizeof(pvx_Pel)) {
-        pel = new (mem.data()) pvx_Pel;
-        EXPECT_EQ(pvx_construct_Pel(pel, &heap.env), PVX_OK);
-    }
-    ~PelBox() {
-        EXPECT_EQ(pvx_destruct_Pel(pel), PVX_OK);
-        EXPECT_EQ(heap.used(), 0u);
-    }
-    pvx_Result init(int32_t workers, int32_t callerParticipates = 1, int32_t timeoutMs = 10000, uint32_t mask = 0) {
-        pvx_PelParams p;
-        pvx_Pel_resetParams(&p);
-        p.numWorkers = workers;
-        p.callerParticipates = callerParticipates;
-        p.waitTimeoutMs = timeoutMs;
-        p.affinityMask = mask;
-        return pvx_Pel_init(pel, &p);
-    }
-    TestHeap heap;
-    pvx_test::GuardedBuffer mem;
-    pvx_Pel *pel;
-};
-
+// Calls `f` until it stops timing out (at most 10 seconds); its last answer.
+template <typename F>
+pvx_Result untilNoTimeout(F f) {
+    pvx_Result r = PVX_ERROR_TIMEOUT;
+    const auto t0 = Clock::now();
+    while (r == PVX_ERROR_TIMEOUT && secondsSince(t0) < 10.0) r = f();
+    return r;
+}
 
 // ---- Parameters, sizing, lifecycle ----
 
@@ -183,29 +164,24 @@ const pvx_PelDescriptor kLogIndexed = {pvx_Pel_indexedWorker, nullptr, logIndex,
 const pvx_PelDescriptor kLogRange = {pvx_Pel_rangeWorker, nullptr, nullptr, logRange, PVX_PEL_RANGE};
 const pvx_PelDescriptor kLogTask = {pvx_Pel_taskWorker, logTask, nullptr, nullptr, PVX_PEL_TASK};
 
-TEST(PelDirect, NullPoolRunsIndexedWorkInOrderOnTheCaller) {
-    CallLog log;
-    EXPECT_EQ(pvx_Pel_execute(nullptr, &kLogIndexed, &log, 8), 0x110u);
-    ASSERT_EQ(log.calls.size(), 8u);
+// Without a pool: indexed work in order on the caller, a range kernel as one
+// call (none for n = 0), a task once, and events that are already complete.
+TEST(PelDirect, NullPoolRunsEverythingOnTheCaller) {
+    CallLog indexed;
+    EXPECT_EQ(pvx_Pel_execute(nullptr, &kLogIndexed, &indexed, 8), 0x110u);
+    ASSERT_EQ(indexed.calls.size(), 8u);
     for (int32_t i = 0; i < 8; ++i) {
-        EXPECT_EQ(log.calls[i].first, i);
-        EXPECT_EQ(log.counts[i], 8);
-        EXPECT_EQ(log.threads[i], pvx_Thread_getId());
+        EXPECT_EQ(indexed.calls[i].first, i);
+        EXPECT_EQ(indexed.counts[i], 8);
+        EXPECT_EQ(indexed.threads[i], pvx_Thread_getId());
     }
-}
+    CallLog range;
+    EXPECT_EQ(pvx_Pel_execute(nullptr, &kLogRange, &range, 37), 0x20u);
+    EXPECT_EQ(pvx_Pel_execute(nullptr, &kLogRange, &range, 0), PVX_OK);
+    ASSERT_EQ(range.calls.size(), 1u);
+    EXPECT_EQ(range.calls[0], std::make_pair(0, 37));
+    EXPECT_EQ(range.counts[0], 37);
 
-TEST(PelDirect, NullPoolRunsARangeKernelAsOneCall) {
-    CallLog log;
-    EXPECT_EQ(pvx_Pel_execute(nullptr, &kLogRange, &log, 37), 0x20u);
-    ASSERT_EQ(log.calls.size(), 1u);
-    EXPECT_EQ(log.calls[0], std::make_pair(0, 37));
-    EXPECT_EQ(log.counts[0], 37);
-    CallLog none;
-    EXPECT_EQ(pvx_Pel_execute(nullptr, &kLogRange, &none, 0), PVX_OK);
-    EXPECT_TRUE(none.calls.empty());
-}
-
-TEST(PelDirect, NullPoolRunsATaskOnce) {
     CallLog log;
     EXPECT_EQ(pvx_Pel_execute(nullptr, &kLogTask, &log, 4), 0x40u);
     EXPECT_EQ(log.tasks, 1);
@@ -267,11 +243,17 @@ TEST(PelDirect, UninitialisedPool) {
 // Shared state of one stress kernel: hits per index and what each
 // participant saw.
 struct Hits {
-    explicit Hits(int32_t n) : hits(static_cast<size_t>(n)) {}
+    Hits(int32_t n, int32_t workers) : hits(static_cast<size_t>(n)), expectWorkers(workers) {}
+    // Every index ran once (none at all: `times` 0) and every call saw the right info.
+    bool each(int32_t times = 1) const {
+        for (const auto &h : hits)
+            if (h.load() != times) return false;
+        return badInfo.load() == 0;
+    }
     std::vector<std::atomic<int32_t>> hits;
     std::atomic<int32_t> badInfo{0};
     std::atomic<int32_t> workersSeen{0};   // bit per worker index
-    int32_t expectWorkers = 0;
+    int32_t expectWorkers;
     int32_t special = -1;   // the one index that reports a failure bit
 };
 
@@ -318,15 +300,13 @@ TEST_P(PelStress, EveryIndexRunsExactlyOnce) {
     int done = 0;
     for (; done < maxExecutes && (done < 20 || secondsSince(t0) < budget); ++done) {
         const int32_t n = 1 + static_cast<int32_t>(rng() % (rng() % 4 == 0 ? 2000 : 64));
-        Hits h(n);
-        h.expectWorkers = c.workers;
+        Hits h(n, c.workers);
         h.special = rng() % 2 == 0 ? static_cast<int32_t>(rng() % static_cast<uint64_t>(n)) : -1;
         const bool indexed = rng() % 2 == 0;
         const pvx_Result r = pvx_Pel_execute(box.pel, indexed ? &kHitIndexed : &kHitRange, &h, n);
         const pvx_Result expected = h.special < 0 ? PVX_OK : (indexed ? 0x8u : 0x4u);
         ASSERT_EQ(r, expected) << "execute " << done << " n " << n;
-        for (int32_t i = 0; i < n; ++i) ASSERT_EQ(h.hits[static_cast<size_t>(i)].load(), 1) << i;
-        ASSERT_EQ(h.badInfo.load(), 0);
+        ASSERT_TRUE(h.each()) << "execute " << done << " n " << n;
     }
     RecordProperty("executes", done);
 }
@@ -348,12 +328,9 @@ TEST(PelConcurrent, ExecutesFromSeveralThreads) {
         threads.emplace_back([&, t] {
             for (int k = 0; k < perThread; ++k) {
                 const int32_t n = 1 + (k * 7 + t) % 300;
-                Hits h(n);
-                h.expectWorkers = 4;
-                if (pvx_Pel_execute(box.pel, k % 2 ? &kHitIndexed : &kHitRange, &h, n) != PVX_OK) ++failures;
-                for (int32_t i = 0; i < n; ++i)
-                    if (h.hits[static_cast<size_t>(i)].load() != 1) ++failures;
-                if (h.badInfo.load() != 0) ++failures;
+                Hits h(n, 4);
+                if (pvx_Pel_execute(box.pel, k % 2 ? &kHitIndexed : &kHitRange, &h, n) != PVX_OK || !h.each())
+                    ++failures;
             }
         });
     }
@@ -560,15 +537,13 @@ TEST(PelEvents, KernelAfterTask) {
     TaskArg a{&log, 1, true, PVX_OK};
     pvx_PelEvent ea, ek;
     ASSERT_EQ(pvx_Pel_enqueueTask(box.pel, &kLoggedTask, &a, 0, nullptr, &ea), PVX_OK);
-    Hits h(100);
-    h.expectWorkers = 3;
+    Hits h(100, 3);
     ASSERT_EQ(pvx_Pel_enqueueKernel(box.pel, &kHitIndexed, &h, 100, 1, &ea, &ek), PVX_OK);
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    for (int32_t i = 0; i < 100; ++i) ASSERT_EQ(h.hits[static_cast<size_t>(i)].load(), 0);
+    EXPECT_TRUE(h.each(0));
     log.gate = 1;
     ASSERT_EQ(pvx_Pel_waitForEvents(box.pel, 1, &ek), PVX_OK);
-    for (int32_t i = 0; i < 100; ++i) ASSERT_EQ(h.hits[static_cast<size_t>(i)].load(), 1);
-    EXPECT_EQ(h.badInfo.load(), 0);
+    EXPECT_TRUE(h.each());
     pvx_Pel_releaseEvent(box.pel, ea);
     pvx_Pel_releaseEvent(box.pel, ek);
 }
@@ -589,10 +564,7 @@ TEST(PelEvents, WaiterTimesOut) {
     EXPECT_LT(s, 2.0 * slack());
     EXPECT_EQ(pvx_Pel_finish(box.pel), PVX_ERROR_TIMEOUT);
     log.gate = 1;
-    pvx_Result r = PVX_ERROR_TIMEOUT;
-    const auto t1 = Clock::now();
-    while (r == PVX_ERROR_TIMEOUT && secondsSince(t1) < 10.0) r = pvx_Pel_waitForEvents(box.pel, 1, &ea);
-    ASSERT_EQ(r, PVX_OK);
+    ASSERT_EQ(untilNoTimeout([&] { return pvx_Pel_waitForEvents(box.pel, 1, &ea); }), PVX_OK);
     uint32_t result = 0;
     ASSERT_EQ(pvx_Pel_getEventInfo(box.pel, ea, PVX_PEL_EVENT_RESULT, &result), PVX_OK);
     EXPECT_EQ(result, 0x2u);
@@ -609,15 +581,11 @@ TEST(PelEvents, ExecuteTimesOutWhenTheOnlyWorkerIsBusy) {
     log.gate = 0;
     TaskArg a{&log, 1, true, PVX_OK};
     ASSERT_EQ(pvx_Pel_enqueueTask(box.pel, &kLoggedTask, &a, 0, nullptr, nullptr), PVX_OK);
-    Hits h(10);
-    h.expectWorkers = 1;
+    Hits h(10, 1);
     EXPECT_EQ(pvx_Pel_execute(box.pel, &kHitIndexed, &h, 10), PVX_ERROR_TIMEOUT);
     log.gate = 1;
-    pvx_Result r = PVX_ERROR_TIMEOUT;
-    const auto t1 = Clock::now();
-    while (r == PVX_ERROR_TIMEOUT && secondsSince(t1) < 10.0) r = pvx_Pel_finish(box.pel);
-    ASSERT_EQ(r, PVX_OK);
-    for (int32_t i = 0; i < 10; ++i) EXPECT_EQ(h.hits[static_cast<size_t>(i)].load(), 1);
+    ASSERT_EQ(untilNoTimeout([&] { return pvx_Pel_finish(box.pel); }), PVX_OK);
+    EXPECT_TRUE(h.each());
 }
 
 TEST(PelEvents, StaleHandlesAreRejected) {
@@ -706,17 +674,16 @@ TEST(PelLifecycle, RecycleWhileIdleAndInitAgain) {
     PelBox box;
     for (int round = 0; round < 4; ++round) {
         ASSERT_EQ(box.init(1 + round * 2, round % 2), PVX_OK);
-        Hits h(500);
-        h.expectWorkers = 1 + round * 2;
+        Hits h(500, 1 + round * 2);
         ASSERT_EQ(pvx_Pel_execute(box.pel, &kHitIndexed, &h, 500), PVX_OK);
-        for (int32_t i = 0; i < 500; ++i) ASSERT_EQ(h.hits[static_cast<size_t>(i)].load(), 1);
+        ASSERT_TRUE(h.each());
         std::this_thread::sleep_for(std::chrono::milliseconds(2));   // workers go back to sleep
         ASSERT_EQ(pvx_Pel_recycle(box.pel), PVX_OK);
         EXPECT_EQ(box.heap.used(), 0u);
         // Nothing runs on a recycled pool.
-        Hits none(3);
+        Hits none(3, 1);
         EXPECT_EQ(pvx_Pel_execute(box.pel, &kHitIndexed, &none, 3), PVX_OK);
-        EXPECT_EQ(none.hits[0].load(), 0);
+        EXPECT_TRUE(none.each(0));
     }
     ASSERT_EQ(box.init(4), PVX_OK);   // destructed while initialised
 }
@@ -745,11 +712,8 @@ struct Nested {
 
 pvx_Result nestedTask(void *arg, const pvx_PelInfo *) {
     Nested *n = static_cast<Nested *>(arg);
-    Hits h(300);
-    h.expectWorkers = n->workers;
-    if (pvx_Pel_execute(n->pel, &kHitIndexed, &h, 300) != PVX_OK) n->failures.fetch_add(1);
-    for (int32_t i = 0; i < 300; ++i)
-        if (h.hits[static_cast<size_t>(i)].load() != 1) n->failures.fetch_add(1);
+    Hits h(300, n->workers);
+    if (pvx_Pel_execute(n->pel, &kHitIndexed, &h, 300) != PVX_OK || !h.each()) n->failures.fetch_add(1);
     return PVX_OK;
 }
 
@@ -781,8 +745,7 @@ TEST(PelLifecycle, CallerAffinityIsRestored) {
     cpu_set_t all;
     ASSERT_EQ(sched_getaffinity(0, sizeof all, &all), 0);
     std::thread t([&] {
-        Hits h(50);
-        h.expectWorkers = 2;
+        Hits h(50, 2);
         EXPECT_EQ(pvx_Pel_execute(box.pel, &kHitIndexed, &h, 50), PVX_OK);
         cpu_set_t now;
         ASSERT_EQ(sched_getaffinity(0, sizeof now, &now), 0);

@@ -10,7 +10,6 @@
 #include <cstdio>
 #include <cstring>
 #include <cctype>
-#include <functional>
 #include <limits>
 #include <string>
 
@@ -148,12 +147,16 @@ TEST(RawDouble, SqrtSpecialValues) {
 
 // ---- error against the C library ----------------------------------------------
 
+enum class Fn { Exp2, Log2, Sqrt, Hypot };
+
+// Arguments drawn uniformly from [lo, hi], or (`exponents`) with a uniform
+// mantissa and an exponent in [lo, hi], subnormal below -1022; hypot draws
+// both arguments so, the second with a random sign in the exponent case.
 struct Sweep {
     const char *name;
-    // Draws an argument pair (the second is used by hypot only).
-    std::function<void(std::mt19937_64 &, double *, double *)> draw;
-    std::function<double(double, double)> ours;
-    std::function<double(double, double)> libc;
+    Fn fn;
+    bool exponents;
+    double lo, hi;
     uint64_t bound;  // ULPs; the measured worst case with some room
 };
 
@@ -161,65 +164,50 @@ double uniform(std::mt19937_64 &rng, double lo, double hi) {
     return lo + (hi - lo) * (static_cast<double>(rng() >> 11) * 0x1p-53);
 }
 
-// A positive double with a mantissa drawn uniformly and an exponent in
-// [lo, hi], subnormal below -1022.
-double scaled(std::mt19937_64 &rng, int lo, int hi) {
-    int e = lo + static_cast<int>(rng() % static_cast<uint64_t>(hi - lo + 1));
-    return std::ldexp(uniform(rng, 1.0, 2.0), e);
+double draw(std::mt19937_64 &rng, const Sweep &s) {
+    if (!s.exponents) return uniform(rng, s.lo, s.hi);
+    const int lo = static_cast<int>(s.lo), hi = static_cast<int>(s.hi);
+    const int e = lo + static_cast<int>(rng() % static_cast<uint64_t>(hi - lo + 1));
+    const double v = std::ldexp(uniform(rng, 1.0, 2.0), e);
+    return s.fn == Fn::Hypot && (rng() & 1) ? -v : v;
 }
 
-double ourExp2(double x, double) { return pvx_RawDouble_exp2(x); }
-double ourLog2(double x, double) { return pvx_RawDouble_log2(x); }
-double ourSqrt(double x, double) { return pvx_RawDouble_sqrt(x); }
-double ourHypot(double x, double y) { return pvx_RawDouble_hypot(x, y); }
-double libExp2(double x, double) { return std::exp2(x); }
-double libLog2(double x, double) { return std::log2(x); }
-double libSqrt(double x, double) { return std::sqrt(x); }
-double libHypot(double x, double y) { return std::hypot(x, y); }
+double ours(Fn fn, double x, double y) {
+    switch (fn) {
+    case Fn::Exp2: return pvx_RawDouble_exp2(x);
+    case Fn::Log2: return pvx_RawDouble_log2(x);
+    case Fn::Sqrt: return pvx_RawDouble_sqrt(x);
+    default: return pvx_RawDouble_hypot(x, y);
+    }
+}
+
+double libc(Fn fn, double x, double y) {
+    switch (fn) {
+    case Fn::Exp2: return std::exp2(x);
+    case Fn::Log2: return std::log2(x);
+    case Fn::Sqrt: return std::sqrt(x);
+    default: return std::hypot(x, y);
+    }
+}
 
 class RawDoubleError : public ::testing::TestWithParam<int> {};
 
 const Sweep kSweeps[] = {
-    {"exp2 x in [-1, 1]", [](std::mt19937_64 &r, double *x, double *) { *x = uniform(r, -1, 1); }, ourExp2,
-     libExp2, 4},
-    {"exp2 normal results", [](std::mt19937_64 &r, double *x, double *) { *x = uniform(r, -1022, 1024); },
-     ourExp2, libExp2, 4},
-    {"exp2 subnormal results", [](std::mt19937_64 &r, double *x, double *) { *x = uniform(r, -1075, -1022); },
-     ourExp2, libExp2, 3},
-    {"log2 v in [0.5, 2]", [](std::mt19937_64 &r, double *x, double *) { *x = uniform(r, 0.5, 2); }, ourLog2,
-     libLog2, 4},
-    {"log2 v near 1", [](std::mt19937_64 &r, double *x, double *) { *x = uniform(r, 0.999, 1.001); }, ourLog2,
-     libLog2, 4},
-    {"log2 all normals", [](std::mt19937_64 &r, double *x, double *) { *x = scaled(r, -1022, 1023); }, ourLog2,
-     libLog2, 3},
-    {"log2 subnormals", [](std::mt19937_64 &r, double *x, double *) { *x = scaled(r, -1074, -1023); }, ourLog2,
-     libLog2, 2},
-    {"sqrt v in [2^-8, 2^8]", [](std::mt19937_64 &r, double *x, double *) { *x = scaled(r, -8, 7); }, ourSqrt,
-     libSqrt, 6},
-    {"sqrt v in [2^-64, 2^64]", [](std::mt19937_64 &r, double *x, double *) { *x = scaled(r, -64, 63); },
-     ourSqrt, libSqrt, 24},
+    {"exp2 x in [-1, 1]", Fn::Exp2, false, -1, 1, 4},
+    {"exp2 normal results", Fn::Exp2, false, -1022, 1024, 4},
+    {"exp2 subnormal results", Fn::Exp2, false, -1075, -1022, 3},
+    {"log2 v in [0.5, 2]", Fn::Log2, false, 0.5, 2, 4},
+    {"log2 v near 1", Fn::Log2, false, 0.999, 1.001, 4},
+    {"log2 all normals", Fn::Log2, true, -1022, 1023, 3},
+    {"log2 subnormals", Fn::Log2, true, -1074, -1023, 2},
+    {"sqrt v in [2^-8, 2^8]", Fn::Sqrt, true, -8, 7, 6},
+    {"sqrt v in [2^-64, 2^64]", Fn::Sqrt, true, -64, 63, 24},
     // log2's absolute error grows with the exponent and exp2 turns it into
     // relative error: about 180 ulp at the ends of the range.
-    {"sqrt all normals", [](std::mt19937_64 &r, double *x, double *) { *x = scaled(r, -1022, 1023); }, ourSqrt,
-     libSqrt, 256},
-    {"hypot pixel range",
-     [](std::mt19937_64 &r, double *x, double *y) {
-         *x = uniform(r, -8192, 8192);
-         *y = uniform(r, -8192, 8192);
-     },
-     ourHypot, libHypot, 8},
-    {"hypot unit range",
-     [](std::mt19937_64 &r, double *x, double *y) {
-         *x = uniform(r, -2, 2);
-         *y = uniform(r, -2, 2);
-     },
-     ourHypot, libHypot, 8},
-    {"hypot wide magnitudes",
-     [](std::mt19937_64 &r, double *x, double *y) {
-         *x = scaled(r, -1000, 1000) * (r() & 1 ? -1 : 1);
-         *y = scaled(r, -1000, 1000) * (r() & 1 ? -1 : 1);
-     },
-     ourHypot, libHypot, 8},
+    {"sqrt all normals", Fn::Sqrt, true, -1022, 1023, 256},
+    {"hypot pixel range", Fn::Hypot, false, -8192, 8192, 8},
+    {"hypot unit range", Fn::Hypot, false, -2, 2, 8},
+    {"hypot wide magnitudes", Fn::Hypot, true, -1000, 1000, 8},
 };
 
 TEST_P(RawDoubleError, WithinBoundOfLibrary) {
@@ -230,9 +218,9 @@ TEST_P(RawDoubleError, WithinBoundOfLibrary) {
     double worstX = 0, worstY = 0;
     double sum = 0;
     for (int i = 0; i < n; ++i) {
-        double x = 0, y = 0;
-        s.draw(rng, &x, &y);
-        uint64_t d = ulpDistance(s.ours(x, y), s.libc(x, y));
+        const double x = draw(rng, s);
+        const double y = s.fn == Fn::Hypot ? draw(rng, s) : 0.0;
+        const uint64_t d = ulpDistance(ours(s.fn, x, y), libc(s.fn, x, y));
         sum += static_cast<double>(d);
         if (d > worst) {
             worst = d;

@@ -1,17 +1,22 @@
 // Helpers shared by the thread-layer tests: a heap over guarded memory, a
-// clock, and bounded waits so that no test can hang.
+// pool in guarded memory, a clock, and bounded waits so that no test can hang.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <stdint.h>
 
 #include <chrono>
 #include <functional>
+#include <new>
 #include <thread>
 
 #include "runtime/pvx_heap2.h"
+#include "runtime/pvx_pel.h"
 #include "tests/support/guarded_buffer.h"
 
 namespace pvx_thread_test {
+
+using Clock = std::chrono::steady_clock;
 
 // An environment whose heap lies in guarded memory.
 struct TestHeap {
@@ -58,5 +63,30 @@ inline double slack() {
     return 1.0;
 #endif
 }
+
+// A pool record in guarded memory over a guarded heap; destructing it must
+// give every block back.
+struct PoolBox {
+    PoolBox() : mem(sizeof(pvx_Pel)) {
+        pel = new (mem.data()) pvx_Pel;
+        EXPECT_EQ(pvx_construct_Pel(pel, &heap.env), PVX_OK);
+    }
+    ~PoolBox() {
+        EXPECT_EQ(pvx_destruct_Pel(pel), PVX_OK);
+        EXPECT_EQ(heap.used(), 0u);
+    }
+    pvx_Result init(int32_t workers, int32_t callerParticipates = 1, int32_t timeoutMs = 10000, uint32_t mask = 0) {
+        pvx_PelParams p;
+        pvx_Pel_resetParams(&p);
+        p.numWorkers = workers;
+        p.callerParticipates = callerParticipates;
+        p.waitTimeoutMs = timeoutMs;
+        p.affinityMask = mask;
+        return pvx_Pel_init(pel, &p);
+    }
+    TestHeap heap;
+    pvx_test::GuardedBuffer mem;
+    pvx_Pel *pel;
+};
 
 }  // namespace pvx_thread_test
