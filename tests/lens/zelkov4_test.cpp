@@ -297,8 +297,6 @@ TEST(Zelkov4, HostileArgumentsDoNotCrash) {
         sink = pvx_Zelkov4DistortionCorrection_getinv(l, a);
         (void)sink;
     }
-    EXPECT_EQ(pvx_Zelkov4DistortionCorrection_getf(l, inf), model.fwd()[2047]);
-    EXPECT_EQ(pvx_Zelkov4DistortionCorrection_getinv(l, 1.0e30f), model.inv()[2047]);
     EXPECT_TRUE(std::isnan(pvx_Zelkov4DistortionCorrection_getf(l, nan)));
     // A small negative radius stays on the first segment (truncation to 0).
     const float *fwd = model.fwd();
