@@ -362,9 +362,6 @@ TEST(ImagePartialCopy, OverlappingMoveWithinOneImage) {
     }
 }
 
-}  // namespace
-
-namespace {
 
 // Records describing more than the address space are refused where
 // ptrdiff_t is 32 bits, before any byte is touched.

@@ -16,7 +16,15 @@ using pvx_image_test::TestHeap;
 // Heap bytes of a block for an n-byte request: header of 8, multiples of 16.
 uint32_t blockBytes(int64_t n) { return static_cast<uint32_t>(n + 8 <= 16 ? 16 : (n + 8 + 15) / 16 * 16); }
 
-TEST(ImageRecord, ConstructAndDestruct) {
+// A record constructed over a guarded heap.
+class ImageRecord : public ::testing::Test {
+protected:
+    ImageRecord() { pvx_construct_Image(&img, heap.env()); }
+    TestHeap heap;
+    pvx_Image img;
+};
+
+TEST(ImageRecordConstruct, ConstructAndDestruct) {
     pvx_Env env;
     memset(&env, 0, sizeof(env));
     pvx_Image img;
@@ -31,10 +39,7 @@ TEST(ImageRecord, ConstructAndDestruct) {
     EXPECT_EQ(img.env, nullptr);
 }
 
-TEST(ImageRecord, OwnedMemoryLayoutAndHeapUse) {
-    TestHeap heap;
-    pvx_Image img;
-    pvx_construct_Image(&img, heap.env());
+TEST_F(ImageRecord, OwnedMemoryLayoutAndHeapUse) {
     ASSERT_EQ(pvx_Image_init(&img, 321, 241, nullptr, PVX_FORMAT_YUV420_PLANAR), PVX_OK);
     EXPECT_TRUE(recordIs(img, 321, 241, 26, false));
     // Planes one after another in one block.
@@ -56,10 +61,7 @@ TEST(ImageRecord, OwnedMemoryLayoutAndHeapUse) {
     heap.check();
 }
 
-TEST(ImageRecord, ZeroSizeOwnsNothing) {
-    TestHeap heap;
-    pvx_Image img;
-    pvx_construct_Image(&img, heap.env());
+TEST_F(ImageRecord, ZeroSizeOwnsNothing) {
     ASSERT_EQ(pvx_Image_init(&img, 0, 0, nullptr, PVX_FORMAT_RGB888), PVX_OK);
     EXPECT_EQ(img.dat[0], nullptr);
     EXPECT_EQ(heap.used(), 0u);
@@ -79,10 +81,7 @@ TEST(ImageRecord, ZeroSizeOwnsNothing) {
     heap.check();
 }
 
-TEST(ImageRecord, SameByteSizeKeepsBlockOtherSizeReallocates) {
-    TestHeap heap;
-    pvx_Image img;
-    pvx_construct_Image(&img, heap.env());
+TEST_F(ImageRecord, SameByteSizeKeepsBlockOtherSizeReallocates) {
     ASSERT_EQ(pvx_Image_init(&img, 64, 48, nullptr, PVX_FORMAT_RGB888), PVX_OK);
     uint8_t *const block = img.dat[0];
     const uint32_t used = heap.used();
@@ -123,7 +122,7 @@ TEST(ImageRecord, SameByteSizeKeepsBlockOtherSizeReallocates) {
     heap.check();
 }
 
-TEST(ImageRecord, AllocationFailureReleasesOldBlock) {
+TEST(ImageRecordSmallHeap, AllocationFailureReleasesOldBlock) {
     TestHeap heap(64 * 1024);
     pvx_Image img;
     pvx_construct_Image(&img, heap.env());
@@ -149,10 +148,7 @@ TEST(ImageRecord, AllocationFailureReleasesOldBlock) {
     EXPECT_EQ(pvx_Image_init(&bare, 0, 4, nullptr, PVX_FORMAT_UINT8), PVX_OK);
 }
 
-TEST(ImageRecord, InvalidArgumentsLeaveRecordUnchanged) {
-    TestHeap heap;
-    pvx_Image img;
-    pvx_construct_Image(&img, heap.env());
+TEST_F(ImageRecord, InvalidArgumentsLeaveRecordUnchanged) {
     ASSERT_EQ(pvx_Image_init(&img, 8, 8, nullptr, PVX_FORMAT_UINT8), PVX_OK);
     const pvx_Image before = img;
     uint8_t pixels[64];
@@ -171,10 +167,7 @@ TEST(ImageRecord, InvalidArgumentsLeaveRecordUnchanged) {
     EXPECT_EQ(heap.used(), 0u);
 }
 
-TEST(ImageRecord, ExternalPlanes) {
-    TestHeap heap;
-    pvx_Image img;
-    pvx_construct_Image(&img, heap.env());
+TEST_F(ImageRecord, ExternalPlanes) {
     ASSERT_EQ(pvx_Image_init(&img, 32, 32, nullptr, PVX_FORMAT_YUV420_PLANAR), PVX_OK);
     EXPECT_GT(heap.used(), 0u);
 

@@ -330,9 +330,6 @@ TEST(PlaneView, Refusals) {
     EXPECT_EQ(pvx_Image_initSubImageU(&sub, nullptr, 0, 0, 2, 2), PVX_ERROR_PARAM);
 }
 
-}  // namespace
-
-namespace {
 
 // Offsets that no real plane can reach are refused where ptrdiff_t is 32
 // bits, instead of overflowing.
