@@ -35,6 +35,7 @@
 #include <string.h>
 
 #include "image/pvx_image.h"
+#include "render/pvx_draw_span.h"
 #include "render/pvx_renderer2.h"
 #include "runtime/pvx_convert.h"
 #include "runtime/pvx_result.h"
@@ -153,15 +154,6 @@ struct LayoutUyvy {
     static bool accepts(int32_t f) { return f == PVX_FORMAT_YUV422_UYVY || f == PVX_FORMAT_YUV422_VYUY; }
 };
 
-// Source planes: luma of w x h pixels, chroma of cw x ch samples.
-struct SrcPlanes {
-    const uint8_t *y;
-    const uint8_t *c0;
-    const uint8_t *c1;
-    ptrdiff_t yPitch, c0Pitch, c1Pitch;
-    int32_t w, h, cw, ch;
-};
-
 struct DstPlanes {
     uint8_t *y;
     uint8_t *c0;
@@ -249,21 +241,8 @@ inline void nearest(uint8_t *d, const uint8_t *base, ptrdiff_t pitch, int32_t w,
 }
 
 // ---------------------------------------------------------------------------
-// Span: one row pair of a cell, from its first drawn pixel, in plain values.
-
-struct SpanArgs {
-    uint8_t *dy0, *dy1;     // luma rows y and y+1 at column 0; null: row not written
-    uint8_t *dc00, *dc01;   // chroma of row y (4:2:0: of the pair), channels 0 and 1, column 0; null: none
-    uint8_t *dc10, *dc11;   // chroma of row y+1 (4:2:2 layouts)
-    int32_t dx;             // destination x of the first pixel
-    int32_t n;              // pixels, at least 1
-    int32_t sx, sy;         // Q15 source position of the first pixel on row y
-    int32_t ux, uy;         // Q15 steps per pixel (unrotated: uy is 0)
-    int32_t hx, hy;         // Q15 offset of row y+1 from row y
-    int32_t cox, coy;       // chroma centring offsets (high-quality and nearest chroma)
-    const int32_t *off16;   // unrotated: offsets i*step of a 16-pixel group, in 1/16 pixel
-    const SrcPlanes *src;
-};
+// Span: one row pair of a cell, from its first drawn pixel, in plain values
+// (SpanArgs, in render/pvx_draw_span.h).
 
 // Luma (all channels) of one pixel from its Q15 position.
 template <class L, int Mode, bool Clamp, bool Round>
@@ -421,6 +400,17 @@ void spanNoRot(const SpanArgs &a) {
             }
         }
     }
+}
+
+// The rest of an unrotated span from pixel k (a multiple of 16, where a
+// group starts): the group positions stay those of the whole span, as the
+// sums wrap alike.
+inline SpanArgs spanFrom(const SpanArgs &a, int32_t k) {
+    SpanArgs b = a;
+    b.dx = a.dx + k;
+    b.n = a.n - k;
+    b.sx = wadd(a.sx, wmul(k, a.ux));
+    return b;
 }
 
 // ---------------------------------------------------------------------------
@@ -735,6 +725,11 @@ pvx_Result drawCell(const pvx_Renderer2_DrawArg *arg) {
         a.cox = ((ux >> 1) + 0x4000) >> 11;
         a.coy = (c.dsy0 >> 2) + 0x4000;
     }
+    // The vector twin of the unchecked span, chosen once per cell.
+    SpanTwin twin = nullptr;
+    if constexpr (K == kNoRot && Mode == kBilinear && L::kChroma == kChroma420) {
+        if (const SpanTwins *t = bestSpanTwins()) twin = L::kPlanes == kTwoPlanes ? t->noRotSemiplanar : t->noRotPlanar;
+    }
     for (int64_t p = c.pBegin; p < c.pEnd; ++p) {
         const int32_t sx = wadd(c.tlx, wmul(p, c.dsx0)), sy = wadd(c.tly, wmul(p, c.dsy0));
         if constexpr (K == kGeneral) {
@@ -764,7 +759,8 @@ pvx_Result drawCell(const pvx_Renderer2_DrawArg *arg) {
         a.uy = uy;
         if constexpr (K == kNoRot) {
             if (noRotSpanInside<L, Mode>(a)) {
-                spanNoRot<L, Mode, false>(a);
+                const int32_t done = twin != nullptr ? twin(a) : 0;
+                if (done < a.n) spanNoRot<L, Mode, false>(done == 0 ? a : spanFrom(a, done));
             } else {
                 spanNoRot<L, Mode, true>(a);
             }
