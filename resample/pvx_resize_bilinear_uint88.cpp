@@ -6,7 +6,7 @@
 #include "resample/pvx_resize_internal.h"
 
 void pvx_ImageProc2_Uint88_resampleRow(void *line, const uint8_t *src, int32_t sw, int32_t dw, int64_t x0,
-                                       int64_t step, int32_t /*safe*/) {
+                                       int64_t step, int32_t /*safe*/, const pvx_ResizeTwins * /*twins*/) {
     uint16_t *out = static_cast<uint16_t *>(line);
     const int64_t last = sw - 1;
     int64_t x = x0 >= 32768 ? (x0 >> 15) * 32768 : 0;
@@ -31,12 +31,14 @@ void pvx_ImageProc2_Uint88_resampleRow(void *line, const uint8_t *src, int32_t s
     }
 }
 
-void pvx_ImageProc2_Uint88_blendRows(uint8_t *dst, const void *upper, const void *lower, int32_t dw, int32_t f) {
+void pvx_ImageProc2_Uint88_blendRows(uint8_t *dst, const void *upper, const void *lower, int32_t dw, int32_t f,
+                                     const pvx_ResizeTwins *twins) {
     const uint16_t *a = static_cast<const uint16_t *>(upper);
     const uint16_t *b = static_cast<const uint16_t *>(lower);
     const uint32_t w = static_cast<uint32_t>(f + 1) >> 1;
     const int64_t bytes = 2 * static_cast<int64_t>(dw);
-    for (int64_t j = 0; j < bytes; ++j) {
+    int64_t j = twins != nullptr && twins->blend88 != nullptr ? twins->blend88(dst, a, b, bytes, w) : 0;
+    for (; j < bytes; ++j) {
         const uint32_t v = (((a[j] * (16384 - w)) >> 15) + ((b[j] * w) >> 15) + 8) >> 4;
         dst[j] = static_cast<uint8_t>(v > 255 ? 255 : v);
     }

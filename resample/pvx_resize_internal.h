@@ -6,7 +6,8 @@
 // vector version of a row function can replace the scalar one without
 // touching the band logic. The scalar row functions follow the vector
 // arithmetic exactly (8-output groups with 7-bit weights where the member
-// has them), so both forms give the same bytes.
+// has them), so both forms give the same bytes; the vector forms are the
+// twins of pvx_resize_twins.h, picked per band.
 #pragma once
 
 #include <stddef.h>
@@ -14,16 +15,19 @@
 
 #include "image/pvx_image.h"
 #include "resample/pvx_imageproc2.h"
+#include "resample/pvx_resize_twins.h"
 #include "runtime/pvx_pel.h"
 #include "runtime/pvx_result.h"
 
 // Horizontal resampler: one source row (`sw` pixels) into a line of `dw`
 // intermediate samples. Positions are Q15: output j samples x0 + j * step.
+// `twins` (may be null) are the vector inner loops to use.
 typedef void (*pvx_ResizeRowFn)(void *line, const uint8_t *src, int32_t sw, int32_t dw, int64_t x0,
-                                int64_t step, int32_t safe);
+                                int64_t step, int32_t safe, const pvx_ResizeTwins *twins);
 // Vertical blend of two intermediate lines into a destination row of `dw`
 // pixels; `f` is the Q15 fraction (0 .. 32767) of the row position.
-typedef void (*pvx_ResizeBlendFn)(uint8_t *dst, const void *upper, const void *lower, int32_t dw, int32_t f);
+typedef void (*pvx_ResizeBlendFn)(uint8_t *dst, const void *upper, const void *lower, int32_t dw, int32_t f,
+                                  const pvx_ResizeTwins *twins);
 // 2:1 box shrink of the source row pair (row0, row1) into `dw` pixels.
 typedef void (*pvx_ResizeHalfRowFn)(uint8_t *dst, const uint8_t *row0, const uint8_t *row1, int32_t sw,
                                     int32_t dw);
@@ -110,30 +114,35 @@ inline int64_t pvx_ImageProc2_rowPosition(int32_t y, int32_t sh, int32_t dh) {
 
 // Row functions of the members.
 void pvx_ImageProc2_Uint8_resampleRow(void *line, const uint8_t *src, int32_t sw, int32_t dw, int64_t x0,
-                                      int64_t step, int32_t safe);
-void pvx_ImageProc2_Uint8_blendRows(uint8_t *dst, const void *upper, const void *lower, int32_t dw, int32_t f);
+                                      int64_t step, int32_t safe, const pvx_ResizeTwins *twins);
+void pvx_ImageProc2_Uint8_blendRows(uint8_t *dst, const void *upper, const void *lower, int32_t dw, int32_t f,
+                                     const pvx_ResizeTwins *twins);
 void pvx_ImageProc2_Uint8_shrinkRow(uint8_t *dst, const uint8_t *row0, const uint8_t *row1, int32_t sw, int32_t dw);
 
 void pvx_ImageProc2_Uint16_resampleRow(void *line, const uint8_t *src, int32_t sw, int32_t dw, int64_t x0,
-                                       int64_t step, int32_t safe);
-void pvx_ImageProc2_Uint16_blendRows(uint8_t *dst, const void *upper, const void *lower, int32_t dw, int32_t f);
+                                       int64_t step, int32_t safe, const pvx_ResizeTwins *twins);
+void pvx_ImageProc2_Uint16_blendRows(uint8_t *dst, const void *upper, const void *lower, int32_t dw, int32_t f,
+                                     const pvx_ResizeTwins *twins);
 void pvx_ImageProc2_Uint16_shrinkRow(uint8_t *dst, const uint8_t *row0, const uint8_t *row1, int32_t sw,
                                      int32_t dw);
 
 void pvx_ImageProc2_Int32_resampleRow(void *line, const uint8_t *src, int32_t sw, int32_t dw, int64_t x0,
-                                      int64_t step, int32_t safe);
-void pvx_ImageProc2_Int32_blendRows(uint8_t *dst, const void *upper, const void *lower, int32_t dw, int32_t f);
+                                      int64_t step, int32_t safe, const pvx_ResizeTwins *twins);
+void pvx_ImageProc2_Int32_blendRows(uint8_t *dst, const void *upper, const void *lower, int32_t dw, int32_t f,
+                                     const pvx_ResizeTwins *twins);
 void pvx_ImageProc2_Int32_shrinkRow(uint8_t *dst, const uint8_t *row0, const uint8_t *row1, int32_t sw, int32_t dw);
 
 void pvx_ImageProc2_Uint88_resampleRow(void *line, const uint8_t *src, int32_t sw, int32_t dw, int64_t x0,
-                                       int64_t step, int32_t safe);
-void pvx_ImageProc2_Uint88_blendRows(uint8_t *dst, const void *upper, const void *lower, int32_t dw, int32_t f);
+                                       int64_t step, int32_t safe, const pvx_ResizeTwins *twins);
+void pvx_ImageProc2_Uint88_blendRows(uint8_t *dst, const void *upper, const void *lower, int32_t dw, int32_t f,
+                                     const pvx_ResizeTwins *twins);
 void pvx_ImageProc2_Uint88_shrinkRow(uint8_t *dst, const uint8_t *row0, const uint8_t *row1, int32_t sw,
                                      int32_t dw);
 
 void pvx_ImageProc2_Rgb888_resampleRow(void *line, const uint8_t *src, int32_t sw, int32_t dw, int64_t x0,
-                                       int64_t step, int32_t safe);
-void pvx_ImageProc2_Rgb888_blendRows(uint8_t *dst, const void *upper, const void *lower, int32_t dw, int32_t f);
+                                       int64_t step, int32_t safe, const pvx_ResizeTwins *twins);
+void pvx_ImageProc2_Rgb888_blendRows(uint8_t *dst, const void *upper, const void *lower, int32_t dw, int32_t f,
+                                     const pvx_ResizeTwins *twins);
 void pvx_ImageProc2_Rgb888_shrinkRow(uint8_t *dst, const uint8_t *row0, const uint8_t *row1, int32_t sw,
                                      int32_t dw);
 
