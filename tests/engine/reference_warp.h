@@ -35,24 +35,30 @@ struct LensSetup {
         return 0.5 * (lo + hi);
     }
 
-    // Source position of output point (x, y) of the correction.
-    void correctionSource(double x, double y, double *sx, double *sy) const {
+    // The source position of an output point (x, y) of the correction, as a
+    // function of (x, y, &sx, &sy); what does not depend on the point is
+    // worked out once.
+    auto correctionSource() const {
         const double diagonal = hypot(inWidth, inHeight);
         const double q = diagonal / hypot(double(crop[2]) - crop[0], double(crop[3]) - crop[1]);
         const double kn = 1 / (q * diagonal * 0.5);
         const double mx = std::min(outCenterX, outWidth - outCenterX);
         const double my = std::min(outCenterY, outHeight - outCenterY);
         const double gmin = std::min(D(1.0), std::min(D(mx * kn), D(my * kn)));
-        const double dx = x - outCenterX, dy = y - outCenterY;
-        const double rho = hypot(dx, dy) * kn * gmin;
-        const double ratio = rho > 0 ? undistort(rho) / rho : 1.0;
-        const double f = 1 - (1 - gmin * ratio) * strength;
-        *sx = q * (inCenterX - crop[0]) + dx * f;
-        *sy = q * (inCenterY - crop[1]) + dy * f;
+        const double bx = q * (inCenterX - crop[0]), by = q * (inCenterY - crop[1]);
+        const LensSetup lens = *this;
+        return [=](double x, double y, double *sx, double *sy) {
+            const double dx = x - lens.outCenterX, dy = y - lens.outCenterY;
+            const double rho = hypot(dx, dy) * kn * gmin;
+            const double ratio = rho > 0 ? lens.undistort(rho) / rho : 1.0;
+            const double f = 1 - (1 - gmin * ratio) * lens.strength;
+            *sx = bx + dx * f;
+            *sy = by + dy * f;
+        };
     }
 
-    // Source position of output point (x, y) of the distortion (the forward model).
-    void distortionSource(double x, double y, double *sx, double *sy) const {
+    // The same for the distortion (the forward model).
+    auto distortionSource() const {
         const double diagonal = hypot(inWidth, inHeight);
         const double scale = diagonal / hypot(double(crop[2]) - crop[0], double(crop[3]) - crop[1]);
         const double g1 = undistort(1.0);
@@ -61,10 +67,14 @@ struct LensSetup {
         const double my = std::min(outCenterY, outHeight - outCenterY);
         auto g = [&](double t) { return t > 0 ? undistort(t) / t : 1.0; };
         const double c = std::min(g(1.0), std::min(g(kn * mx), g(kn * my)));
-        const double dx = x - outCenterX, dy = y - outCenterY;
-        const double m = 1 - (1 - c * D(hypot(dx, dy) * kn * c)) * strength;
-        *sx = scale * (inCenterX - crop[0]) + dx * m;
-        *sy = scale * (inCenterY - crop[1]) + dy * m;
+        const double bx = scale * (inCenterX - crop[0]), by = scale * (inCenterY - crop[1]);
+        const LensSetup lens = *this;
+        return [=](double x, double y, double *sx, double *sy) {
+            const double dx = x - lens.outCenterX, dy = y - lens.outCenterY;
+            const double m = 1 - (1 - c * lens.D(hypot(dx, dy) * kn * c)) * lens.strength;
+            *sx = bx + dx * m;
+            *sy = by + dy * m;
+        };
     }
 };
 
