@@ -40,7 +40,11 @@ struct SpanArgs {
 };
 
 // A twin of a span: draws the first pixels of the span (a multiple of 16)
-// and returns their count; 0 when the span does not suit it.
+// and returns their count; 0 when the span does not suit it. The unrotated
+// twins read no byte outside the scalar span's taps on each row; the
+// general and parallelogram twins read inside the rectangle of columns and
+// rows that bounds the scalar span's taps (inside the source, as the span
+// is unchecked).
 typedef int32_t (*SpanTwin)(const SpanArgs &a);
 
 // The twins of one instruction set; null where it has none.
@@ -48,6 +52,10 @@ struct SpanTwins {
     const char *isa;
     SpanTwin noRotSemiplanar;   // unrotated bilinear span, interleaved 4:2:0 chroma, unchecked
     SpanTwin noRotPlanar;       // unrotated bilinear span, planar 4:2:0 chroma, unchecked
+    SpanTwin generalSemiplanar;    // general (truncating) bilinear span, interleaved chroma, unchecked
+    SpanTwin generalPlanar;
+    SpanTwin parallelSemiplanar;   // parallelogram (rounding) bilinear span, interleaved chroma, unchecked
+    SpanTwin parallelPlanar;
 };
 
 // Twins built in and usable on this processor, best first; returns their
@@ -60,10 +68,18 @@ const SpanTwins *bestSpanTwins();
 #if defined(__x86_64__) || defined(__i386__)
 int32_t spanNoRotSemiplanarSsse3(const SpanArgs &a);
 int32_t spanNoRotPlanarSsse3(const SpanArgs &a);
+int32_t spanGeneralSemiplanarSsse3(const SpanArgs &a);
+int32_t spanGeneralPlanarSsse3(const SpanArgs &a);
+int32_t spanParallelSemiplanarSsse3(const SpanArgs &a);
+int32_t spanParallelPlanarSsse3(const SpanArgs &a);
 #endif
 #if defined(__ARM_NEON)
 int32_t spanNoRotSemiplanarNeon(const SpanArgs &a);
 int32_t spanNoRotPlanarNeon(const SpanArgs &a);
+int32_t spanGeneralSemiplanarNeon(const SpanArgs &a);
+int32_t spanGeneralPlanarNeon(const SpanArgs &a);
+int32_t spanParallelSemiplanarNeon(const SpanArgs &a);
+int32_t spanParallelPlanarNeon(const SpanArgs &a);
 #endif
 
 }  // namespace pvx_draw

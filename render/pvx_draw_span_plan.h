@@ -68,6 +68,90 @@ inline bool planNoRot(const SpanArgs &a, int32_t pairBytes, int32_t chromaReach,
     return true;
 }
 
+// ---------------------------------------------------------------------------
+// General and parallelogram spans: pixel i of a group at Q15 (X0 + i*ux,
+// Y0 + i*uy). With X0 = 2048 * H + l (l < 2048) and ux = 2048 * uh + ul,
+// X >> 11 = H + i*uh + ((l + i*ul) >> 11), where l + i*ul < 32768 for i < 16:
+// 16-bit lanes give the 1/16 positions exactly, relative to X0 >> 15.
+
+// Rows a group may span (lane rows differing by at most this) in the twins.
+constexpr int32_t kMaxRowSpread = 2;
+
+struct LinearPlan {
+    int32_t groups;               // whole 16-pixel groups in the span
+    bool wideLuma;                // a group's luma taps reach past 16 bytes (at most 32)
+    bool shared;                  // row y+1 reads the rows below with row y's weights (hx 0, hy one row)
+    int32_t lumaLo, lumaHi;       // columns bounding the luma taps of the drawn rows
+    bool chroma;                  // chroma is drawn
+    int32_t par;                  // chroma at the group's odd pixels
+    int32_t chromaLo, chromaHi;   // chroma bytes (interleaved) or samples (planar) bounding the taps
+    // i*uh and i*ul of the 16 luma lanes and of the 8 chroma lanes, x and y.
+    int16_t xh[16], xl[16], yh[16], yl[16];
+    int16_t cxh[8], cxl[8], cyh[8], cyl[8];
+};
+
+// Row of lane i relative to the group's first row, from the 1/16 position.
+inline int32_t laneRow16(int32_t y0, int32_t i, int32_t uy) {
+    const int32_t uh = uy >> 11, ul = uy & 2047;
+    return ((y0 >> 11) & 15) + i * uh + (((y0 & 2047) + i * ul) >> 11);
+}
+
+// False when the span does not suit the twin: no whole group, a backward
+// step along x, steps too large for a group's taps to fit the windows.
+inline bool planLinear(const SpanArgs &a, int32_t pairBytes, int32_t chromaReach, LinearPlan *p) {
+    p->groups = a.n >> 4;
+    if (p->groups == 0 || a.ux < 0 || a.ux > 65536 || a.uy < -65536 || a.uy > 65536) return false;
+    if (a.dy0 == nullptr && a.dy1 == nullptr) return false;
+    const int32_t uxh = a.ux >> 11, uxl = a.ux & 2047, uyh = a.uy >> 11, uyl = a.uy & 2047;
+    for (int32_t i = 0; i < 16; ++i) {
+        p->xh[i] = static_cast<int16_t>(i * uxh);
+        p->xl[i] = static_cast<int16_t>(i * uxl);
+        p->yh[i] = static_cast<int16_t>(i * uyh);
+        p->yl[i] = static_cast<int16_t>(i * uyl);
+    }
+    // Largest 1/16 offset of a lane from its group's first column.
+    const int32_t reach16 = 15 + 15 * uxh + ((2047 + 15 * uxl) >> 11);
+    const int32_t lumaReach = (reach16 >> 4) + 1;
+    if (lumaReach > 31) return false;
+    p->wideLuma = lumaReach > 15;
+    p->shared = a.hx == 0 && a.hy == 32768;
+
+    // Column bounds over the drawn rows (the sums fit: the span is inside).
+    const int64_t last = static_cast<int64_t>(a.n - 1) * a.ux;
+    int64_t lo = INT64_MAX, hi = INT64_MIN;
+    if (a.dy0 != nullptr) {
+        lo = a.sx >> 15;
+        hi = ((a.sx + last) >> 15) + 1;
+    }
+    if (a.dy1 != nullptr) {
+        const int64_t x1 = static_cast<int64_t>(a.sx) + a.hx;
+        lo = lo < (x1 >> 15) ? lo : (x1 >> 15);
+        hi = hi > ((x1 + last) >> 15) + 1 ? hi : ((x1 + last) >> 15) + 1;
+    }
+    p->lumaLo = static_cast<int32_t>(lo);
+    p->lumaHi = static_cast<int32_t>(hi);
+
+    p->par = a.dx & 1;
+    const int32_t kc0 = p->par, kc1 = a.n - 1 - ((a.dx + a.n - 1) & 1);
+    p->chroma = a.dc00 != nullptr && kc0 <= kc1;
+    p->chromaLo = p->chromaHi = 0;
+    if (p->chroma) {
+        // Chroma column (X >> 12) >> 4; within a group at most
+        // (16 + reach16) >> 5 columns from X0 >> 16.
+        if (pairBytes * (((16 + reach16) >> 5) + 1) + pairBytes - 1 > chromaReach) return false;
+        p->chromaLo = pairBytes * ((a.sx + static_cast<int64_t>(kc0) * a.ux) >> 16);
+        p->chromaHi = pairBytes * (((a.sx + static_cast<int64_t>(kc1) * a.ux) >> 16) + 1) + pairBytes - 1;
+        for (int32_t j = 0; j < 8; ++j) {
+            const int32_t i = p->par + 2 * j;
+            p->cxh[j] = p->xh[i];
+            p->cxl[j] = p->xl[i];
+            p->cyh[j] = p->yh[i];
+            p->cyl[j] = p->yl[i];
+        }
+    }
+    return true;
+}
+
 // Whether the W bytes at column `base` lie in [lo, hi]; otherwise the twin
 // copies the part that does into a zeroed block (`windowPart`), since the
 // bytes outside are never used by a tap.

@@ -1,4 +1,5 @@
-// SSSE3 twins of the unrotated bilinear span (4:2:0 luma and chroma).
+// SSSE3 twins of the bilinear 4:2:0 spans (luma and chroma): unrotated,
+// general and parallelogram.
 //
 // A 16-pixel group's taps lie within 32 bytes of its first pixel's column,
 // so each source row is loaded as one or two 16-byte windows and the taps
@@ -63,9 +64,8 @@ struct LumaGroup {
     __m128i w0, w1;           // weights (16 - f, f)
 };
 
-inline LumaGroup lumaGroup(__m128i offLo, __m128i offHi, int32_t gf, bool wide) {
-    const __m128i g = _mm_set1_epi16(static_cast<int16_t>(gf));
-    const __m128i tLo = _mm_add_epi16(offLo, g), tHi = _mm_add_epi16(offHi, g);
+// From the 1/16 positions of the 16 pixels relative to 16 * base column.
+inline LumaGroup lumaGroupAt(__m128i tLo, __m128i tHi, bool wide) {
     const __m128i idx = _mm_packus_epi16(_mm_srli_epi16(tLo, 4), _mm_srli_epi16(tHi, 4));
     const __m128i m15 = _mm_set1_epi16(15);
     const __m128i f = _mm_packus_epi16(_mm_and_si128(tLo, m15), _mm_and_si128(tHi, m15));
@@ -82,16 +82,20 @@ inline LumaGroup lumaGroup(__m128i offLo, __m128i offHi, int32_t gf, bool wide) 
     lg.w1 = _mm_unpackhi_epi8(g16, f);
     return lg;
 }
+inline LumaGroup lumaGroup(__m128i offLo, __m128i offHi, int32_t gf, bool wide) {
+    const __m128i g = _mm_set1_epi16(static_cast<int16_t>(gf));
+    return lumaGroupAt(_mm_add_epi16(offLo, g), _mm_add_epi16(offHi, g), wide);
+}
 
 template <bool Wide>
-inline Row16 lumaRow(const uint8_t *row, int32_t base, const NoRotPlan &p, const LumaGroup &lg) {
+inline Row16 lumaRow(const uint8_t *row, int32_t base, int32_t lo, int32_t hi, const LumaGroup &lg) {
     Row16 h;
     if constexpr (Wide) {
-        const Window2 w = window2(row, base, p.lumaLo, p.lumaHi);
+        const Window2 w = window2(row, base, lo, hi);
         h.a = _mm_maddubs_epi16(gather(w, lg.wide0), lg.w0);
         h.b = _mm_maddubs_epi16(gather(w, lg.wide1), lg.w1);
     } else {
-        const __m128i w = window(row, base, p.lumaLo, p.lumaHi);
+        const __m128i w = window(row, base, lo, hi);
         h.a = _mm_maddubs_epi16(_mm_shuffle_epi8(w, lg.pairs0), lg.w0);
         h.b = _mm_maddubs_epi16(_mm_shuffle_epi8(w, lg.pairs1), lg.w1);
     }
@@ -104,13 +108,13 @@ inline void lumaGroupRows(const SpanArgs &a, const NoRotPlan &p, const LumaGroup
     const SrcPlanes &s = *a.src;
     const __m128i wy0 = _mm_set1_epi16(static_cast<int16_t>(16 - p.fy)), wy1 = _mm_set1_epi16(static_cast<int16_t>(p.fy));
     const uint8_t *r1 = s.y + static_cast<ptrdiff_t>(p.r + 1) * s.yPitch;
-    const Row16 h1 = lumaRow<Wide>(r1, base, p, lg);
+    const Row16 h1 = lumaRow<Wide>(r1, base, p.lumaLo, p.lumaHi, lg);
     if (a.dy0 != nullptr) {
-        const Row16 h0 = lumaRow<Wide>(r1 - s.yPitch, base, p, lg);
+        const Row16 h0 = lumaRow<Wide>(r1 - s.yPitch, base, p.lumaLo, p.lumaHi, lg);
         _mm_storeu_si128(reinterpret_cast<__m128i *>(a.dy0 + a.dx + k), vertical(h0.a, h0.b, h1.a, h1.b, wy0, wy1));
     }
     if (a.dy1 != nullptr) {
-        const Row16 h2 = lumaRow<Wide>(r1 + s.yPitch, base, p, lg);
+        const Row16 h2 = lumaRow<Wide>(r1 + s.yPitch, base, p.lumaLo, p.lumaHi, lg);
         _mm_storeu_si128(reinterpret_cast<__m128i *>(a.dy1 + a.dx + k), vertical(h1.a, h1.b, h2.a, h2.b, wy0, wy1));
     }
 }
@@ -199,6 +203,210 @@ int32_t noRotPlanar(const SpanArgs &a, const NoRotPlan &p) {
     return 16 * p.groups;
 }
 
+
+// ---------------------------------------------------------------------------
+// General and parallelogram spans: per-lane positions, rows and weights.
+
+inline __m128i loadLanes(const int16_t *v) { return _mm_loadu_si128(reinterpret_cast<const __m128i *>(v)); }
+
+// 1/16 positions of lanes relative to 16 * (p0 >> 15): H + i*uh + ((l + i*ul) >> 11).
+inline __m128i rel16(__m128i ih, __m128i il, int32_t p0) {
+    const __m128i h = _mm_set1_epi16(static_cast<int16_t>((p0 >> 11) & 15));
+    const __m128i l = _mm_set1_epi16(static_cast<int16_t>(p0 & 2047));
+    return _mm_add_epi16(_mm_add_epi16(h, ih), _mm_srli_epi16(_mm_add_epi16(l, il), 11));
+}
+
+inline __m128i select(__m128i m, __m128i a, __m128i b) {
+    return _mm_or_si128(_mm_and_si128(m, a), _mm_andnot_si128(m, b));
+}
+
+// Per lane, h[from + rr] where rr (0 .. spread) is the lane's row.
+inline __m128i pick(const __m128i *h, __m128i rr, int32_t from, int32_t spread) {
+    __m128i r = h[from];
+    for (int32_t j = 1; j <= spread; ++j)
+        r = select(_mm_cmpgt_epi16(rr, _mm_set1_epi16(static_cast<int16_t>(j - 1))), h[from + j], r);
+    return r;
+}
+
+// ((16 - fy) * top + fy * bottom [+ 128]) >> 8 with per-lane weights.
+template <bool Round>
+inline __m128i verticalLanes(__m128i top, __m128i bottom, __m128i fy) {
+    __m128i v = _mm_add_epi16(_mm_mullo_epi16(top, _mm_sub_epi16(_mm_set1_epi16(16), fy)), _mm_mullo_epi16(bottom, fy));
+    if constexpr (Round) v = _mm_add_epi16(v, _mm_set1_epi16(128));
+    return _mm_srli_epi16(v, 8);
+}
+
+struct LinearVectors {
+    __m128i xh[2], xl[2], yh[2], yl[2], cxh, cxl, cyh, cyl;
+};
+inline LinearVectors linearVectors(const LinearPlan &p) {
+    LinearVectors v;
+    for (int h = 0; h < 2; ++h) {
+        v.xh[h] = loadLanes(p.xh + 8 * h);
+        v.xl[h] = loadLanes(p.xl + 8 * h);
+        v.yh[h] = loadLanes(p.yh + 8 * h);
+        v.yl[h] = loadLanes(p.yl + 8 * h);
+    }
+    v.cxh = loadLanes(p.cxh);
+    v.cxl = loadLanes(p.cxl);
+    v.cyh = loadLanes(p.cyh);
+    v.cyl = loadLanes(p.cyl);
+    return v;
+}
+
+// The luma rows of one set of 16 positions (X0, Y0) + i * (ux, uy).
+struct RowSet {
+    LumaGroup lg;
+    int32_t base;      // column of the windows: X0 >> 15
+    int32_t row;       // first source row of the lanes
+    int32_t spread;    // lane rows are row .. row + spread
+    __m128i rr[2];     // lane rows from `row`
+    __m128i fy[2];
+};
+
+inline bool rowSet(const LinearVectors &v, int32_t x0, int32_t y0, int32_t uy, bool wide, RowSet *s) {
+    const int32_t last = laneRow16(y0, 15, uy) >> 4;   // lane 0 is at row 0
+    const int32_t low = last < 0 ? last : 0;
+    s->spread = last < 0 ? -last : last;
+    if (s->spread > kMaxRowSpread) return false;
+    s->lg = lumaGroupAt(rel16(v.xh[0], v.xl[0], x0), rel16(v.xh[1], v.xl[1], x0), wide);
+    s->base = x0 >> 15;
+    s->row = (y0 >> 15) + low;
+    const __m128i m15 = _mm_set1_epi16(15), lowV = _mm_set1_epi16(static_cast<int16_t>(low));
+    for (int h = 0; h < 2; ++h) {
+        const __m128i q = rel16(v.yh[h], v.yl[h], y0);
+        s->rr[h] = _mm_sub_epi16(_mm_srai_epi16(q, 4), lowV);
+        s->fy[h] = _mm_and_si128(q, m15);
+    }
+    return true;
+}
+
+// Horizontal sums of rows s.row + j for j in [j0, j1].
+template <bool Wide>
+inline void rowSums(const SrcPlanes &src, const RowSet &s, int32_t j0, int32_t j1, int32_t lo, int32_t hi,
+                    __m128i (*h)[2]) {
+    for (int32_t j = j0; j <= j1; ++j) {
+        const Row16 r = lumaRow<Wide>(src.y + static_cast<ptrdiff_t>(s.row + j) * src.yPitch, s.base, lo, hi, s.lg);
+        h[j][0] = r.a;
+        h[j][1] = r.b;
+    }
+}
+
+// 16 luma outputs from the sums, rows from `from` (0: the lanes' own rows; 1: one lower).
+template <bool Round>
+inline void lumaStore(uint8_t *d, __m128i (*h)[2], const RowSet &s, int32_t from) {
+    __m128i out[2];
+    for (int half = 0; half < 2; ++half) {
+        __m128i col[kMaxRowSpread + 3];
+        for (int32_t j = from; j <= from + s.spread + 1; ++j) col[j] = h[j][half];
+        out[half] = verticalLanes<Round>(pick(col, s.rr[half], from, s.spread),
+                                         pick(col, s.rr[half], from + 1, s.spread), s.fy[half]);
+    }
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(d), _mm_packus_epi16(out[0], out[1]));
+}
+
+// Chroma of a group's 8 chroma pixels: taps from X0 >> 16, rows from `row`.
+struct ChromaSet {
+    __m128i idx, f;    // sample index and weight per chroma pixel (bytes 0..7)
+    int32_t base;      // chroma column X0 >> 16
+    int32_t row, spread;
+    __m128i rr, fy;    // per chroma pixel (16-bit lanes)
+};
+
+inline bool chromaSet(const LinearVectors &v, const LinearPlan &p, int32_t x0, int32_t y0, int32_t uy, ChromaSet *c) {
+    const int32_t odd = 16 * ((y0 >> 15) & 1);
+    const int32_t first = ((odd + laneRow16(y0, p.par, uy)) >> 1) >> 4;
+    const int32_t last = ((odd + laneRow16(y0, p.par + 14, uy)) >> 1) >> 4;
+    const int32_t low = first < last ? first : last;
+    c->spread = first < last ? last - first : first - last;
+    if (c->spread > kMaxRowSpread) return false;
+    const __m128i cx = _mm_srli_epi16(_mm_add_epi16(rel16(v.cxh, v.cxl, x0), _mm_set1_epi16(static_cast<int16_t>(16 * ((x0 >> 15) & 1)))), 1);
+    c->idx = _mm_packus_epi16(_mm_srli_epi16(cx, 4), _mm_setzero_si128());
+    c->f = _mm_packus_epi16(_mm_and_si128(cx, _mm_set1_epi16(15)), _mm_setzero_si128());
+    c->base = x0 >> 16;
+    const __m128i cy = _mm_srai_epi16(_mm_add_epi16(rel16(v.cyh, v.cyl, y0), _mm_set1_epi16(static_cast<int16_t>(odd))), 1);
+    c->row = (y0 >> 16) + low;
+    c->rr = _mm_sub_epi16(_mm_srai_epi16(cy, 4), _mm_set1_epi16(static_cast<int16_t>(low)));
+    c->fy = _mm_and_si128(cy, _mm_set1_epi16(15));
+    return true;
+}
+
+template <bool Wide, bool Round, bool Planar>
+int32_t linearSpan(const SpanArgs &a, const LinearPlan &p) {
+    const SrcPlanes &s = *a.src;
+    const LinearVectors v = linearVectors(p);
+    __m128i h[kMaxRowSpread + 3][2];
+    for (int32_t g = 0; g < p.groups; ++g) {
+        const int32_t k = 16 * g;
+        const int32_t x0 = twinAdd(a.sx, twinMul(k, a.ux)), y0 = twinAdd(a.sy, twinMul(k, a.uy));
+        RowSet r0{}, r1{};
+        ChromaSet c{};
+        if (!rowSet(v, x0, y0, a.uy, Wide, &r0)) return k;
+        if (!p.shared && a.dy1 != nullptr && !rowSet(v, twinAdd(x0, a.hx), twinAdd(y0, a.hy), a.uy, Wide, &r1)) return k;
+        if (p.chroma && !chromaSet(v, p, x0, y0, a.uy, &c)) return k;
+        uint8_t *d0 = a.dy0 != nullptr ? a.dy0 + a.dx + k : nullptr;
+        uint8_t *d1 = a.dy1 != nullptr ? a.dy1 + a.dx + k : nullptr;
+        if (p.shared) {
+            // Row y+1 reads the rows below with the same weights.
+            rowSums<Wide>(s, r0, d0 != nullptr ? 0 : 1, r0.spread + (d1 != nullptr ? 2 : 1), p.lumaLo, p.lumaHi, h);
+            if (d0 != nullptr) lumaStore<Round>(d0, h, r0, 0);
+            if (d1 != nullptr) lumaStore<Round>(d1, h, r0, 1);
+        } else {
+            if (d0 != nullptr) {
+                rowSums<Wide>(s, r0, 0, r0.spread + 1, p.lumaLo, p.lumaHi, h);
+                lumaStore<Round>(d0, h, r0, 0);
+            }
+            if (d1 != nullptr) {
+                rowSums<Wide>(s, r1, 0, r1.spread + 1, p.lumaLo, p.lumaHi, h);
+                lumaStore<Round>(d1, h, r1, 0);
+            }
+        }
+        if (!p.chroma) continue;
+        const ptrdiff_t co = (a.dx + k + p.par) >> 1;
+        if constexpr (Planar) {
+            const __m128i m = _mm_unpacklo_epi8(c.idx, _mm_add_epi8(c.idx, _mm_set1_epi8(1)));
+            const __m128i w = _mm_unpacklo_epi8(_mm_sub_epi8(_mm_set1_epi8(16), c.f), c.f);
+            __m128i u[kMaxRowSpread + 2], vv[kMaxRowSpread + 2];
+            for (int32_t j = 0; j <= c.spread + 1; ++j) {
+                const ptrdiff_t rj = c.row + j;
+                u[j] = _mm_maddubs_epi16(_mm_shuffle_epi8(window(s.c0 + rj * s.c0Pitch, c.base, p.chromaLo, p.chromaHi), m), w);
+                vv[j] = _mm_maddubs_epi16(_mm_shuffle_epi8(window(s.c1 + rj * s.c1Pitch, c.base, p.chromaLo, p.chromaHi), m), w);
+            }
+            const __m128i ou = verticalLanes<Round>(pick(u, c.rr, 0, c.spread), pick(u, c.rr, 1, c.spread), c.fy);
+            const __m128i ov = verticalLanes<Round>(pick(vv, c.rr, 0, c.spread), pick(vv, c.rr, 1, c.spread), c.fy);
+            const __m128i out = _mm_packus_epi16(ou, ov);
+            _mm_storel_epi64(reinterpret_cast<__m128i *>(a.dc00 + co), out);
+            _mm_storel_epi64(reinterpret_cast<__m128i *>(a.dc01 + co), _mm_unpackhi_epi64(out, out));
+        } else {
+            // Output byte b is channel b & 1 of chroma pixel b >> 1.
+            const __m128i idx2 = _mm_unpacklo_epi8(c.idx, c.idx);
+            const __m128i t0 = _mm_add_epi8(_mm_add_epi8(idx2, idx2), _mm_set1_epi16(0x0100));
+            const __m128i t1 = _mm_add_epi8(t0, _mm_set1_epi8(2));
+            const Mask2 m0 = split(_mm_unpacklo_epi8(t0, t1)), m1 = split(_mm_unpackhi_epi8(t0, t1));
+            const __m128i f2 = _mm_unpacklo_epi8(c.f, c.f), g2 = _mm_sub_epi8(_mm_set1_epi8(16), f2);
+            const __m128i w0 = _mm_unpacklo_epi8(g2, f2), w1 = _mm_unpackhi_epi8(g2, f2);
+            __m128i lo[kMaxRowSpread + 2], hi[kMaxRowSpread + 2];
+            for (int32_t j = 0; j <= c.spread + 1; ++j) {
+                const Window2 win = window2(s.c0 + static_cast<ptrdiff_t>(c.row + j) * s.c0Pitch, 2 * c.base, p.chromaLo, p.chromaHi);
+                lo[j] = _mm_maddubs_epi16(gather(win, m0), w0);
+                hi[j] = _mm_maddubs_epi16(gather(win, m1), w1);
+            }
+            const __m128i rrLo = _mm_unpacklo_epi16(c.rr, c.rr), rrHi = _mm_unpackhi_epi16(c.rr, c.rr);
+            const __m128i fyLo = _mm_unpacklo_epi16(c.fy, c.fy), fyHi = _mm_unpackhi_epi16(c.fy, c.fy);
+            const __m128i oLo = verticalLanes<Round>(pick(lo, rrLo, 0, c.spread), pick(lo, rrLo, 1, c.spread), fyLo);
+            const __m128i oHi = verticalLanes<Round>(pick(hi, rrHi, 0, c.spread), pick(hi, rrHi, 1, c.spread), fyHi);
+            _mm_storeu_si128(reinterpret_cast<__m128i *>(a.dc00 + 2 * co), _mm_packus_epi16(oLo, oHi));
+        }
+    }
+    return 16 * p.groups;
+}
+
+template <bool Round, bool Planar>
+int32_t linearTwin(const SpanArgs &a) {
+    LinearPlan p;
+    if (!planLinear(a, Planar ? 1 : 2, Planar ? 15 : 31, &p)) return 0;
+    return p.wideLuma ? linearSpan<true, Round, Planar>(a, p) : linearSpan<false, Round, Planar>(a, p);
+}
 }  // namespace
 
 int32_t spanNoRotSemiplanarSsse3(const SpanArgs &a) {
@@ -212,6 +420,11 @@ int32_t spanNoRotPlanarSsse3(const SpanArgs &a) {
     if (!planNoRot(a, 1, 15, &p)) return 0;
     return p.wideLuma ? noRotPlanar<true>(a, p) : noRotPlanar<false>(a, p);
 }
+
+int32_t spanGeneralSemiplanarSsse3(const SpanArgs &a) { return linearTwin<false, false>(a); }
+int32_t spanGeneralPlanarSsse3(const SpanArgs &a) { return linearTwin<false, true>(a); }
+int32_t spanParallelSemiplanarSsse3(const SpanArgs &a) { return linearTwin<true, false>(a); }
+int32_t spanParallelPlanarSsse3(const SpanArgs &a) { return linearTwin<true, true>(a); }
 
 }  // namespace pvx_draw
 

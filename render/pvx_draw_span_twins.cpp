@@ -8,7 +8,13 @@ namespace pvx_draw {
 namespace {
 
 #if defined(__x86_64__) || defined(__i386__)
-const SpanTwins kSsse3 = {"ssse3", spanNoRotSemiplanarSsse3, spanNoRotPlanarSsse3};
+const SpanTwins kSsse3 = {"ssse3",
+                          spanNoRotSemiplanarSsse3,
+                          spanNoRotPlanarSsse3,
+                          spanGeneralSemiplanarSsse3,
+                          spanGeneralPlanarSsse3,
+                          spanParallelSemiplanarSsse3,
+                          spanParallelPlanarSsse3};
 const SpanTwins *const kTwins[] = {&kSsse3};
 
 int32_t firstUsable() {
@@ -16,7 +22,13 @@ int32_t firstUsable() {
     return 1;
 }
 #elif defined(__ARM_NEON)
-const SpanTwins kNeon = {"neon", spanNoRotSemiplanarNeon, spanNoRotPlanarNeon};
+const SpanTwins kNeon = {"neon",
+                         spanNoRotSemiplanarNeon,
+                         spanNoRotPlanarNeon,
+                         spanGeneralSemiplanarNeon,
+                         spanGeneralPlanarNeon,
+                         spanParallelSemiplanarNeon,
+                         spanParallelPlanarNeon};
 const SpanTwins *const kTwins[] = {&kNeon};
 
 int32_t firstUsable() { return 0; }

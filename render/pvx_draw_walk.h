@@ -413,6 +413,16 @@ inline SpanArgs spanFrom(const SpanArgs &a, int32_t k) {
     return b;
 }
 
+// The rest of a general or parallelogram span from pixel k.
+inline SpanArgs linearFrom(const SpanArgs &a, int32_t k) {
+    SpanArgs b = a;
+    b.dx = a.dx + k;
+    b.n = a.n - k;
+    b.sx = wadd(a.sx, wmul(k, a.ux));
+    b.sy = wadd(a.sy, wmul(k, a.uy));
+    return b;
+}
+
 // ---------------------------------------------------------------------------
 // Whether every tap of a span lies inside the source. Each index below is a
 // non-decreasing function of a position that is linear along the span, so
@@ -727,8 +737,13 @@ pvx_Result drawCell(const pvx_Renderer2_DrawArg *arg) {
     }
     // The vector twin of the unchecked span, chosen once per cell.
     SpanTwin twin = nullptr;
-    if constexpr (K == kNoRot && Mode == kBilinear && L::kChroma == kChroma420) {
-        if (const SpanTwins *t = bestSpanTwins()) twin = L::kPlanes == kTwoPlanes ? t->noRotSemiplanar : t->noRotPlanar;
+    if constexpr (Mode == kBilinear && L::kChroma == kChroma420 && L::kYStride == 1) {
+        if (const SpanTwins *t = bestSpanTwins()) {
+            constexpr bool kSemi = L::kPlanes == kTwoPlanes;
+            if constexpr (K == kNoRot) twin = kSemi ? t->noRotSemiplanar : t->noRotPlanar;
+            if constexpr (K == kGeneral) twin = kSemi ? t->generalSemiplanar : t->generalPlanar;
+            if constexpr (K == kParallel) twin = kSemi ? t->parallelSemiplanar : t->parallelPlanar;
+        }
     }
     for (int64_t p = c.pBegin; p < c.pEnd; ++p) {
         const int32_t sx = wadd(c.tlx, wmul(p, c.dsx0)), sy = wadd(c.tly, wmul(p, c.dsy0));
@@ -767,7 +782,8 @@ pvx_Result drawCell(const pvx_Renderer2_DrawArg *arg) {
         } else {
             constexpr bool kRound = K == kParallel;
             if (linearSpanInside<L, Mode>(a)) {
-                spanLinear<L, Mode, kRound, false>(a);
+                const int32_t done = twin != nullptr ? twin(a) : 0;
+                if (done < a.n) spanLinear<L, Mode, kRound, false>(done == 0 ? a : linearFrom(a, done));
             } else {
                 spanLinear<L, Mode, kRound, true>(a);
             }
