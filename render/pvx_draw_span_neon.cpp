@@ -1,4 +1,5 @@
-// NEON twins of the unrotated bilinear span (4:2:0 luma and chroma).
+// NEON twins of the bilinear 4:2:0 spans (luma and chroma): unrotated,
+// general and parallelogram.
 //
 // A 16-pixel group's taps lie within 32 bytes of its first pixel's column:
 // each source row is loaded as a 16- or 32-byte table and the taps are
@@ -54,9 +55,10 @@ struct LumaGroup {
     uint8x8_t i0[2], i1[2], g[2], f[2];   // pixels 0..7 and 8..15
 };
 
-inline LumaGroup lumaGroup(uint16x8_t offLo, uint16x8_t offHi, int32_t gf) {
-    const uint16x8_t v = vdupq_n_u16(static_cast<uint16_t>(gf)), m15 = vdupq_n_u16(15);
-    const uint16x8_t t[2] = {vaddq_u16(offLo, v), vaddq_u16(offHi, v)};
+// From the 1/16 positions of the 16 pixels relative to 16 * base column.
+inline LumaGroup lumaGroupAt(uint16x8_t tLo, uint16x8_t tHi) {
+    const uint16x8_t m15 = vdupq_n_u16(15);
+    const uint16x8_t t[2] = {tLo, tHi};
     LumaGroup lg;
     for (int h = 0; h < 2; ++h) {
         lg.i0[h] = vmovn_u16(vshrq_n_u16(t[h], 4));
@@ -66,19 +68,23 @@ inline LumaGroup lumaGroup(uint16x8_t offLo, uint16x8_t offHi, int32_t gf) {
     }
     return lg;
 }
+inline LumaGroup lumaGroup(uint16x8_t offLo, uint16x8_t offHi, int32_t gf) {
+    const uint16x8_t v = vdupq_n_u16(static_cast<uint16_t>(gf));
+    return lumaGroupAt(vaddq_u16(offLo, v), vaddq_u16(offHi, v));
+}
 
 struct Row16 {
     uint16x8_t h[2];
 };
 
 template <bool Wide>
-inline Row16 lumaRow(const uint8_t *row, int32_t base, const NoRotPlan &p, const LumaGroup &lg) {
+inline Row16 lumaRow(const uint8_t *row, int32_t base, int32_t lo, int32_t hi, const LumaGroup &lg) {
     Row16 r;
     if constexpr (Wide) {
-        const uint8x8x4_t t = table32(row, base, p.lumaLo, p.lumaHi);
+        const uint8x8x4_t t = table32(row, base, lo, hi);
         for (int h = 0; h < 2; ++h) r.h[h] = taps(t, lg.i0[h], lg.i1[h], lg.g[h], lg.f[h]);
     } else {
-        const uint8x8x2_t t = table16(row, base, p.lumaLo, p.lumaHi);
+        const uint8x8x2_t t = table16(row, base, lo, hi);
         for (int h = 0; h < 2; ++h) r.h[h] = taps(t, lg.i0[h], lg.i1[h], lg.g[h], lg.f[h]);
     }
     return r;
@@ -89,13 +95,13 @@ inline void lumaGroupRows(const SpanArgs &a, const NoRotPlan &p, const LumaGroup
     const SrcPlanes &s = *a.src;
     const uint16x8_t wy0 = vdupq_n_u16(static_cast<uint16_t>(16 - p.fy)), wy1 = vdupq_n_u16(static_cast<uint16_t>(p.fy));
     const uint8_t *r1 = s.y + static_cast<ptrdiff_t>(p.r + 1) * s.yPitch;
-    const Row16 h1 = lumaRow<Wide>(r1, base, p, lg);
+    const Row16 h1 = lumaRow<Wide>(r1, base, p.lumaLo, p.lumaHi, lg);
     if (a.dy0 != nullptr) {
-        const Row16 h0 = lumaRow<Wide>(r1 - s.yPitch, base, p, lg);
+        const Row16 h0 = lumaRow<Wide>(r1 - s.yPitch, base, p.lumaLo, p.lumaHi, lg);
         vst1q_u8(a.dy0 + a.dx + k, vcombine_u8(vertical(h0.h[0], h1.h[0], wy0, wy1), vertical(h0.h[1], h1.h[1], wy0, wy1)));
     }
     if (a.dy1 != nullptr) {
-        const Row16 h2 = lumaRow<Wide>(r1 + s.yPitch, base, p, lg);
+        const Row16 h2 = lumaRow<Wide>(r1 + s.yPitch, base, p.lumaLo, p.lumaHi, lg);
         vst1q_u8(a.dy1 + a.dx + k, vcombine_u8(vertical(h1.h[0], h2.h[0], wy0, wy1), vertical(h1.h[1], h2.h[1], wy0, wy1)));
     }
 }
@@ -180,6 +186,209 @@ int32_t noRotPlanar(const SpanArgs &a, const NoRotPlan &p) {
     return 16 * p.groups;
 }
 
+
+// ---------------------------------------------------------------------------
+// General and parallelogram spans: per-lane positions, rows and weights.
+
+// 1/16 positions of lanes relative to 16 * (p0 >> 15): H + i*uh + ((l + i*ul) >> 11).
+inline int16x8_t rel16(int16x8_t ih, int16x8_t il, int32_t p0) {
+    const int16x8_t h = vdupq_n_s16(static_cast<int16_t>((p0 >> 11) & 15));
+    const int16x8_t l = vdupq_n_s16(static_cast<int16_t>(p0 & 2047));
+    return vaddq_s16(vaddq_s16(h, ih), vshrq_n_s16(vaddq_s16(l, il), 11));
+}
+
+// Per lane, h[from + rr] where rr (0 .. spread) is the lane's row.
+inline uint16x8_t pick(const uint16x8_t *h, int16x8_t rr, int32_t from, int32_t spread) {
+    uint16x8_t r = h[from];
+    for (int32_t j = 1; j <= spread; ++j)
+        r = vbslq_u16(vcgtq_s16(rr, vdupq_n_s16(static_cast<int16_t>(j - 1))), h[from + j], r);
+    return r;
+}
+
+// ((16 - fy) * top + fy * bottom [+ 128]) >> 8 with per-lane weights.
+template <bool Round>
+inline uint8x8_t verticalLanes(uint16x8_t top, uint16x8_t bottom, uint16x8_t fy) {
+    const uint16x8_t v = vmlaq_u16(vmulq_u16(top, vsubq_u16(vdupq_n_u16(16), fy)), bottom, fy);
+    if constexpr (Round) {
+        return vrshrn_n_u16(v, 8);
+    } else {
+        return vshrn_n_u16(v, 8);
+    }
+}
+
+struct LinearVectors {
+    int16x8_t xh[2], xl[2], yh[2], yl[2], cxh, cxl, cyh, cyl;
+};
+inline LinearVectors linearVectors(const LinearPlan &p) {
+    LinearVectors v;
+    for (int h = 0; h < 2; ++h) {
+        v.xh[h] = vld1q_s16(p.xh + 8 * h);
+        v.xl[h] = vld1q_s16(p.xl + 8 * h);
+        v.yh[h] = vld1q_s16(p.yh + 8 * h);
+        v.yl[h] = vld1q_s16(p.yl + 8 * h);
+    }
+    v.cxh = vld1q_s16(p.cxh);
+    v.cxl = vld1q_s16(p.cxl);
+    v.cyh = vld1q_s16(p.cyh);
+    v.cyl = vld1q_s16(p.cyl);
+    return v;
+}
+
+// The luma rows of one set of 16 positions (X0, Y0) + i * (ux, uy).
+struct RowSet {
+    LumaGroup lg;
+    int32_t base;      // column of the windows: X0 >> 15
+    int32_t row;       // first source row of the lanes
+    int32_t spread;    // lane rows are row .. row + spread
+    int16x8_t rr[2];   // lane rows from `row`
+    uint16x8_t fy[2];
+};
+
+inline bool rowSet(const LinearVectors &v, int32_t x0, int32_t y0, int32_t uy, RowSet *s) {
+    const int32_t last = laneRow16(y0, 15, uy) >> 4;   // lane 0 is at row 0
+    const int32_t low = last < 0 ? last : 0;
+    s->spread = last < 0 ? -last : last;
+    if (s->spread > kMaxRowSpread) return false;
+    s->lg = lumaGroupAt(vreinterpretq_u16_s16(rel16(v.xh[0], v.xl[0], x0)),
+                        vreinterpretq_u16_s16(rel16(v.xh[1], v.xl[1], x0)));
+    s->base = x0 >> 15;
+    s->row = (y0 >> 15) + low;
+    for (int h = 0; h < 2; ++h) {
+        const int16x8_t q = rel16(v.yh[h], v.yl[h], y0);
+        s->rr[h] = vsubq_s16(vshrq_n_s16(q, 4), vdupq_n_s16(static_cast<int16_t>(low)));
+        s->fy[h] = vandq_u16(vreinterpretq_u16_s16(q), vdupq_n_u16(15));
+    }
+    return true;
+}
+
+// Horizontal sums of rows s.row + j for j in [j0, j1].
+template <bool Wide>
+inline void rowSums(const SrcPlanes &src, const RowSet &s, int32_t j0, int32_t j1, int32_t lo, int32_t hi,
+                    uint16x8_t (*h)[2]) {
+    for (int32_t j = j0; j <= j1; ++j) {
+        const Row16 r = lumaRow<Wide>(src.y + static_cast<ptrdiff_t>(s.row + j) * src.yPitch, s.base, lo, hi, s.lg);
+        h[j][0] = r.h[0];
+        h[j][1] = r.h[1];
+    }
+}
+
+// 16 luma outputs from the sums, rows from `from` (0: the lanes' own rows; 1: one lower).
+template <bool Round>
+inline void lumaStore(uint8_t *d, uint16x8_t (*h)[2], const RowSet &s, int32_t from) {
+    uint8x8_t out[2];
+    for (int half = 0; half < 2; ++half) {
+        uint16x8_t col[kMaxRowSpread + 3];
+        for (int32_t j = from; j <= from + s.spread + 1; ++j) col[j] = h[j][half];
+        out[half] = verticalLanes<Round>(pick(col, s.rr[half], from, s.spread),
+                                         pick(col, s.rr[half], from + 1, s.spread), s.fy[half]);
+    }
+    vst1q_u8(d, vcombine_u8(out[0], out[1]));
+}
+
+// Chroma of a group's 8 chroma pixels: taps from X0 >> 16, rows from `row`.
+struct ChromaSet {
+    uint8x8_t idx, f;   // sample index and weight per chroma pixel
+    int32_t base;       // chroma column X0 >> 16
+    int32_t row, spread;
+    int16x8_t rr;       // per chroma pixel
+    uint16x8_t fy;
+};
+
+inline bool chromaSet(const LinearVectors &v, const LinearPlan &p, int32_t x0, int32_t y0, int32_t uy, ChromaSet *c) {
+    const int32_t odd = 16 * ((y0 >> 15) & 1);
+    const int32_t first = ((odd + laneRow16(y0, p.par, uy)) >> 1) >> 4;
+    const int32_t last = ((odd + laneRow16(y0, p.par + 14, uy)) >> 1) >> 4;
+    const int32_t low = first < last ? first : last;
+    c->spread = first < last ? last - first : first - last;
+    if (c->spread > kMaxRowSpread) return false;
+    const int16x8_t cx = vshrq_n_s16(
+        vaddq_s16(rel16(v.cxh, v.cxl, x0), vdupq_n_s16(static_cast<int16_t>(16 * ((x0 >> 15) & 1)))), 1);
+    c->idx = vmovn_u16(vreinterpretq_u16_s16(vshrq_n_s16(cx, 4)));
+    c->f = vmovn_u16(vandq_u16(vreinterpretq_u16_s16(cx), vdupq_n_u16(15)));
+    c->base = x0 >> 16;
+    const int16x8_t cy = vshrq_n_s16(vaddq_s16(rel16(v.cyh, v.cyl, y0), vdupq_n_s16(static_cast<int16_t>(odd))), 1);
+    c->row = (y0 >> 16) + low;
+    c->rr = vsubq_s16(vshrq_n_s16(cy, 4), vdupq_n_s16(static_cast<int16_t>(low)));
+    c->fy = vandq_u16(vreinterpretq_u16_s16(cy), vdupq_n_u16(15));
+    return true;
+}
+
+template <bool Wide, bool Round, bool Planar>
+int32_t linearSpan(const SpanArgs &a, const LinearPlan &p) {
+    const SrcPlanes &s = *a.src;
+    const LinearVectors v = linearVectors(p);
+    uint16x8_t h[kMaxRowSpread + 3][2];
+    for (int32_t g = 0; g < p.groups; ++g) {
+        const int32_t k = 16 * g;
+        const int32_t x0 = twinAdd(a.sx, twinMul(k, a.ux)), y0 = twinAdd(a.sy, twinMul(k, a.uy));
+        RowSet r0{}, r1{};
+        ChromaSet c{};
+        if (!rowSet(v, x0, y0, a.uy, &r0)) return k;
+        if (!p.shared && a.dy1 != nullptr && !rowSet(v, twinAdd(x0, a.hx), twinAdd(y0, a.hy), a.uy, &r1)) return k;
+        if (p.chroma && !chromaSet(v, p, x0, y0, a.uy, &c)) return k;
+        uint8_t *d0 = a.dy0 != nullptr ? a.dy0 + a.dx + k : nullptr;
+        uint8_t *d1 = a.dy1 != nullptr ? a.dy1 + a.dx + k : nullptr;
+        if (p.shared) {
+            // Row y+1 reads the rows below with the same weights.
+            rowSums<Wide>(s, r0, d0 != nullptr ? 0 : 1, r0.spread + (d1 != nullptr ? 2 : 1), p.lumaLo, p.lumaHi, h);
+            if (d0 != nullptr) lumaStore<Round>(d0, h, r0, 0);
+            if (d1 != nullptr) lumaStore<Round>(d1, h, r0, 1);
+        } else {
+            if (d0 != nullptr) {
+                rowSums<Wide>(s, r0, 0, r0.spread + 1, p.lumaLo, p.lumaHi, h);
+                lumaStore<Round>(d0, h, r0, 0);
+            }
+            if (d1 != nullptr) {
+                rowSums<Wide>(s, r1, 0, r1.spread + 1, p.lumaLo, p.lumaHi, h);
+                lumaStore<Round>(d1, h, r1, 0);
+            }
+        }
+        if (!p.chroma) continue;
+        const ptrdiff_t co = (a.dx + k + p.par) >> 1;
+        if constexpr (Planar) {
+            const uint8x8_t idx1 = vadd_u8(c.idx, vdup_n_u8(1)), w = vsub_u8(vdup_n_u8(16), c.f);
+            uint16x8_t u[kMaxRowSpread + 2], vv[kMaxRowSpread + 2];
+            for (int32_t j = 0; j <= c.spread + 1; ++j) {
+                const ptrdiff_t rj = c.row + j;
+                u[j] = taps(table16(s.c0 + rj * s.c0Pitch, c.base, p.chromaLo, p.chromaHi), c.idx, idx1, w, c.f);
+                vv[j] = taps(table16(s.c1 + rj * s.c1Pitch, c.base, p.chromaLo, p.chromaHi), c.idx, idx1, w, c.f);
+            }
+            vst1_u8(a.dc00 + co, verticalLanes<Round>(pick(u, c.rr, 0, c.spread), pick(u, c.rr, 1, c.spread), c.fy));
+            vst1_u8(a.dc01 + co, verticalLanes<Round>(pick(vv, c.rr, 0, c.spread), pick(vv, c.rr, 1, c.spread), c.fy));
+        } else {
+            // Output byte b is channel b & 1 of chroma pixel b >> 1.
+            const uint8x8x2_t i2 = vzip_u8(c.idx, c.idx), f2 = vzip_u8(c.f, c.f);
+            const uint8x8_t alternate = vreinterpret_u8_u16(vdup_n_u16(0x0100));   // 0, 1, 0, 1, ...
+            uint8x8_t b0[2], b1[2], wg[2];
+            for (int half = 0; half < 2; ++half) {
+                b0[half] = vadd_u8(vshl_n_u8(i2.val[half], 1), alternate);
+                b1[half] = vadd_u8(b0[half], vdup_n_u8(2));
+                wg[half] = vsub_u8(vdup_n_u8(16), f2.val[half]);
+            }
+            uint16x8_t hc[2][kMaxRowSpread + 2];
+            for (int32_t j = 0; j <= c.spread + 1; ++j) {
+                const uint8x8x4_t t = table32(s.c0 + static_cast<ptrdiff_t>(c.row + j) * s.c0Pitch, 2 * c.base,
+                                              p.chromaLo, p.chromaHi);
+                for (int half = 0; half < 2; ++half) hc[half][j] = taps(t, b0[half], b1[half], wg[half], f2.val[half]);
+            }
+            const int16x8x2_t rr = vzipq_s16(c.rr, c.rr);
+            const uint16x8x2_t fy = vzipq_u16(c.fy, c.fy);
+            uint8x8_t out[2];
+            for (int half = 0; half < 2; ++half)
+                out[half] = verticalLanes<Round>(pick(hc[half], rr.val[half], 0, c.spread),
+                                                 pick(hc[half], rr.val[half], 1, c.spread), fy.val[half]);
+            vst1q_u8(a.dc00 + 2 * co, vcombine_u8(out[0], out[1]));
+        }
+    }
+    return 16 * p.groups;
+}
+
+template <bool Round, bool Planar>
+int32_t linearTwin(const SpanArgs &a) {
+    LinearPlan p;
+    if (!planLinear(a, Planar ? 1 : 2, Planar ? 15 : 31, &p)) return 0;
+    return p.wideLuma ? linearSpan<true, Round, Planar>(a, p) : linearSpan<false, Round, Planar>(a, p);
+}
 }  // namespace
 
 int32_t spanNoRotSemiplanarNeon(const SpanArgs &a) {
@@ -193,6 +402,11 @@ int32_t spanNoRotPlanarNeon(const SpanArgs &a) {
     if (!planNoRot(a, 1, 15, &p)) return 0;
     return p.wideLuma ? noRotPlanar<true>(a, p) : noRotPlanar<false>(a, p);
 }
+
+int32_t spanGeneralSemiplanarNeon(const SpanArgs &a) { return linearTwin<false, false>(a); }
+int32_t spanGeneralPlanarNeon(const SpanArgs &a) { return linearTwin<false, true>(a); }
+int32_t spanParallelSemiplanarNeon(const SpanArgs &a) { return linearTwin<true, false>(a); }
+int32_t spanParallelPlanarNeon(const SpanArgs &a) { return linearTwin<true, true>(a); }
 
 }  // namespace pvx_draw
 
