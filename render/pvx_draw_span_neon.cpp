@@ -17,6 +17,15 @@ namespace {
 // 16 bytes of `row` from column `base`; bytes outside [lo, hi] are zero.
 inline uint8x16_t window(const uint8_t *row, int32_t base, int32_t lo, int32_t hi) {
     if (windowInside(base, 16, lo, hi)) return vld1q_u8(row + base);
+    if (hi - lo >= 15) {
+        int32_t start, shift;
+        if (!windowSlide(base, lo, hi, &start, &shift)) return vdupq_n_u8(0);
+        const uint8x16_t v = vld1q_u8(row + start), m = vld1q_u8(kSlide + 16 + shift);
+        uint8x8x2_t t;
+        t.val[0] = vget_low_u8(v);
+        t.val[1] = vget_high_u8(v);
+        return vcombine_u8(vtbl2_u8(t, vget_low_u8(m)), vtbl2_u8(t, vget_high_u8(m)));
+    }
     uint8_t block[16];
     windowPart(block, row, base, 16, lo, hi);
     return vld1q_u8(block);

@@ -152,9 +152,25 @@ inline bool planLinear(const SpanArgs &a, int32_t pairBytes, int32_t chromaReach
     return true;
 }
 
-// Whether the W bytes at column `base` lie in [lo, hi]; otherwise the twin
-// copies the part that does into a zeroed block (`windowPart`), since the
-// bytes outside are never used by a tap.
+// Whether the W bytes at column `base` lie in [lo, hi]. Otherwise, when
+// [lo, hi] holds 16 bytes, the twin loads the 16 bytes of [lo, hi] nearest
+// to the window and moves them into place with a byte shuffle whose indices
+// come from kSlide (16 + shift onwards; 0x80 selects zero); else it copies
+// the part inside into a zeroed block (`windowPart`). The bytes outside are
+// never used by a tap.
+alignas(16) constexpr uint8_t kSlide[48] = {
+    0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80,
+    0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15,
+    0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80};
+
+// Start of the 16 loaded bytes for a window at `base` that leaves [lo, hi]
+// (hi - lo >= 15), and the shift from it: window byte o is loaded byte
+// o + *shift. False when no byte of the window lies in [lo, hi].
+inline bool windowSlide(int32_t base, int32_t lo, int32_t hi, int32_t *start, int32_t *shift) {
+    *start = base < lo ? lo : hi - 15;
+    *shift = base - *start;
+    return *shift > -16 && *shift < 16;
+}
 inline bool windowInside(int32_t base, int32_t width, int32_t lo, int32_t hi) {
     return base >= lo && base + width - 1 <= hi;
 }

@@ -18,6 +18,12 @@ namespace {
 // 16 bytes of `row` from column `base`; bytes outside [lo, hi] are zero.
 inline __m128i window(const uint8_t *row, int32_t base, int32_t lo, int32_t hi) {
     if (windowInside(base, 16, lo, hi)) return _mm_loadu_si128(reinterpret_cast<const __m128i *>(row + base));
+    if (hi - lo >= 15) {
+        int32_t start, shift;
+        if (!windowSlide(base, lo, hi, &start, &shift)) return _mm_setzero_si128();
+        return _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i *>(row + start)),
+                                _mm_loadu_si128(reinterpret_cast<const __m128i *>(kSlide + 16 + shift)));
+    }
     alignas(16) uint8_t block[16];
     windowPart(block, row, base, 16, lo, hi);
     return _mm_load_si128(reinterpret_cast<const __m128i *>(block));
