@@ -96,6 +96,26 @@ inline int32_t laneRow16(int32_t y0, int32_t i, int32_t uy) {
     return ((y0 >> 11) & 15) + i * uh + (((y0 & 2047) + i * ul) >> 11);
 }
 
+// First row (from Y0 >> 15) and spread of the rows of a group's 16 lanes;
+// false when they spread too far.
+inline bool laneRows(int32_t y0, int32_t uy, int32_t *low, int32_t *spread) {
+    const int32_t last = laneRow16(y0, 15, uy) >> 4;   // lane 0 is at row 0
+    *low = last < 0 ? last : 0;
+    *spread = last < 0 ? -last : last;
+    return *spread <= kMaxRowSpread;
+}
+
+// The same for the chroma rows ((Y >> 12) >> 4, from Y0 >> 16) of the
+// group's 8 chroma pixels, lanes par, par + 2, ...
+inline bool chromaRows(int32_t par, int32_t y0, int32_t uy, int32_t *low, int32_t *spread) {
+    const int32_t odd = 16 * ((y0 >> 15) & 1);
+    const int32_t first = ((odd + laneRow16(y0, par, uy)) >> 1) >> 4;
+    const int32_t last = ((odd + laneRow16(y0, par + 14, uy)) >> 1) >> 4;
+    *low = first < last ? first : last;
+    *spread = first < last ? last - first : first - last;
+    return *spread <= kMaxRowSpread;
+}
+
 // False when the span does not suit the twin: no whole group, a backward
 // step along x, steps too large for a group's taps to fit the windows.
 inline bool planLinear(const SpanArgs &a, int32_t pairBytes, int32_t chromaReach, LinearPlan *p) {

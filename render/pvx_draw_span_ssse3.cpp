@@ -270,21 +270,20 @@ struct RowSet {
     __m128i fy[2];
 };
 
-inline bool rowSet(const LinearVectors &v, int32_t x0, int32_t y0, int32_t uy, bool wide, RowSet *s) {
-    const int32_t last = laneRow16(y0, 15, uy) >> 4;   // lane 0 is at row 0
-    const int32_t low = last < 0 ? last : 0;
-    s->spread = last < 0 ? -last : last;
-    if (s->spread > kMaxRowSpread) return false;
-    s->lg = lumaGroupAt(rel16(v.xh[0], v.xl[0], x0), rel16(v.xh[1], v.xl[1], x0), wide);
-    s->base = x0 >> 15;
-    s->row = (y0 >> 15) + low;
+template <bool Wide>
+inline RowSet rowSet(const LinearVectors &v, int32_t x0, int32_t y0, int32_t low, int32_t spread) {
+    RowSet s;
+    s.spread = spread;
+    s.lg = lumaGroupAt(rel16(v.xh[0], v.xl[0], x0), rel16(v.xh[1], v.xl[1], x0), Wide);
+    s.base = x0 >> 15;
+    s.row = (y0 >> 15) + low;
     const __m128i m15 = _mm_set1_epi16(15), lowV = _mm_set1_epi16(static_cast<int16_t>(low));
     for (int h = 0; h < 2; ++h) {
         const __m128i q = rel16(v.yh[h], v.yl[h], y0);
-        s->rr[h] = _mm_sub_epi16(_mm_srai_epi16(q, 4), lowV);
-        s->fy[h] = _mm_and_si128(q, m15);
+        s.rr[h] = _mm_sub_epi16(_mm_srai_epi16(q, 4), lowV);
+        s.fy[h] = _mm_and_si128(q, m15);
     }
-    return true;
+    return s;
 }
 
 // Horizontal sums of rows s.row + j for j in [j0, j1].
@@ -319,22 +318,19 @@ struct ChromaSet {
     __m128i rr, fy;    // per chroma pixel (16-bit lanes)
 };
 
-inline bool chromaSet(const LinearVectors &v, const LinearPlan &p, int32_t x0, int32_t y0, int32_t uy, ChromaSet *c) {
+inline ChromaSet chromaSet(const LinearVectors &v, int32_t x0, int32_t y0, int32_t low, int32_t spread) {
+    ChromaSet c;
     const int32_t odd = 16 * ((y0 >> 15) & 1);
-    const int32_t first = ((odd + laneRow16(y0, p.par, uy)) >> 1) >> 4;
-    const int32_t last = ((odd + laneRow16(y0, p.par + 14, uy)) >> 1) >> 4;
-    const int32_t low = first < last ? first : last;
-    c->spread = first < last ? last - first : first - last;
-    if (c->spread > kMaxRowSpread) return false;
+    c.spread = spread;
     const __m128i cx = _mm_srli_epi16(_mm_add_epi16(rel16(v.cxh, v.cxl, x0), _mm_set1_epi16(static_cast<int16_t>(16 * ((x0 >> 15) & 1)))), 1);
-    c->idx = _mm_packus_epi16(_mm_srli_epi16(cx, 4), _mm_setzero_si128());
-    c->f = _mm_packus_epi16(_mm_and_si128(cx, _mm_set1_epi16(15)), _mm_setzero_si128());
-    c->base = x0 >> 16;
+    c.idx = _mm_packus_epi16(_mm_srli_epi16(cx, 4), _mm_setzero_si128());
+    c.f = _mm_packus_epi16(_mm_and_si128(cx, _mm_set1_epi16(15)), _mm_setzero_si128());
+    c.base = x0 >> 16;
     const __m128i cy = _mm_srai_epi16(_mm_add_epi16(rel16(v.cyh, v.cyl, y0), _mm_set1_epi16(static_cast<int16_t>(odd))), 1);
-    c->row = (y0 >> 16) + low;
-    c->rr = _mm_sub_epi16(_mm_srai_epi16(cy, 4), _mm_set1_epi16(static_cast<int16_t>(low)));
-    c->fy = _mm_and_si128(cy, _mm_set1_epi16(15));
-    return true;
+    c.row = (y0 >> 16) + low;
+    c.rr = _mm_sub_epi16(_mm_srai_epi16(cy, 4), _mm_set1_epi16(static_cast<int16_t>(low)));
+    c.fy = _mm_and_si128(cy, _mm_set1_epi16(15));
+    return c;
 }
 
 template <bool Wide, bool Round, bool Planar>
@@ -345,29 +341,34 @@ int32_t linearSpan(const SpanArgs &a, const LinearPlan &p) {
     for (int32_t g = 0; g < p.groups; ++g) {
         const int32_t k = 16 * g;
         const int32_t x0 = twinAdd(a.sx, twinMul(k, a.ux)), y0 = twinAdd(a.sy, twinMul(k, a.uy));
-        RowSet r0{}, r1{};
-        ChromaSet c{};
-        if (!rowSet(v, x0, y0, a.uy, Wide, &r0)) return k;
-        if (!p.shared && a.dy1 != nullptr && !rowSet(v, twinAdd(x0, a.hx), twinAdd(y0, a.hy), a.uy, Wide, &r1)) return k;
-        if (p.chroma && !chromaSet(v, p, x0, y0, a.uy, &c)) return k;
+        const int32_t x1 = twinAdd(x0, a.hx), y1 = twinAdd(y0, a.hy);
+        const bool own1 = !p.shared && a.dy1 != nullptr;
+        int32_t low0 = 0, spread0 = 0, low1 = 0, spread1 = 0, clow = 0, cspread = 0;
+        if (!laneRows(y0, a.uy, &low0, &spread0) || (own1 && !laneRows(y1, a.uy, &low1, &spread1)) ||
+            (p.chroma && !chromaRows(p.par, y0, a.uy, &clow, &cspread)))
+            return k;
         uint8_t *d0 = a.dy0 != nullptr ? a.dy0 + a.dx + k : nullptr;
         uint8_t *d1 = a.dy1 != nullptr ? a.dy1 + a.dx + k : nullptr;
         if (p.shared) {
             // Row y+1 reads the rows below with the same weights.
+            const RowSet r0 = rowSet<Wide>(v, x0, y0, low0, spread0);
             rowSums<Wide>(s, r0, d0 != nullptr ? 0 : 1, r0.spread + (d1 != nullptr ? 2 : 1), p.lumaLo, p.lumaHi, h);
             if (d0 != nullptr) lumaStore<Round>(d0, h, r0, 0);
             if (d1 != nullptr) lumaStore<Round>(d1, h, r0, 1);
         } else {
             if (d0 != nullptr) {
+                const RowSet r0 = rowSet<Wide>(v, x0, y0, low0, spread0);
                 rowSums<Wide>(s, r0, 0, r0.spread + 1, p.lumaLo, p.lumaHi, h);
                 lumaStore<Round>(d0, h, r0, 0);
             }
-            if (d1 != nullptr) {
+            if (own1) {
+                const RowSet r1 = rowSet<Wide>(v, x1, y1, low1, spread1);
                 rowSums<Wide>(s, r1, 0, r1.spread + 1, p.lumaLo, p.lumaHi, h);
                 lumaStore<Round>(d1, h, r1, 0);
             }
         }
         if (!p.chroma) continue;
+        const ChromaSet c = chromaSet(v, x0, y0, clow, cspread);
         const ptrdiff_t co = (a.dx + k + p.par) >> 1;
         if constexpr (Planar) {
             const __m128i m = _mm_unpacklo_epi8(c.idx, _mm_add_epi8(c.idx, _mm_set1_epi8(1)));
