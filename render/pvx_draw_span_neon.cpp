@@ -228,18 +228,24 @@ inline uint8x8_t verticalLanes(uint16x8_t top, uint16x8_t bottom, uint16x8_t fy)
 struct LinearVectors {
     int16x8_t xh[2], xl[2], yh[2], yl[2], cxh, cxl, cyh, cyl;
 };
+// i * uh and i * ul of the 16 luma lanes and of the 8 chroma lanes (i = par + 2j).
 inline LinearVectors linearVectors(const LinearPlan &p) {
+    const int16_t order[16] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
+    const int16x8_t lanes[2] = {vld1q_s16(order), vld1q_s16(order + 8)};
+    const int16x8_t chroma = vaddq_s16(vshlq_n_s16(lanes[0], 1), vdupq_n_s16(static_cast<int16_t>(p.par)));
+    const int16x8_t xh = vdupq_n_s16(static_cast<int16_t>(p.uxh)), xl = vdupq_n_s16(static_cast<int16_t>(p.uxl));
+    const int16x8_t yh = vdupq_n_s16(static_cast<int16_t>(p.uyh)), yl = vdupq_n_s16(static_cast<int16_t>(p.uyl));
     LinearVectors v;
     for (int h = 0; h < 2; ++h) {
-        v.xh[h] = vld1q_s16(p.xh + 8 * h);
-        v.xl[h] = vld1q_s16(p.xl + 8 * h);
-        v.yh[h] = vld1q_s16(p.yh + 8 * h);
-        v.yl[h] = vld1q_s16(p.yl + 8 * h);
+        v.xh[h] = vmulq_s16(lanes[h], xh);
+        v.xl[h] = vmulq_s16(lanes[h], xl);
+        v.yh[h] = vmulq_s16(lanes[h], yh);
+        v.yl[h] = vmulq_s16(lanes[h], yl);
     }
-    v.cxh = vld1q_s16(p.cxh);
-    v.cxl = vld1q_s16(p.cxl);
-    v.cyh = vld1q_s16(p.cyh);
-    v.cyl = vld1q_s16(p.cyl);
+    v.cxh = vmulq_s16(chroma, xh);
+    v.cxl = vmulq_s16(chroma, xl);
+    v.cyh = vmulq_s16(chroma, yh);
+    v.cyl = vmulq_s16(chroma, yl);
     return v;
 }
 

@@ -85,9 +85,7 @@ struct LinearPlan {
     bool chroma;                  // chroma is drawn
     int32_t par;                  // chroma at the group's odd pixels
     int32_t chromaLo, chromaHi;   // chroma bytes (interleaved) or samples (planar) bounding the taps
-    // i*uh and i*ul of the 16 luma lanes and of the 8 chroma lanes, x and y.
-    int16_t xh[16], xl[16], yh[16], yl[16];
-    int16_t cxh[8], cxl[8], cyh[8], cyl[8];
+    int32_t uxh, uxl, uyh, uyl;   // the steps split: u = 2048 * uh + ul, 0 <= ul < 2048
 };
 
 // Row of lane i relative to the group's first row, from the 1/16 position.
@@ -122,13 +120,11 @@ inline bool planLinear(const SpanArgs &a, int32_t pairBytes, int32_t chromaReach
     p->groups = a.n >> 4;
     if (p->groups == 0 || a.ux < 0 || a.ux > 65536 || a.uy < -65536 || a.uy > 65536) return false;
     if (a.dy0 == nullptr && a.dy1 == nullptr) return false;
-    const int32_t uxh = a.ux >> 11, uxl = a.ux & 2047, uyh = a.uy >> 11, uyl = a.uy & 2047;
-    for (int32_t i = 0; i < 16; ++i) {
-        p->xh[i] = static_cast<int16_t>(i * uxh);
-        p->xl[i] = static_cast<int16_t>(i * uxl);
-        p->yh[i] = static_cast<int16_t>(i * uyh);
-        p->yl[i] = static_cast<int16_t>(i * uyl);
-    }
+    const int32_t uxh = a.ux >> 11, uxl = a.ux & 2047;
+    p->uxh = uxh;
+    p->uxl = uxl;
+    p->uyh = a.uy >> 11;
+    p->uyl = a.uy & 2047;
     // Largest 1/16 offset of a lane from its group's first column.
     const int32_t reach16 = 15 + 15 * uxh + ((2047 + 15 * uxl) >> 11);
     const int32_t lumaReach = (reach16 >> 4) + 1;
@@ -161,13 +157,6 @@ inline bool planLinear(const SpanArgs &a, int32_t pairBytes, int32_t chromaReach
         if (pairBytes * (((16 + reach16) >> 5) + 1) + pairBytes - 1 > chromaReach) return false;
         p->chromaLo = pairBytes * ((a.sx + static_cast<int64_t>(kc0) * a.ux) >> 16);
         p->chromaHi = pairBytes * (((a.sx + static_cast<int64_t>(kc1) * a.ux) >> 16) + 1) + pairBytes - 1;
-        for (int32_t j = 0; j < 8; ++j) {
-            const int32_t i = p->par + 2 * j;
-            p->cxh[j] = p->xh[i];
-            p->cxl[j] = p->xl[i];
-            p->cyh[j] = p->yh[i];
-            p->cyl[j] = p->yl[i];
-        }
     }
     return true;
 }

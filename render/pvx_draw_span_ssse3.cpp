@@ -213,8 +213,6 @@ int32_t noRotPlanar(const SpanArgs &a, const NoRotPlan &p) {
 // ---------------------------------------------------------------------------
 // General and parallelogram spans: per-lane positions, rows and weights.
 
-inline __m128i loadLanes(const int16_t *v) { return _mm_loadu_si128(reinterpret_cast<const __m128i *>(v)); }
-
 // 1/16 positions of lanes relative to 16 * (p0 >> 15): H + i*uh + ((l + i*ul) >> 11).
 inline __m128i rel16(__m128i ih, __m128i il, int32_t p0) {
     const __m128i h = _mm_set1_epi16(static_cast<int16_t>((p0 >> 11) & 15));
@@ -245,18 +243,23 @@ inline __m128i verticalLanes(__m128i top, __m128i bottom, __m128i fy) {
 struct LinearVectors {
     __m128i xh[2], xl[2], yh[2], yl[2], cxh, cxl, cyh, cyl;
 };
+// i * uh and i * ul of the 16 luma lanes and of the 8 chroma lanes (i = par + 2j).
 inline LinearVectors linearVectors(const LinearPlan &p) {
+    const __m128i lanes[2] = {_mm_setr_epi16(0, 1, 2, 3, 4, 5, 6, 7), _mm_setr_epi16(8, 9, 10, 11, 12, 13, 14, 15)};
+    const __m128i chroma = _mm_add_epi16(_mm_setr_epi16(0, 2, 4, 6, 8, 10, 12, 14), _mm_set1_epi16(static_cast<int16_t>(p.par)));
+    const __m128i xh = _mm_set1_epi16(static_cast<int16_t>(p.uxh)), xl = _mm_set1_epi16(static_cast<int16_t>(p.uxl));
+    const __m128i yh = _mm_set1_epi16(static_cast<int16_t>(p.uyh)), yl = _mm_set1_epi16(static_cast<int16_t>(p.uyl));
     LinearVectors v;
     for (int h = 0; h < 2; ++h) {
-        v.xh[h] = loadLanes(p.xh + 8 * h);
-        v.xl[h] = loadLanes(p.xl + 8 * h);
-        v.yh[h] = loadLanes(p.yh + 8 * h);
-        v.yl[h] = loadLanes(p.yl + 8 * h);
+        v.xh[h] = _mm_mullo_epi16(lanes[h], xh);
+        v.xl[h] = _mm_mullo_epi16(lanes[h], xl);
+        v.yh[h] = _mm_mullo_epi16(lanes[h], yh);
+        v.yl[h] = _mm_mullo_epi16(lanes[h], yl);
     }
-    v.cxh = loadLanes(p.cxh);
-    v.cxl = loadLanes(p.cxl);
-    v.cyh = loadLanes(p.cyh);
-    v.cyl = loadLanes(p.cyl);
+    v.cxh = _mm_mullo_epi16(chroma, xh);
+    v.cxl = _mm_mullo_epi16(chroma, xl);
+    v.cyh = _mm_mullo_epi16(chroma, yh);
+    v.cyl = _mm_mullo_epi16(chroma, yl);
     return v;
 }
 

@@ -25,7 +25,7 @@ namespace {
 
 using namespace pvx_draw;
 
-enum Kind { kNoRotSpan, kGeneralSpan, kParallelSpan };
+enum SpanKind { kNoRotSpan, kGeneralSpan, kParallelSpan };
 const char *const kKindNames[] = {"unrotated", "general", "parallelogram"};
 
 // Rows 0..rows-1 of `pitch` = two pages each: one page of data, one guard
@@ -77,7 +77,7 @@ struct Box {
 };
 
 struct Case {
-    Kind kind;
+    SpanKind kind;
     bool planar;
     SpanArgs a;
     int32_t off16[16];
@@ -134,7 +134,7 @@ int32_t randomSlope(std::mt19937_64 &rng) {
     }
 }
 
-Case randomCase(std::mt19937_64 &rng, Kind kind, bool planar) {
+Case randomCase(std::mt19937_64 &rng, SpanKind kind, bool planar) {
     Case c;
     c.kind = kind;
     c.planar = planar;
@@ -208,7 +208,7 @@ std::string describe(const Case &c) {
            " chroma=" + std::to_string(c.chroma);
 }
 
-SpanTwin twinOf(const SpanTwins &t, Kind kind, bool planar) {
+SpanTwin twinOf(const SpanTwins &t, SpanKind kind, bool planar) {
     switch (kind) {
         case kNoRotSpan: return planar ? t.noRotPlanar : t.noRotSemiplanar;
         case kGeneralSpan: return planar ? t.generalPlanar : t.generalSemiplanar;
@@ -223,10 +223,10 @@ int32_t firstDifference(const std::vector<uint8_t> &a, const std::vector<uint8_t
     return -1;
 }
 
-class DrawSpanSimd : public ::testing::TestWithParam<Kind> {};
+class DrawSpanSimd : public ::testing::TestWithParam<SpanKind> {};
 
 TEST_P(DrawSpanSimd, TwinsMatchTheScalarSpan) {
-    const Kind kind = GetParam();
+    const SpanKind kind = GetParam();
     const SpanTwins *const *twins = nullptr;
     const int32_t count = availableSpanTwins(&twins);
     if (count == 0) GTEST_SKIP() << "no vector twins on this target";
@@ -283,7 +283,7 @@ TEST_P(DrawSpanSimd, TwinsMatchTheScalarSpan) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Kinds, DrawSpanSimd, ::testing::Values(kNoRotSpan, kGeneralSpan, kParallelSpan),
-                         [](const ::testing::TestParamInfo<Kind> &i) {
+                         [](const ::testing::TestParamInfo<SpanKind> &i) {
                              return std::string(i.param == kNoRotSpan ? "Unrotated"
                                                 : i.param == kGeneralSpan ? "General" : "Parallelogram");
                          });
