@@ -304,6 +304,18 @@ int32_t incompleteEvents(const pvx_Pel *pel, int32_t count, const pvx_PelEvent *
     return n;
 }
 
+// One step of a wait (pool lock held): a caller that takes part runs a job
+// when there is one, otherwise it sleeps until a completion or its time-out.
+pvx_Result helpOrSleep(pvx_Pel *pel, Caller *caller) {
+    Job job;
+    if (caller->participates && takeWork(pel, &job)) {
+        caller->helped = true;
+        runJob(pel, job, *caller);
+        return PVX_OK;
+    }
+    return sleepForCompletion(pel, *caller);
+}
+
 // Waits (pool lock held) until every listed event is complete.
 pvx_Result waitLocked(pvx_Pel *pel, int32_t count, const pvx_PelEvent *events, Caller *caller) {
     // An event once done stays done, so the events before `next` need no
@@ -313,13 +325,7 @@ pvx_Result waitLocked(pvx_Pel *pel, int32_t count, const pvx_PelEvent *events, C
         while (next < count && eventDone(pel, events[next])) ++next;
         if (next == count) return PVX_OK;
         if (pel->stop != 0) return PVX_ERROR_STATE;
-        Job job;
-        if (caller->participates && takeWork(pel, &job)) {
-            caller->helped = true;
-            runJob(pel, job, *caller);
-            continue;
-        }
-        const pvx_Result r = sleepForCompletion(pel, *caller);
+        const pvx_Result r = helpOrSleep(pel, caller);
         if (r != PVX_OK) return r;
     }
 }
@@ -338,13 +344,7 @@ pvx_Result submitLocked(pvx_Pel *pel, const pvx_PelDescriptor *desc, void *arg, 
         needed = incompleteEvents(pel, waitCount, waitList);
         if (needed > PVX_PEL_DEPENDENCY_NODES) return PVX_ERROR_PARAM;
         if (pel->freeCount > 0 && pel->freeNodes >= needed) break;
-        Job job;
-        if (caller->participates && takeWork(pel, &job)) {
-            caller->helped = true;
-            runJob(pel, job, *caller);
-            continue;
-        }
-        const pvx_Result r = sleepForCompletion(pel, *caller);
+        const pvx_Result r = helpOrSleep(pel, caller);
         if (r != PVX_OK) return r;
     }
     const uint32_t slot = pel->freeHead;
@@ -707,13 +707,7 @@ pvx_Result pvx_Pel_finish(pvx_Pel *pel) {
             r = PVX_ERROR_STATE;
             break;
         }
-        Job job;
-        if (caller.participates && takeWork(pel, &job)) {
-            caller.helped = true;
-            runJob(pel, job, caller);
-            continue;
-        }
-        r = sleepForCompletion(pel, caller);
+        r = helpOrSleep(pel, &caller);
         if (r != PVX_OK) break;
     }
     pvx_Lock_unlock(poolLock(pel));
