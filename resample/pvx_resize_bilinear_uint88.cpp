@@ -6,12 +6,16 @@
 #include "resample/pvx_resize_internal.h"
 
 void pvx_ImageProc2_Uint88_resampleRow(void *line, const uint8_t *src, int32_t sw, int32_t dw, int64_t x0,
-                                       int64_t step, int32_t /*safe*/, const pvx_ResizeTwins * /*twins*/) {
+                                       int64_t step, int32_t /*safe*/, const pvx_ResizeTwins *twins) {
     uint16_t *out = static_cast<uint16_t *>(line);
     const int64_t last = sw - 1;
     int64_t x = x0 >= 32768 ? (x0 >> 15) * 32768 : 0;
     int32_t j = 0;
 
+    if (twins != nullptr && twins->middle88 != nullptr) {
+        j = twins->middle88(out, src, sw, dw, x, step);
+        x += j * step;
+    }
     const int64_t end = last * 32768;
     while (j < dw && x < end) {
         const uint8_t *p = src + 2 * (x >> 15);

@@ -1,6 +1,6 @@
 // NEON twins of the resizer's row loops: the "UINT8" 8-output groups (vtbl
-// gathers from a 16-byte window of the row, rounding narrowing shift by 7)
-// and the 7-bit and "UINT88" vertical blends.
+// gathers from a 16-byte window of the row, rounding narrowing shift by 7),
+// the "UINT88" middle phase and the 7-bit and "UINT88" vertical blends.
 #if defined(__ARM_NEON)
 
 #include <stddef.h>
@@ -87,6 +87,59 @@ int64_t pvx_ImageProc2_blend88Neon(uint8_t *dst, const uint16_t *upper, const ui
         vst1_u8(dst + j, vqrshrn_n_u16(vaddq_u16(ta, tb), 4));
     }
     return n;
+}
+
+// Eight "UINT88" outputs (16 samples) at a time. Output k of a group lies at
+// rel = frac + k * step from the group's base pixel: taps at bytes
+// t = 2 * (rel >> 15) and t + 2 (channel 0), t + 1 and t + 3 (channel 1) of
+// a window of the row, weighted by 32768 - f and f in 32-bit lanes and
+// narrowed by a rounding shift by 10 (at most 8160).
+int32_t pvx_ImageProc2_middle88Neon(uint16_t *out, const uint8_t *src, int32_t sw, int32_t count, int64_t x,
+                                    int64_t step) {
+    const int64_t end = static_cast<int64_t>(sw - 1) * 32768, rowBytes = 2 * static_cast<int64_t>(sw);
+    // The 8th output's taps reach byte 2 * ((32767 + 7 * step) >> 15) + 3 of the window.
+    if (step < 0 || 7 * step + 32767 >= 15 * 32768) return 0;
+    const bool wide = 7 * step + 32767 >= 7 * 32768;
+    const int64_t width = wide ? 32 : 16;
+    if (rowBytes < width) return 0;
+    const uint32_t s32 = static_cast<uint32_t>(step);
+    const uint32_t kk[8] = {0, s32, 2 * s32, 3 * s32, 4 * s32, 5 * s32, 6 * s32, 7 * s32};
+    const uint32x4_t k0 = vld1q_u32(kk), k1 = vld1q_u32(kk + 4);
+    const uint8x8_t alternate = vreinterpret_u8_u16(vdup_n_u16(0x0100));   // 0, 1, 0, 1, ...
+    int32_t done = 0;
+    while (done + 8 <= count && x + 7 * step < end) {
+        const int64_t base = x >> 15;
+        int64_t start = 2 * base;
+        if (start + width > rowBytes) start = rowBytes - width;
+        const uint8x16_t v0 = vld1q_u8(src + start), v1 = wide ? vld1q_u8(src + start + 16) : vdupq_n_u8(0);
+        uint8x8x4_t table;
+        table.val[0] = vget_low_u8(v0);
+        table.val[1] = vget_high_u8(v0);
+        table.val[2] = vget_low_u8(v1);
+        table.val[3] = vget_high_u8(v1);
+        const uint32x4_t frac = vdupq_n_u32(static_cast<uint32_t>(x & 32767));
+        const uint32x4_t rel[2] = {vaddq_u32(frac, k0), vaddq_u32(frac, k1)};
+        const uint16x8_t i = vcombine_u16(vmovn_u32(vshrq_n_u32(rel[0], 15)), vmovn_u32(vshrq_n_u32(rel[1], 15)));
+        const uint8x8_t t = vadd_u8(vshl_n_u8(vmovn_u16(i), 1), vdup_n_u8(static_cast<uint8_t>(2 * base - start)));
+        const uint16x8_t f = vcombine_u16(vmovn_u32(vandq_u32(rel[0], vdupq_n_u32(32767))),
+                                          vmovn_u32(vandq_u32(rel[1], vdupq_n_u32(32767))));
+        const uint16x8_t g = vsubq_u16(vdupq_n_u16(32768), f);
+        const uint8x8x2_t t2 = vzip_u8(t, t);
+        const uint16x8x2_t f2 = vzipq_u16(f, f), g2 = vzipq_u16(g, g);
+        for (int h = 0; h < 2; ++h) {
+            const uint8x8_t i0 = vadd_u8(t2.val[h], alternate);
+            const uint16x8_t p0 = vmovl_u8(vtbl4_u8(table, i0));
+            const uint16x8_t p1 = vmovl_u8(vtbl4_u8(table, vadd_u8(i0, vdup_n_u8(2))));
+            const uint32x4_t lo = vmlal_u16(vmull_u16(vget_low_u16(p0), vget_low_u16(g2.val[h])), vget_low_u16(p1),
+                                            vget_low_u16(f2.val[h]));
+            const uint32x4_t hi = vmlal_u16(vmull_u16(vget_high_u16(p0), vget_high_u16(g2.val[h])), vget_high_u16(p1),
+                                            vget_high_u16(f2.val[h]));
+            vst1q_u16(out + 2 * (static_cast<ptrdiff_t>(done) + 4 * h), vcombine_u16(vrshrn_n_u32(lo, 10), vrshrn_n_u32(hi, 10)));
+        }
+        done += 8;
+        x += 8 * step;
+    }
+    return done;
 }
 
 #endif

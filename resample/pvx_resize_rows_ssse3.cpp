@@ -1,6 +1,7 @@
 // SSSE3 twins of the resizer's row loops: the "UINT8" 8-output groups
-// (pshufb gathers from a 16-byte window of the row) and the 7-bit and
-// "UINT88" vertical blends (16-bit lanes).
+// (pshufb gathers from a 16-byte window of the row), the "UINT88" middle
+// phase (pshufb gathers, pmaddwd) and the 7-bit and "UINT88" vertical
+// blends (16-bit lanes).
 #if (defined(__x86_64__) || defined(__i386__)) && defined(__SSSE3__)
 
 #include <stddef.h>
@@ -103,6 +104,62 @@ int64_t pvx_ImageProc2_blend88Ssse3(uint8_t *dst, const uint16_t *upper, const u
         _mm_storel_epi64(reinterpret_cast<__m128i *>(dst + j), _mm_packus_epi16(v, v));
     }
     return n;
+}
+
+// Eight "UINT88" outputs (16 samples) at a time. Output k of a group lies at
+// rel = frac + k * step from the group's base pixel: taps at bytes
+// t = 2 * (rel >> 15) and t + 2 (channel 0), t + 1 and t + 3 (channel 1) of
+// a window of the row. A sample is p0 * (32768 - f) + p1 * f = p0 * (32767 -
+// f) + p1 * f + p0: pmaddwd of (p0, p1) with (32767 - f, f), both below
+// 32768, plus p0; + 512 >> 10 is at most 8160.
+int32_t pvx_ImageProc2_middle88Ssse3(uint16_t *out, const uint8_t *src, int32_t sw, int32_t count, int64_t x,
+                                     int64_t step) {
+    const int64_t end = static_cast<int64_t>(sw - 1) * 32768, rowBytes = 2 * static_cast<int64_t>(sw);
+    // The 8th output's taps reach byte 2 * ((32767 + 7 * step) >> 15) + 3 of the window.
+    if (step < 0 || 7 * step + 32767 >= 15 * 32768) return 0;
+    const bool wide = 7 * step + 32767 >= 7 * 32768;
+    const int64_t width = wide ? 32 : 16;
+    if (rowBytes < width) return 0;
+    const int32_t s32 = static_cast<int32_t>(step);
+    const __m128i k0 = _mm_setr_epi32(0, s32, 2 * s32, 3 * s32), k1 = _mm_setr_epi32(4 * s32, 5 * s32, 6 * s32, 7 * s32);
+    const __m128i spread = _mm_setr_epi8(0, 0, 0, 0, 4, 4, 4, 4, 8, 8, 8, 8, 12, 12, 12, 12);
+    const __m128i order = _mm_setr_epi8(0, 2, 1, 3, 0, 2, 1, 3, 0, 2, 1, 3, 0, 2, 1, 3);
+    const __m128i m15 = _mm_set1_epi32(32767), low16 = _mm_set1_epi32(0xFFFF), round = _mm_set1_epi32(512);
+    const __m128i zero = _mm_setzero_si128();
+    int32_t done = 0;
+    while (done + 8 <= count && x + 7 * step < end) {
+        const int64_t base = x >> 15;
+        int64_t start = 2 * base;
+        if (start + width > rowBytes) start = rowBytes - width;
+        const __m128i w0 = _mm_loadu_si128(reinterpret_cast<const __m128i *>(src + start));
+        const __m128i w1 = wide ? _mm_loadu_si128(reinterpret_cast<const __m128i *>(src + start + 16)) : zero;
+        const __m128i frac = _mm_set1_epi32(static_cast<int32_t>(x & 32767));
+        const __m128i shift = _mm_set1_epi32(static_cast<int32_t>(2 * base - start));
+        for (int h = 0; h < 2; ++h) {
+            const __m128i rel = _mm_add_epi32(frac, h == 0 ? k0 : k1);
+            const __m128i t = _mm_add_epi32(_mm_slli_epi32(_mm_srli_epi32(rel, 15), 1), shift);
+            const __m128i f = _mm_and_si128(rel, m15);
+            const __m128i w = _mm_or_si128(_mm_sub_epi32(m15, f), _mm_slli_epi32(f, 16));
+            const __m128i m = _mm_add_epi8(_mm_shuffle_epi8(t, spread), order);
+            __m128i taps;
+            if (wide) {
+                const __m128i lo = _mm_shuffle_epi8(w0, _mm_adds_epu8(m, _mm_set1_epi8(0x70)));
+                taps = _mm_or_si128(lo, _mm_shuffle_epi8(w1, _mm_sub_epi8(m, _mm_set1_epi8(16))));
+            } else {
+                taps = _mm_shuffle_epi8(w0, m);
+            }
+            const __m128i a = _mm_unpacklo_epi8(taps, zero), b = _mm_unpackhi_epi8(taps, zero);
+            const __m128i ra = _mm_srli_epi32(
+                _mm_add_epi32(_mm_add_epi32(_mm_madd_epi16(a, _mm_unpacklo_epi32(w, w)), _mm_and_si128(a, low16)), round), 10);
+            const __m128i rb = _mm_srli_epi32(
+                _mm_add_epi32(_mm_add_epi32(_mm_madd_epi16(b, _mm_unpackhi_epi32(w, w)), _mm_and_si128(b, low16)), round), 10);
+            _mm_storeu_si128(reinterpret_cast<__m128i *>(out + 2 * (static_cast<ptrdiff_t>(done) + 4 * h)),
+                             _mm_packs_epi32(ra, rb));
+        }
+        done += 8;
+        x += 8 * step;
+    }
+    return done;
 }
 
 #endif

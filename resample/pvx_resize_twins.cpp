@@ -9,7 +9,7 @@ namespace {
 
 #if defined(__x86_64__) || defined(__i386__)
 const pvx_ResizeTwins kSsse3 = {"ssse3", pvx_ImageProc2_groups8Ssse3, pvx_ImageProc2_blend7Ssse3,
-                                pvx_ImageProc2_blend88Ssse3};
+                                pvx_ImageProc2_blend88Ssse3, pvx_ImageProc2_middle88Ssse3};
 const pvx_ResizeTwins *const kTwins[] = {&kSsse3};
 
 int32_t firstUsable() {
@@ -18,7 +18,7 @@ int32_t firstUsable() {
 }
 #elif defined(__ARM_NEON)
 const pvx_ResizeTwins kNeon = {"neon", pvx_ImageProc2_groups8Neon, pvx_ImageProc2_blend7Neon,
-                               pvx_ImageProc2_blend88Neon};
+                               pvx_ImageProc2_blend88Neon, pvx_ImageProc2_middle88Neon};
 const pvx_ResizeTwins *const kTwins[] = {&kNeon};
 
 int32_t firstUsable() { return 0; }

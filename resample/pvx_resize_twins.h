@@ -26,11 +26,19 @@ typedef int64_t (*pvx_ResizeBlend7Fn)(uint8_t *dst, const uint8_t *upper, const 
 typedef int64_t (*pvx_ResizeBlend88Fn)(uint8_t *dst, const uint16_t *upper, const uint16_t *lower, int64_t count,
                                        uint32_t w);
 
+// "UINT88" middle phase: outputs of x32 samples into out[0 ..) at Q15
+// positions x, x + step, ... (x >= 0), 8 at a time while 8 of the `count`
+// outputs remain and the 8th position lies before the last pixel of the row
+// of `sw` pixels; returns the number of outputs done (a multiple of 8).
+typedef int32_t (*pvx_ResizeMiddle88Fn)(uint16_t *out, const uint8_t *src, int32_t sw, int32_t count, int64_t x,
+                                        int64_t step);
+
 struct pvx_ResizeTwins {
     const char *isa;
     pvx_ResizeGroups8Fn groups8;
     pvx_ResizeBlend7Fn blend7;
     pvx_ResizeBlend88Fn blend88;
+    pvx_ResizeMiddle88Fn middle88;
 };
 
 // Twins built in and usable on this processor, best first; returns their
@@ -47,6 +55,8 @@ int64_t pvx_ImageProc2_blend7Ssse3(uint8_t *dst, const uint8_t *upper, const uin
                                    int32_t w);
 int64_t pvx_ImageProc2_blend88Ssse3(uint8_t *dst, const uint16_t *upper, const uint16_t *lower, int64_t count,
                                     uint32_t w);
+int32_t pvx_ImageProc2_middle88Ssse3(uint16_t *out, const uint8_t *src, int32_t sw, int32_t count, int64_t x,
+                                     int64_t step);
 #endif
 #if defined(__ARM_NEON)
 void pvx_ImageProc2_groups8Neon(uint8_t *out, const uint8_t *src, int32_t sw, int32_t groups, int64_t x,
@@ -55,4 +65,6 @@ int64_t pvx_ImageProc2_blend7Neon(uint8_t *dst, const uint8_t *upper, const uint
                                   int32_t w);
 int64_t pvx_ImageProc2_blend88Neon(uint8_t *dst, const uint16_t *upper, const uint16_t *lower, int64_t count,
                                    uint32_t w);
+int32_t pvx_ImageProc2_middle88Neon(uint16_t *out, const uint8_t *src, int32_t sw, int32_t count, int64_t x,
+                                    int64_t step);
 #endif

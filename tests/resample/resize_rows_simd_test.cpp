@@ -1,6 +1,7 @@
 // Vector twins of the resizer's row loops against the scalar loops: the
 // "UINT8" resampler with and without its group twin over random row sizes,
-// positions, steps (below and at one pixel) and group limits, and the
+// positions, steps (below and at one pixel) and group limits, the "UINT88"
+// resampler with and without its middle twin (enlarging and shrinking), the
 // vertical blends of "UINT8", "RGB888" and "UINT88" over random widths and
 // fractions. Sources and lines end (or start) at a guard page; destinations
 // carry a sentinel tail that must stay intact. Bytes must match exactly.
@@ -64,6 +65,39 @@ TEST(ResizeRowsSimd, Uint8ResamplerGroupsMatchTheScalarGroups) {
                 ASSERT_EQ(want.data()[j], got.data()[j])
                     << t->isa << " sw=" << sw << " dw=" << dw << " x0=" << x0 << " step=" << step << " safe=" << safe
                     << " at " << j;
+        }
+    }
+}
+
+TEST(ResizeRowsSimd, Uint88ResamplerMatchesTheScalarResampler) {
+    const auto sets = twinSets();
+    if (sets.empty()) GTEST_SKIP() << "no vector twins on this target";
+    std::mt19937_64 rng = pvx_test::makeRng(9);
+    for (const pvx_ResizeTwins *t : sets) {
+        ASSERT_NE(nullptr, t->middle88);
+        for (int round = 0; round < pvx_test::rounds(4000); ++round) {
+            const int32_t sw = 1 + static_cast<int32_t>(rng() % (rng() % 4 == 0 ? 20 : 300));
+            // Enlarging and shrinking, including the steps where the group
+            // windows widen (7/8 pixel) and where the twin gives up (2 pixels).
+            const int32_t dw = rng() % 2 ? sw + static_cast<int32_t>(rng() % (3 * static_cast<uint64_t>(sw) + 24))
+                                         : 1 + static_cast<int32_t>(rng() % static_cast<uint64_t>(sw));
+            const pvx_ResizeGeometry g = pvx_ImageProc2_geometry(sw, dw);
+            int64_t x0 = g.x0, step = g.step;
+            if (rng() % 3 == 0) {
+                const int64_t steps[] = {28086, 28087, 32768, 65535, 65536, 1 + static_cast<int64_t>(rng() % 70000)};
+                step = steps[rng() % 6];
+                x0 = static_cast<int64_t>(rng() % (static_cast<uint64_t>(sw) * 32768 + 32768));
+            }
+            const auto side = rng() % 2 ? GuardedBuffer::Side::End : GuardedBuffer::Side::Start;
+            GuardedBuffer src(2 * static_cast<size_t>(sw), side, 1);
+            fillRandom(src.data(), src.size(), rng);
+            GuardedBuffer want(4 * static_cast<size_t>(dw), GuardedBuffer::Side::End, 2);
+            GuardedBuffer got(4 * static_cast<size_t>(dw), GuardedBuffer::Side::End, 2);
+            pvx_ImageProc2_Uint88_resampleRow(want.data(), src.data(), sw, dw, x0, step, g.safe, nullptr);
+            pvx_ImageProc2_Uint88_resampleRow(got.data(), src.data(), sw, dw, x0, step, g.safe, t);
+            for (size_t j = 0; j < want.size(); ++j)
+                ASSERT_EQ(want.data()[j], got.data()[j])
+                    << t->isa << " sw=" << sw << " dw=" << dw << " x0=" << x0 << " step=" << step << " at byte " << j;
         }
     }
 }
