@@ -225,6 +225,14 @@ inline uint8x8_t verticalLanes(uint16x8_t top, uint16x8_t bottom, uint16x8_t fy)
     }
 }
 
+// The same over the rows' sums of one half of the pixels.
+inline uint16x8_t pickRow(uint16x8_t (*h)[2], int half, int16x8_t rr, int32_t from, int32_t spread) {
+    uint16x8_t r = h[from][half];
+    for (int32_t j = 1; j <= spread; ++j)
+        r = vbslq_u16(vcgtq_s16(rr, vdupq_n_s16(static_cast<int16_t>(j - 1))), h[from + j][half], r);
+    return r;
+}
+
 struct LinearVectors {
     int16x8_t xh[2], xl[2], yh[2], yl[2], cxh, cxl, cyh, cyl;
 };
@@ -289,12 +297,9 @@ inline void rowSums(const SrcPlanes &src, const RowSet &s, int32_t j0, int32_t j
 template <bool Round>
 inline void lumaStore(uint8_t *d, uint16x8_t (*h)[2], const RowSet &s, int32_t from) {
     uint8x8_t out[2];
-    for (int half = 0; half < 2; ++half) {
-        uint16x8_t col[kMaxRowSpread + 3];
-        for (int32_t j = from; j <= from + s.spread + 1; ++j) col[j] = h[j][half];
-        out[half] = verticalLanes<Round>(pick(col, s.rr[half], from, s.spread),
-                                         pick(col, s.rr[half], from + 1, s.spread), s.fy[half]);
-    }
+    for (int half = 0; half < 2; ++half)
+        out[half] = verticalLanes<Round>(pickRow(h, half, s.rr[half], from, s.spread),
+                                         pickRow(h, half, s.rr[half], from + 1, s.spread), s.fy[half]);
     vst1q_u8(d, vcombine_u8(out[0], out[1]));
 }
 

@@ -240,6 +240,14 @@ inline __m128i verticalLanes(__m128i top, __m128i bottom, __m128i fy) {
     return _mm_srli_epi16(v, 8);
 }
 
+// The same over the rows' sums of one half of the pixels.
+inline __m128i pickRow(__m128i (*h)[2], int half, __m128i rr, int32_t from, int32_t spread) {
+    __m128i r = h[from][half];
+    for (int32_t j = 1; j <= spread; ++j)
+        r = select(_mm_cmpgt_epi16(rr, _mm_set1_epi16(static_cast<int16_t>(j - 1))), h[from + j][half], r);
+    return r;
+}
+
 struct LinearVectors {
     __m128i xh[2], xl[2], yh[2], yl[2], cxh, cxl, cyh, cyl;
 };
@@ -304,12 +312,9 @@ inline void rowSums(const SrcPlanes &src, const RowSet &s, int32_t j0, int32_t j
 template <bool Round>
 inline void lumaStore(uint8_t *d, __m128i (*h)[2], const RowSet &s, int32_t from) {
     __m128i out[2];
-    for (int half = 0; half < 2; ++half) {
-        __m128i col[kMaxRowSpread + 3];
-        for (int32_t j = from; j <= from + s.spread + 1; ++j) col[j] = h[j][half];
-        out[half] = verticalLanes<Round>(pick(col, s.rr[half], from, s.spread),
-                                         pick(col, s.rr[half], from + 1, s.spread), s.fy[half]);
-    }
+    for (int half = 0; half < 2; ++half)
+        out[half] = verticalLanes<Round>(pickRow(h, half, s.rr[half], from, s.spread),
+                                         pickRow(h, half, s.rr[half], from + 1, s.spread), s.fy[half]);
     _mm_storeu_si128(reinterpret_cast<__m128i *>(d), _mm_packus_epi16(out[0], out[1]));
 }
 

@@ -233,7 +233,7 @@ TEST_P(DrawSpanSimd, TwinsMatchTheScalarSpan) {
     std::mt19937_64 rng = pvx_test::makeRng(41 + kind);
     for (int32_t t = 0; t < count; ++t) {
         int32_t drawn = 0, spans = 0;
-        for (int round = 0; round < pvx_test::rounds(2000); ++round) {
+        for (int round = 0; round < pvx_test::rounds(1200); ++round) {
             const bool planar = round & 1;
             const Case c = randomCase(rng, kind, planar);
             const SpanTwin twin = twinOf(*twins[t], kind, planar);
