@@ -29,7 +29,7 @@ const char *const kKindNames[] = {"unrotated", "general", "parallelogram"};
 
 struct Spans {
     std::vector<SpanArgs> args;
-    std::vector<int32_t> off16;   // 16 per span
+    std::vector<int32_t> off16;  // 16 per span
 };
 
 // Row pairs in cell order: 32x32 cells over the frame, each cell with its
@@ -75,9 +75,15 @@ Spans makeSpans(SpanKind kind, const SrcPlanes *src, uint8_t *dstY, uint8_t *dst
 
 void scalarSpan(SpanKind kind, const SpanArgs &a) {
     switch (kind) {
-        case kNoRotSpan: spanNoRot<LayoutYuv420Semiplanar, kBilinear, false>(a); break;
-        case kGeneralSpan: spanLinear<LayoutYuv420Semiplanar, kBilinear, false, false>(a); break;
-        default: spanLinear<LayoutYuv420Semiplanar, kBilinear, true, false>(a); break;
+        case kNoRotSpan:
+            spanNoRot<LayoutYuv420Semiplanar, kBilinear, false>(a);
+            break;
+        case kGeneralSpan:
+            spanLinear<LayoutYuv420Semiplanar, kBilinear, false, false>(a);
+            break;
+        default:
+            spanLinear<LayoutYuv420Semiplanar, kBilinear, true, false>(a);
+            break;
     }
 }
 

@@ -26,16 +26,16 @@ struct SrcPlanes {
 };
 
 struct SpanArgs {
-    uint8_t *dy0, *dy1;     // luma rows y and y+1 at column 0; null: row not written
-    uint8_t *dc00, *dc01;   // chroma of row y (4:2:0: of the pair), channels 0 and 1, column 0; null: none
-    uint8_t *dc10, *dc11;   // chroma of row y+1 (4:2:2 layouts)
-    int32_t dx;             // destination x of the first pixel
-    int32_t n;              // pixels, at least 1
-    int32_t sx, sy;         // Q15 source position of the first pixel on row y
-    int32_t ux, uy;         // Q15 steps per pixel (unrotated: uy is 0)
-    int32_t hx, hy;         // Q15 offset of row y+1 from row y
-    int32_t cox, coy;       // chroma centring offsets (high-quality and nearest chroma)
-    const int32_t *off16;   // unrotated: offsets i*step of a 16-pixel group, in 1/16 pixel
+    uint8_t *dy0, *dy1;    // luma rows y and y+1 at column 0; null: row not written
+    uint8_t *dc00, *dc01;  // chroma of row y (4:2:0: of the pair), channels 0 and 1, column 0; null: none
+    uint8_t *dc10, *dc11;  // chroma of row y+1 (4:2:2 layouts)
+    int32_t dx;            // destination x of the first pixel
+    int32_t n;             // pixels, at least 1
+    int32_t sx, sy;        // Q15 source position of the first pixel on row y
+    int32_t ux, uy;        // Q15 steps per pixel (unrotated: uy is 0)
+    int32_t hx, hy;        // Q15 offset of row y+1 from row y
+    int32_t cox, coy;      // chroma centring offsets (high-quality and nearest chroma)
+    const int32_t *off16;  // unrotated: offsets i*step of a 16-pixel group, in 1/16 pixel
     const SrcPlanes *src;
 };
 
@@ -50,11 +50,11 @@ typedef int32_t (*SpanTwin)(const SpanArgs &a);
 // The twins of one instruction set; null where it has none.
 struct SpanTwins {
     const char *isa;
-    SpanTwin noRotSemiplanar;   // unrotated bilinear span, interleaved 4:2:0 chroma, unchecked
-    SpanTwin noRotPlanar;       // unrotated bilinear span, planar 4:2:0 chroma, unchecked
-    SpanTwin generalSemiplanar;    // general (truncating) bilinear span, interleaved chroma, unchecked
+    SpanTwin noRotSemiplanar;    // unrotated bilinear span, interleaved 4:2:0 chroma, unchecked
+    SpanTwin noRotPlanar;        // unrotated bilinear span, planar 4:2:0 chroma, unchecked
+    SpanTwin generalSemiplanar;  // general (truncating) bilinear span, interleaved chroma, unchecked
     SpanTwin generalPlanar;
-    SpanTwin parallelSemiplanar;   // parallelogram (rounding) bilinear span, interleaved chroma, unchecked
+    SpanTwin parallelSemiplanar;  // parallelogram (rounding) bilinear span, interleaved chroma, unchecked
     SpanTwin parallelPlanar;
 };
 

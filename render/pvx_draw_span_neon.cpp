@@ -61,7 +61,7 @@ inline uint8x8_t vertical(uint16x8_t h0, uint16x8_t h1, uint16x8_t wy0, uint16x8
 }
 
 struct LumaGroup {
-    uint8x8_t i0[2], i1[2], g[2], f[2];   // pixels 0..7 and 8..15
+    uint8x8_t i0[2], i1[2], g[2], f[2];  // pixels 0..7 and 8..15
 };
 
 // From the 1/16 positions of the 16 pixels relative to 16 * base column.
@@ -102,16 +102,19 @@ inline Row16 lumaRow(const uint8_t *row, int32_t base, int32_t lo, int32_t hi, c
 template <bool Wide>
 inline void lumaGroupRows(const SpanArgs &a, const NoRotPlan &p, const LumaGroup &lg, int32_t base, int32_t k) {
     const SrcPlanes &s = *a.src;
-    const uint16x8_t wy0 = vdupq_n_u16(static_cast<uint16_t>(16 - p.fy)), wy1 = vdupq_n_u16(static_cast<uint16_t>(p.fy));
+    const uint16x8_t wy0 = vdupq_n_u16(static_cast<uint16_t>(16 - p.fy)),
+                     wy1 = vdupq_n_u16(static_cast<uint16_t>(p.fy));
     const uint8_t *r1 = s.y + static_cast<ptrdiff_t>(p.r + 1) * s.yPitch;
     const Row16 h1 = lumaRow<Wide>(r1, base, p.lumaLo, p.lumaHi, lg);
     if (a.dy0 != nullptr) {
         const Row16 h0 = lumaRow<Wide>(r1 - s.yPitch, base, p.lumaLo, p.lumaHi, lg);
-        vst1q_u8(a.dy0 + a.dx + k, vcombine_u8(vertical(h0.h[0], h1.h[0], wy0, wy1), vertical(h0.h[1], h1.h[1], wy0, wy1)));
+        vst1q_u8(a.dy0 + a.dx + k,
+                 vcombine_u8(vertical(h0.h[0], h1.h[0], wy0, wy1), vertical(h0.h[1], h1.h[1], wy0, wy1)));
     }
     if (a.dy1 != nullptr) {
         const Row16 h2 = lumaRow<Wide>(r1 + s.yPitch, base, p.lumaLo, p.lumaHi, lg);
-        vst1q_u8(a.dy1 + a.dx + k, vcombine_u8(vertical(h1.h[0], h2.h[0], wy0, wy1), vertical(h1.h[1], h2.h[1], wy0, wy1)));
+        vst1q_u8(a.dy1 + a.dx + k,
+                 vcombine_u8(vertical(h1.h[0], h2.h[0], wy0, wy1), vertical(h1.h[1], h2.h[1], wy0, wy1)));
     }
 }
 
@@ -141,10 +144,11 @@ template <bool Wide>
 int32_t noRotSemiplanar(const SpanArgs &a, const NoRotPlan &p) {
     const SrcPlanes &s = *a.src;
     const Offsets o = offsets(a, p.par);
-    const uint16x8_t cwy0 = vdupq_n_u16(static_cast<uint16_t>(16 - p.cfy)), cwy1 = vdupq_n_u16(static_cast<uint16_t>(p.cfy));
+    const uint16x8_t cwy0 = vdupq_n_u16(static_cast<uint16_t>(16 - p.cfy)),
+                     cwy1 = vdupq_n_u16(static_cast<uint16_t>(p.cfy));
     const uint8_t *c0 = s.c0 + static_cast<ptrdiff_t>(p.cr) * s.c0Pitch;
     const uint8_t *c1 = c0 + s.c0Pitch;
-    const uint8x8_t alternate = vreinterpret_u8_u16(vdup_n_u16(0x0100));   // 0, 1, 0, 1, ...
+    const uint8x8_t alternate = vreinterpret_u8_u16(vdup_n_u16(0x0100));  // 0, 1, 0, 1, ...
     for (int32_t g = 0; g < p.groups; ++g) {
         const int32_t k = 16 * g;
         const int32_t G = twinAdd(a.sx, twinMul(k, a.ux)) >> 11;
@@ -156,7 +160,8 @@ int32_t noRotSemiplanar(const SpanArgs &a, const NoRotPlan &p) {
         chromaTaps(o.chroma, G & 31, &idx, &f);
         const uint8x8x2_t i2 = vzip_u8(idx, idx), f2 = vzip_u8(f, f);
         const int32_t base = 2 * (G >> 5);
-        const uint8x8x4_t t0 = table32(c0, base, p.chromaLo, p.chromaHi), t1 = table32(c1, base, p.chromaLo, p.chromaHi);
+        const uint8x8x4_t t0 = table32(c0, base, p.chromaLo, p.chromaHi),
+                          t1 = table32(c1, base, p.chromaLo, p.chromaHi);
         uint8x8_t out[2];
         for (int h = 0; h < 2; ++h) {
             const uint8x8_t b0 = vadd_u8(vshl_n_u8(i2.val[h], 1), alternate), b1 = vadd_u8(b0, vdup_n_u8(2));
@@ -172,7 +177,8 @@ template <bool Wide>
 int32_t noRotPlanar(const SpanArgs &a, const NoRotPlan &p) {
     const SrcPlanes &s = *a.src;
     const Offsets o = offsets(a, p.par);
-    const uint16x8_t cwy0 = vdupq_n_u16(static_cast<uint16_t>(16 - p.cfy)), cwy1 = vdupq_n_u16(static_cast<uint16_t>(p.cfy));
+    const uint16x8_t cwy0 = vdupq_n_u16(static_cast<uint16_t>(16 - p.cfy)),
+                     cwy1 = vdupq_n_u16(static_cast<uint16_t>(p.cfy));
     const uint8_t *u0 = s.c0 + static_cast<ptrdiff_t>(p.cr) * s.c0Pitch, *u1 = u0 + s.c0Pitch;
     const uint8_t *v0 = s.c1 + static_cast<ptrdiff_t>(p.cr) * s.c1Pitch, *v1 = v0 + s.c1Pitch;
     for (int32_t g = 0; g < p.groups; ++g) {
@@ -194,7 +200,6 @@ int32_t noRotPlanar(const SpanArgs &a, const NoRotPlan &p) {
     }
     return 16 * p.groups;
 }
-
 
 // ---------------------------------------------------------------------------
 // General and parallelogram spans: per-lane positions, rows and weights.
@@ -260,10 +265,10 @@ inline LinearVectors linearVectors(const LinearPlan &p) {
 // The luma rows of one set of 16 positions (X0, Y0) + i * (ux, uy).
 struct RowSet {
     LumaGroup lg;
-    int32_t base;      // column of the windows: X0 >> 15
-    int32_t row;       // first source row of the lanes
-    int32_t spread;    // lane rows are row .. row + spread
-    int16x8_t rr[2];   // lane rows from `row`
+    int32_t base;     // column of the windows: X0 >> 15
+    int32_t row;      // first source row of the lanes
+    int32_t spread;   // lane rows are row .. row + spread
+    int16x8_t rr[2];  // lane rows from `row`
     uint16x8_t fy[2];
 };
 
@@ -305,10 +310,10 @@ inline void lumaStore(uint8_t *d, uint16x8_t (*h)[2], const RowSet &s, int32_t f
 
 // Chroma of a group's 8 chroma pixels: taps from X0 >> 16, rows from `row`.
 struct ChromaSet {
-    uint8x8_t idx, f;   // sample index and weight per chroma pixel
-    int32_t base;       // chroma column X0 >> 16
+    uint8x8_t idx, f;  // sample index and weight per chroma pixel
+    int32_t base;      // chroma column X0 >> 16
     int32_t row, spread;
-    int16x8_t rr;       // per chroma pixel
+    int16x8_t rr;  // per chroma pixel
     uint16x8_t fy;
 };
 
@@ -316,8 +321,8 @@ inline ChromaSet chromaSet(const LinearVectors &v, int32_t x0, int32_t y0, int32
     ChromaSet c;
     const int32_t odd = 16 * ((y0 >> 15) & 1);
     c.spread = spread;
-    const int16x8_t cx = vshrq_n_s16(
-        vaddq_s16(rel16(v.cxh, v.cxl, x0), vdupq_n_s16(static_cast<int16_t>(16 * ((x0 >> 15) & 1)))), 1);
+    const int16x8_t cx =
+        vshrq_n_s16(vaddq_s16(rel16(v.cxh, v.cxl, x0), vdupq_n_s16(static_cast<int16_t>(16 * ((x0 >> 15) & 1)))), 1);
     c.idx = vmovn_u16(vreinterpretq_u16_s16(vshrq_n_s16(cx, 4)));
     c.f = vmovn_u16(vandq_u16(vreinterpretq_u16_s16(cx), vdupq_n_u16(15)));
     c.base = x0 >> 16;
@@ -378,7 +383,7 @@ int32_t linearSpan(const SpanArgs &a, const LinearPlan &p) {
         } else {
             // Output byte b is channel b & 1 of chroma pixel b >> 1.
             const uint8x8x2_t i2 = vzip_u8(c.idx, c.idx), f2 = vzip_u8(c.f, c.f);
-            const uint8x8_t alternate = vreinterpret_u8_u16(vdup_n_u16(0x0100));   // 0, 1, 0, 1, ...
+            const uint8x8_t alternate = vreinterpret_u8_u16(vdup_n_u16(0x0100));  // 0, 1, 0, 1, ...
             uint8x8_t b0[2], b1[2], wg[2];
             for (int half = 0; half < 2; ++half) {
                 b0[half] = vadd_u8(vshl_n_u8(i2.val[half], 1), alternate);
@@ -387,8 +392,8 @@ int32_t linearSpan(const SpanArgs &a, const LinearPlan &p) {
             }
             uint16x8_t hc[2][kMaxRowSpread + 2];
             for (int32_t j = 0; j <= c.spread + 1; ++j) {
-                const uint8x8x4_t t = table32(s.c0 + static_cast<ptrdiff_t>(c.row + j) * s.c0Pitch, 2 * c.base,
-                                              p.chromaLo, p.chromaHi);
+                const uint8x8x4_t t =
+                    table32(s.c0 + static_cast<ptrdiff_t>(c.row + j) * s.c0Pitch, 2 * c.base, p.chromaLo, p.chromaHi);
                 for (int half = 0; half < 2; ++half) hc[half][j] = taps(t, b0[half], b1[half], wg[half], f2.val[half]);
             }
             const int16x8x2_t rr = vzipq_s16(c.rr, c.rr);

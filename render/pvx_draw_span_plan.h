@@ -27,14 +27,14 @@ inline int32_t noRotP16(const SpanArgs &a, int32_t k) {
 }
 
 struct NoRotPlan {
-    int32_t groups;               // whole 16-pixel groups to draw
-    bool wideLuma;                // a group's luma taps reach past 16 bytes (at most 32)
-    int32_t lumaLo, lumaHi;       // luma columns the span reads
-    int32_t r, fy;                // luma rows r.. and vertical weight
-    bool chroma;                  // chroma is drawn
-    int32_t par;                  // chroma at the group's odd pixels
-    int32_t chromaLo, chromaHi;   // chroma bytes (interleaved) or samples (planar) the span reads
-    int32_t cr, cfy;              // chroma row and vertical weight
+    int32_t groups;              // whole 16-pixel groups to draw
+    bool wideLuma;               // a group's luma taps reach past 16 bytes (at most 32)
+    int32_t lumaLo, lumaHi;      // luma columns the span reads
+    int32_t r, fy;               // luma rows r.. and vertical weight
+    bool chroma;                 // chroma is drawn
+    int32_t par;                 // chroma at the group's odd pixels
+    int32_t chromaLo, chromaHi;  // chroma bytes (interleaved) or samples (planar) the span reads
+    int32_t cr, cfy;             // chroma row and vertical weight
 };
 
 // False when the span does not suit the twin: no whole group, a backward
@@ -43,7 +43,7 @@ struct NoRotPlan {
 inline bool planNoRot(const SpanArgs &a, int32_t pairBytes, int32_t chromaReach, NoRotPlan *p) {
     p->groups = a.n >> 4;
     if (p->groups == 0 || a.ux < 0) return false;
-    const int32_t last = a.off16[15];   // the largest offset: the step is not negative
+    const int32_t last = a.off16[15];  // the largest offset: the step is not negative
     const int32_t lumaReach = ((15 + last) >> 4) + 1;
     if (lumaReach > 31) return false;
     p->wideLuma = lumaReach > 15;
@@ -78,14 +78,14 @@ inline bool planNoRot(const SpanArgs &a, int32_t pairBytes, int32_t chromaReach,
 constexpr int32_t kMaxRowSpread = 2;
 
 struct LinearPlan {
-    int32_t groups;               // whole 16-pixel groups in the span
-    bool wideLuma;                // a group's luma taps reach past 16 bytes (at most 32)
-    bool shared;                  // row y+1 reads the rows below with row y's weights (hx 0, hy one row)
-    int32_t lumaLo, lumaHi;       // columns bounding the luma taps of the drawn rows
-    bool chroma;                  // chroma is drawn
-    int32_t par;                  // chroma at the group's odd pixels
-    int32_t chromaLo, chromaHi;   // chroma bytes (interleaved) or samples (planar) bounding the taps
-    int32_t uxh, uxl, uyh, uyl;   // the steps split: u = 2048 * uh + ul, 0 <= ul < 2048
+    int32_t groups;              // whole 16-pixel groups in the span
+    bool wideLuma;               // a group's luma taps reach past 16 bytes (at most 32)
+    bool shared;                 // row y+1 reads the rows below with row y's weights (hx 0, hy one row)
+    int32_t lumaLo, lumaHi;      // columns bounding the luma taps of the drawn rows
+    bool chroma;                 // chroma is drawn
+    int32_t par;                 // chroma at the group's odd pixels
+    int32_t chromaLo, chromaHi;  // chroma bytes (interleaved) or samples (planar) bounding the taps
+    int32_t uxh, uxl, uyh, uyl;  // the steps split: u = 2048 * uh + ul, 0 <= ul < 2048
 };
 
 // Row of lane i relative to the group's first row, from the 1/16 position.
@@ -97,7 +97,7 @@ inline int32_t laneRow16(int32_t y0, int32_t i, int32_t uy) {
 // First row (from Y0 >> 15) and spread of the rows of a group's 16 lanes;
 // false when they spread too far.
 inline bool laneRows(int32_t y0, int32_t uy, int32_t *low, int32_t *spread) {
-    const int32_t last = laneRow16(y0, 15, uy) >> 4;   // lane 0 is at row 0
+    const int32_t last = laneRow16(y0, 15, uy) >> 4;  // lane 0 is at row 0
     *low = last < 0 ? last : 0;
     *spread = last < 0 ? -last : last;
     return *spread <= kMaxRowSpread;
@@ -167,10 +167,12 @@ inline bool planLinear(const SpanArgs &a, int32_t pairBytes, int32_t chromaReach
 // come from kSlide (16 + shift onwards; 0x80 selects zero); else it copies
 // the part inside into a zeroed block (`windowPart`). The bytes outside are
 // never used by a tap.
+// clang-format off
 alignas(16) constexpr uint8_t kSlide[48] = {
     0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80,
     0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15,
     0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80};
+// clang-format on
 
 // Start of the 16 loaded bytes for a window at `base` that leaves [lo, hi]
 // (hi - lo >= 15), and the shift from it: window byte o is loaded byte

@@ -52,22 +52,22 @@ inline __m128i gather(const Window2 &w, const Mask2 &m) {
 // ((16 - fy) * h0 + fy * h1 + 128) >> 8 of two 8-lane halves, packed to bytes.
 inline __m128i vertical(__m128i h0a, __m128i h0b, __m128i h1a, __m128i h1b, __m128i wy0, __m128i wy1) {
     const __m128i round = _mm_set1_epi16(128);
-    const __m128i a = _mm_srli_epi16(
-        _mm_add_epi16(_mm_add_epi16(_mm_mullo_epi16(h0a, wy0), _mm_mullo_epi16(h1a, wy1)), round), 8);
-    const __m128i b = _mm_srli_epi16(
-        _mm_add_epi16(_mm_add_epi16(_mm_mullo_epi16(h0b, wy0), _mm_mullo_epi16(h1b, wy1)), round), 8);
+    const __m128i a =
+        _mm_srli_epi16(_mm_add_epi16(_mm_add_epi16(_mm_mullo_epi16(h0a, wy0), _mm_mullo_epi16(h1a, wy1)), round), 8);
+    const __m128i b =
+        _mm_srli_epi16(_mm_add_epi16(_mm_add_epi16(_mm_mullo_epi16(h0b, wy0), _mm_mullo_epi16(h1b, wy1)), round), 8);
     return _mm_packus_epi16(a, b);
 }
 
 // Horizontal sums (16 - f) * p0 + f * p1 of one luma row of a group.
 struct Row16 {
-    __m128i a, b;   // pixels 0..7, 8..15
+    __m128i a, b;  // pixels 0..7, 8..15
 };
 
 struct LumaGroup {
-    __m128i pairs0, pairs1;   // gather masks (p0, p1) of pixels 0..7 and 8..15
-    Mask2 wide0, wide1;       // the same split over two windows
-    __m128i w0, w1;           // weights (16 - f, f)
+    __m128i pairs0, pairs1;  // gather masks (p0, p1) of pixels 0..7 and 8..15
+    Mask2 wide0, wide1;      // the same split over two windows
+    __m128i w0, w1;          // weights (16 - f, f)
 };
 
 // From the 1/16 positions of the 16 pixels relative to 16 * base column.
@@ -112,7 +112,8 @@ inline Row16 lumaRow(const uint8_t *row, int32_t base, int32_t lo, int32_t hi, c
 template <bool Wide>
 inline void lumaGroupRows(const SpanArgs &a, const NoRotPlan &p, const LumaGroup &lg, int32_t base, int32_t k) {
     const SrcPlanes &s = *a.src;
-    const __m128i wy0 = _mm_set1_epi16(static_cast<int16_t>(16 - p.fy)), wy1 = _mm_set1_epi16(static_cast<int16_t>(p.fy));
+    const __m128i wy0 = _mm_set1_epi16(static_cast<int16_t>(16 - p.fy)),
+                  wy1 = _mm_set1_epi16(static_cast<int16_t>(p.fy));
     const uint8_t *r1 = s.y + static_cast<ptrdiff_t>(p.r + 1) * s.yPitch;
     const Row16 h1 = lumaRow<Wide>(r1, base, p.lumaLo, p.lumaHi, lg);
     if (a.dy0 != nullptr) {
@@ -153,7 +154,8 @@ template <bool Wide>
 int32_t noRotSemiplanar(const SpanArgs &a, const NoRotPlan &p) {
     const SrcPlanes &s = *a.src;
     const Offsets o = offsets(a, p.par);
-    const __m128i cwy0 = _mm_set1_epi16(static_cast<int16_t>(16 - p.cfy)), cwy1 = _mm_set1_epi16(static_cast<int16_t>(p.cfy));
+    const __m128i cwy0 = _mm_set1_epi16(static_cast<int16_t>(16 - p.cfy)),
+                  cwy1 = _mm_set1_epi16(static_cast<int16_t>(p.cfy));
     const uint8_t *c0 = s.c0 + static_cast<ptrdiff_t>(p.cr) * s.c0Pitch;
     const uint8_t *c1 = c0 + s.c0Pitch;
     for (int32_t g = 0; g < p.groups; ++g) {
@@ -173,9 +175,9 @@ int32_t noRotSemiplanar(const SpanArgs &a, const NoRotPlan &p) {
         const __m128i w0 = _mm_unpacklo_epi8(g2, f2), w1 = _mm_unpackhi_epi8(g2, f2);
         const int32_t base = 2 * (G >> 5);
         const Window2 u0 = window2(c0, base, p.chromaLo, p.chromaHi), u1 = window2(c1, base, p.chromaLo, p.chromaHi);
-        const __m128i out = vertical(_mm_maddubs_epi16(gather(u0, m0), w0), _mm_maddubs_epi16(gather(u0, m1), w1),
-                                     _mm_maddubs_epi16(gather(u1, m0), w0), _mm_maddubs_epi16(gather(u1, m1), w1),
-                                     cwy0, cwy1);
+        const __m128i out =
+            vertical(_mm_maddubs_epi16(gather(u0, m0), w0), _mm_maddubs_epi16(gather(u0, m1), w1),
+                     _mm_maddubs_epi16(gather(u1, m0), w0), _mm_maddubs_epi16(gather(u1, m1), w1), cwy0, cwy1);
         _mm_storeu_si128(reinterpret_cast<__m128i *>(a.dc00 + ((a.dx + k + p.par) >> 1) * 2), out);
     }
     return 16 * p.groups;
@@ -185,7 +187,8 @@ template <bool Wide>
 int32_t noRotPlanar(const SpanArgs &a, const NoRotPlan &p) {
     const SrcPlanes &s = *a.src;
     const Offsets o = offsets(a, p.par);
-    const __m128i cwy0 = _mm_set1_epi16(static_cast<int16_t>(16 - p.cfy)), cwy1 = _mm_set1_epi16(static_cast<int16_t>(p.cfy));
+    const __m128i cwy0 = _mm_set1_epi16(static_cast<int16_t>(16 - p.cfy)),
+                  cwy1 = _mm_set1_epi16(static_cast<int16_t>(p.cfy));
     const uint8_t *u0 = s.c0 + static_cast<ptrdiff_t>(p.cr) * s.c0Pitch, *u1 = u0 + s.c0Pitch;
     const uint8_t *v0 = s.c1 + static_cast<ptrdiff_t>(p.cr) * s.c1Pitch, *v1 = v0 + s.c1Pitch;
     for (int32_t g = 0; g < p.groups; ++g) {
@@ -208,7 +211,6 @@ int32_t noRotPlanar(const SpanArgs &a, const NoRotPlan &p) {
     }
     return 16 * p.groups;
 }
-
 
 // ---------------------------------------------------------------------------
 // General and parallelogram spans: per-lane positions, rows and weights.
@@ -254,7 +256,8 @@ struct LinearVectors {
 // i * uh and i * ul of the 16 luma lanes and of the 8 chroma lanes (i = par + 2j).
 inline LinearVectors linearVectors(const LinearPlan &p) {
     const __m128i lanes[2] = {_mm_setr_epi16(0, 1, 2, 3, 4, 5, 6, 7), _mm_setr_epi16(8, 9, 10, 11, 12, 13, 14, 15)};
-    const __m128i chroma = _mm_add_epi16(_mm_setr_epi16(0, 2, 4, 6, 8, 10, 12, 14), _mm_set1_epi16(static_cast<int16_t>(p.par)));
+    const __m128i chroma =
+        _mm_add_epi16(_mm_setr_epi16(0, 2, 4, 6, 8, 10, 12, 14), _mm_set1_epi16(static_cast<int16_t>(p.par)));
     const __m128i xh = _mm_set1_epi16(static_cast<int16_t>(p.uxh)), xl = _mm_set1_epi16(static_cast<int16_t>(p.uxl));
     const __m128i yh = _mm_set1_epi16(static_cast<int16_t>(p.uyh)), yl = _mm_set1_epi16(static_cast<int16_t>(p.uyl));
     LinearVectors v;
@@ -274,10 +277,10 @@ inline LinearVectors linearVectors(const LinearPlan &p) {
 // The luma rows of one set of 16 positions (X0, Y0) + i * (ux, uy).
 struct RowSet {
     LumaGroup lg;
-    int32_t base;      // column of the windows: X0 >> 15
-    int32_t row;       // first source row of the lanes
-    int32_t spread;    // lane rows are row .. row + spread
-    __m128i rr[2];     // lane rows from `row`
+    int32_t base;    // column of the windows: X0 >> 15
+    int32_t row;     // first source row of the lanes
+    int32_t spread;  // lane rows are row .. row + spread
+    __m128i rr[2];   // lane rows from `row`
     __m128i fy[2];
 };
 
@@ -320,21 +323,23 @@ inline void lumaStore(uint8_t *d, __m128i (*h)[2], const RowSet &s, int32_t from
 
 // Chroma of a group's 8 chroma pixels: taps from X0 >> 16, rows from `row`.
 struct ChromaSet {
-    __m128i idx, f;    // sample index and weight per chroma pixel (bytes 0..7)
-    int32_t base;      // chroma column X0 >> 16
+    __m128i idx, f;  // sample index and weight per chroma pixel (bytes 0..7)
+    int32_t base;    // chroma column X0 >> 16
     int32_t row, spread;
-    __m128i rr, fy;    // per chroma pixel (16-bit lanes)
+    __m128i rr, fy;  // per chroma pixel (16-bit lanes)
 };
 
 inline ChromaSet chromaSet(const LinearVectors &v, int32_t x0, int32_t y0, int32_t low, int32_t spread) {
     ChromaSet c;
     const int32_t odd = 16 * ((y0 >> 15) & 1);
     c.spread = spread;
-    const __m128i cx = _mm_srli_epi16(_mm_add_epi16(rel16(v.cxh, v.cxl, x0), _mm_set1_epi16(static_cast<int16_t>(16 * ((x0 >> 15) & 1)))), 1);
+    const __m128i cx = _mm_srli_epi16(
+        _mm_add_epi16(rel16(v.cxh, v.cxl, x0), _mm_set1_epi16(static_cast<int16_t>(16 * ((x0 >> 15) & 1)))), 1);
     c.idx = _mm_packus_epi16(_mm_srli_epi16(cx, 4), _mm_setzero_si128());
     c.f = _mm_packus_epi16(_mm_and_si128(cx, _mm_set1_epi16(15)), _mm_setzero_si128());
     c.base = x0 >> 16;
-    const __m128i cy = _mm_srai_epi16(_mm_add_epi16(rel16(v.cyh, v.cyl, y0), _mm_set1_epi16(static_cast<int16_t>(odd))), 1);
+    const __m128i cy =
+        _mm_srai_epi16(_mm_add_epi16(rel16(v.cyh, v.cyl, y0), _mm_set1_epi16(static_cast<int16_t>(odd))), 1);
     c.row = (y0 >> 16) + low;
     c.rr = _mm_sub_epi16(_mm_srai_epi16(cy, 4), _mm_set1_epi16(static_cast<int16_t>(low)));
     c.fy = _mm_and_si128(cy, _mm_set1_epi16(15));
@@ -384,8 +389,10 @@ int32_t linearSpan(const SpanArgs &a, const LinearPlan &p) {
             __m128i u[kMaxRowSpread + 2], vv[kMaxRowSpread + 2];
             for (int32_t j = 0; j <= c.spread + 1; ++j) {
                 const ptrdiff_t rj = c.row + j;
-                u[j] = _mm_maddubs_epi16(_mm_shuffle_epi8(window(s.c0 + rj * s.c0Pitch, c.base, p.chromaLo, p.chromaHi), m), w);
-                vv[j] = _mm_maddubs_epi16(_mm_shuffle_epi8(window(s.c1 + rj * s.c1Pitch, c.base, p.chromaLo, p.chromaHi), m), w);
+                u[j] = _mm_maddubs_epi16(
+                    _mm_shuffle_epi8(window(s.c0 + rj * s.c0Pitch, c.base, p.chromaLo, p.chromaHi), m), w);
+                vv[j] = _mm_maddubs_epi16(
+                    _mm_shuffle_epi8(window(s.c1 + rj * s.c1Pitch, c.base, p.chromaLo, p.chromaHi), m), w);
             }
             const __m128i ou = verticalLanes<Round>(pick(u, c.rr, 0, c.spread), pick(u, c.rr, 1, c.spread), c.fy);
             const __m128i ov = verticalLanes<Round>(pick(vv, c.rr, 0, c.spread), pick(vv, c.rr, 1, c.spread), c.fy);
@@ -402,7 +409,8 @@ int32_t linearSpan(const SpanArgs &a, const LinearPlan &p) {
             const __m128i w0 = _mm_unpacklo_epi8(g2, f2), w1 = _mm_unpackhi_epi8(g2, f2);
             __m128i lo[kMaxRowSpread + 2], hi[kMaxRowSpread + 2];
             for (int32_t j = 0; j <= c.spread + 1; ++j) {
-                const Window2 win = window2(s.c0 + static_cast<ptrdiff_t>(c.row + j) * s.c0Pitch, 2 * c.base, p.chromaLo, p.chromaHi);
+                const Window2 win =
+                    window2(s.c0 + static_cast<ptrdiff_t>(c.row + j) * s.c0Pitch, 2 * c.base, p.chromaLo, p.chromaHi);
                 lo[j] = _mm_maddubs_epi16(gather(win, m0), w0);
                 hi[j] = _mm_maddubs_epi16(gather(win, m1), w1);
             }

@@ -5,9 +5,11 @@
 // Each kernel is a per-cell set-up (fixed-point corners, steps, the boundary
 // trimming, the destination clip, the choice between the checked and the
 // unchecked loop) plus a per-row-pair span function that takes a plain
-// SpanArgs record. A vector twin of a span replaces the span only; it must
-// reproduce the span's arithmetic exactly, which is why every position sum
-// below is done in wrapping 32-bit arithmetic (what a 32-bit lane does).
+// SpanArgs record. A vector twin of a span (pvx_draw_span.h; bilinear 4:2:0
+// unchecked spans) draws the span's leading 16-pixel groups and the scalar
+// span the rest; it reproduces the span's arithmetic exactly, which is why
+// every position sum below is done in wrapping 32-bit arithmetic (what a
+// 32-bit lane does).
 //
 // Positions are Q15 (source pixels times 32768). A bilinear tap uses the
 // pixel (v >> 15) and the 4-bit weight (v >> 11) & 15. The vector kernels

@@ -85,8 +85,10 @@ void resampleRow(void *line, const uint8_t *src, int32_t sw, int32_t dw, int64_t
                     if (i0 > last) i0 = last;
                     if (i1 > last) i1 = last;
                     for (int c = 0; c < C; ++c) {
-                        const uint32_t v = (sample<T, C>(src, i0, c) * (128 - w) + sample<T, C>(src, i1, c) * w + 64) >> 7;
-                        out[(static_cast<ptrdiff_t>(j) + 8 * g + k) * C + c] = static_cast<T>(v > kMaxSample<T> ? kMaxSample<T> : v);
+                        const uint32_t v =
+                            (sample<T, C>(src, i0, c) * (128 - w) + sample<T, C>(src, i1, c) * w + 64) >> 7;
+                        out[(static_cast<ptrdiff_t>(j) + 8 * g + k) * C + c] =
+                            static_cast<T>(v > kMaxSample<T> ? kMaxSample<T> : v);
                     }
                 }
             }
@@ -118,7 +120,8 @@ void blendRows(uint8_t *dst, const void *upper, const void *lower, int32_t dw, i
     const int64_t grouped = Grouped ? C * static_cast<int64_t>(dw - dw % 8) : 0;
     const int32_t w = (f + 128) >> 8;
     int64_t j = 0;
-    if (blend7 != nullptr && grouped > 0) j = blend7(dst, reinterpret_cast<const uint8_t *>(a), reinterpret_cast<const uint8_t *>(b), grouped, w);
+    if (blend7 != nullptr && grouped > 0)
+        j = blend7(dst, reinterpret_cast<const uint8_t *>(a), reinterpret_cast<const uint8_t *>(b), grouped, w);
     for (; j < grouped; ++j) {
         const uint32_t v = (a[j] * static_cast<uint32_t>(128 - w) + b[j] * static_cast<uint32_t>(w) + 64) >> 7;
         store<T>(dst, j, v > kMaxSample<T> ? kMaxSample<T> : v);
@@ -132,8 +135,8 @@ inline pvx_ResizeBlend7Fn blend7Of(const pvx_ResizeTwins *t) { return t != nullp
 
 }  // namespace
 
-void pvx_ImageProc2_Uint8_resampleRow(void *line, const uint8_t *src, int32_t sw, int32_t dw, int64_t x0,
-                                      int64_t step, int32_t safe, const pvx_ResizeTwins *twins) {
+void pvx_ImageProc2_Uint8_resampleRow(void *line, const uint8_t *src, int32_t sw, int32_t dw, int64_t x0, int64_t step,
+                                      int32_t safe, const pvx_ResizeTwins *twins) {
     resampleRow<uint8_t, 1>(line, src, sw, dw, x0, step, safe, groups8Of(twins));
 }
 void pvx_ImageProc2_Uint8_blendRows(uint8_t *dst, const void *upper, const void *lower, int32_t dw, int32_t f,
@@ -142,8 +145,8 @@ void pvx_ImageProc2_Uint8_blendRows(uint8_t *dst, const void *upper, const void 
 }
 
 // The groups' twin serves one 8-bit channel only.
-void pvx_ImageProc2_Uint16_resampleRow(void *line, const uint8_t *src, int32_t sw, int32_t dw, int64_t x0,
-                                       int64_t step, int32_t safe, const pvx_ResizeTwins * /*twins*/) {
+void pvx_ImageProc2_Uint16_resampleRow(void *line, const uint8_t *src, int32_t sw, int32_t dw, int64_t x0, int64_t step,
+                                       int32_t safe, const pvx_ResizeTwins * /*twins*/) {
     resampleRow<uint16_t, 1>(line, src, sw, dw, x0, step, safe, nullptr);
 }
 void pvx_ImageProc2_Uint16_blendRows(uint8_t *dst, const void *upper, const void *lower, int32_t dw, int32_t f,
@@ -151,8 +154,8 @@ void pvx_ImageProc2_Uint16_blendRows(uint8_t *dst, const void *upper, const void
     blendRows<uint16_t, 1, false>(dst, upper, lower, dw, f, nullptr);
 }
 
-void pvx_ImageProc2_Rgb888_resampleRow(void *line, const uint8_t *src, int32_t sw, int32_t dw, int64_t x0,
-                                       int64_t step, int32_t safe, const pvx_ResizeTwins * /*twins*/) {
+void pvx_ImageProc2_Rgb888_resampleRow(void *line, const uint8_t *src, int32_t sw, int32_t dw, int64_t x0, int64_t step,
+                                       int32_t safe, const pvx_ResizeTwins * /*twins*/) {
     resampleRow<uint8_t, 3>(line, src, sw, dw, x0, step, safe, nullptr);
 }
 void pvx_ImageProc2_Rgb888_blendRows(uint8_t *dst, const void *upper, const void *lower, int32_t dw, int32_t f,

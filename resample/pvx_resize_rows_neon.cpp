@@ -30,8 +30,7 @@ inline uint8x8x2_t rowTable(const uint8_t *src, int32_t sw, int64_t s0) {
 
 }  // namespace
 
-void pvx_ImageProc2_groups8Neon(uint8_t *out, const uint8_t *src, int32_t sw, int32_t groups, int64_t x,
-                                int64_t step) {
+void pvx_ImageProc2_groups8Neon(uint8_t *out, const uint8_t *src, int32_t sw, int32_t groups, int64_t x, int64_t step) {
     const int64_t last = sw - 1;
     const int32_t step32 = static_cast<int32_t>(step);
     uint16_t lane[8];
@@ -57,8 +56,7 @@ void pvx_ImageProc2_groups8Neon(uint8_t *out, const uint8_t *src, int32_t sw, in
 }
 
 // (a * (128 - w) + b * w + 64) >> 7: at most 255, a rounding narrowing shift.
-int64_t pvx_ImageProc2_blend7Neon(uint8_t *dst, const uint8_t *upper, const uint8_t *lower, int64_t count,
-                                  int32_t w) {
+int64_t pvx_ImageProc2_blend7Neon(uint8_t *dst, const uint8_t *upper, const uint8_t *lower, int64_t count, int32_t w) {
     const int64_t n = count - count % 8;
     const uint8x8_t wa = vdup_n_u8(static_cast<uint8_t>(128 - w)), wb = vdup_n_u8(static_cast<uint8_t>(w));
     int64_t j = 0;
@@ -105,7 +103,7 @@ int32_t pvx_ImageProc2_middle88Neon(uint16_t *out, const uint8_t *src, int32_t s
     const uint32_t s32 = static_cast<uint32_t>(step);
     const uint32_t kk[8] = {0, s32, 2 * s32, 3 * s32, 4 * s32, 5 * s32, 6 * s32, 7 * s32};
     const uint32x4_t k0 = vld1q_u32(kk), k1 = vld1q_u32(kk + 4);
-    const uint8x8_t alternate = vreinterpret_u8_u16(vdup_n_u16(0x0100));   // 0, 1, 0, 1, ...
+    const uint8x8_t alternate = vreinterpret_u8_u16(vdup_n_u16(0x0100));  // 0, 1, 0, 1, ...
     int32_t done = 0;
     while (done + 8 <= count && x + 7 * step < end) {
         const int64_t base = x >> 15;
@@ -134,7 +132,8 @@ int32_t pvx_ImageProc2_middle88Neon(uint16_t *out, const uint8_t *src, int32_t s
                                             vget_low_u16(f2.val[h]));
             const uint32x4_t hi = vmlal_u16(vmull_u16(vget_high_u16(p0), vget_high_u16(g2.val[h])), vget_high_u16(p1),
                                             vget_high_u16(f2.val[h]));
-            vst1q_u16(out + 2 * (static_cast<ptrdiff_t>(done) + 4 * h), vcombine_u16(vrshrn_n_u32(lo, 10), vrshrn_n_u32(hi, 10)));
+            vst1q_u16(out + 2 * (static_cast<ptrdiff_t>(done) + 4 * h),
+                      vcombine_u16(vrshrn_n_u32(lo, 10), vrshrn_n_u32(hi, 10)));
         }
         done += 8;
         x += 8 * step;

@@ -56,8 +56,7 @@ void pvx_ImageProc2_groups8Ssse3(uint8_t *out, const uint8_t *src, int32_t sw, i
 }
 
 // (a * (128 - w) + b * w + 64) >> 7 at most 32704: signed 16-bit lanes.
-int64_t pvx_ImageProc2_blend7Ssse3(uint8_t *dst, const uint8_t *upper, const uint8_t *lower, int64_t count,
-                                   int32_t w) {
+int64_t pvx_ImageProc2_blend7Ssse3(uint8_t *dst, const uint8_t *upper, const uint8_t *lower, int64_t count, int32_t w) {
     const int64_t n = count - count % 8;
     const __m128i wa = _mm_set1_epi16(static_cast<int16_t>(128 - w)), wb = _mm_set1_epi16(static_cast<int16_t>(w));
     const __m128i zero = _mm_setzero_si128(), round = _mm_set1_epi16(64);
@@ -121,7 +120,8 @@ int32_t pvx_ImageProc2_middle88Ssse3(uint16_t *out, const uint8_t *src, int32_t 
     const int64_t width = wide ? 32 : 16;
     if (rowBytes < width) return 0;
     const int32_t s32 = static_cast<int32_t>(step);
-    const __m128i k0 = _mm_setr_epi32(0, s32, 2 * s32, 3 * s32), k1 = _mm_setr_epi32(4 * s32, 5 * s32, 6 * s32, 7 * s32);
+    const __m128i k0 = _mm_setr_epi32(0, s32, 2 * s32, 3 * s32),
+                  k1 = _mm_setr_epi32(4 * s32, 5 * s32, 6 * s32, 7 * s32);
     const __m128i spread = _mm_setr_epi8(0, 0, 0, 0, 4, 4, 4, 4, 8, 8, 8, 8, 12, 12, 12, 12);
     const __m128i order = _mm_setr_epi8(0, 2, 1, 3, 0, 2, 1, 3, 0, 2, 1, 3, 0, 2, 1, 3);
     const __m128i m15 = _mm_set1_epi32(32767), low16 = _mm_set1_epi32(0xFFFF), round = _mm_set1_epi32(512);
@@ -150,9 +150,13 @@ int32_t pvx_ImageProc2_middle88Ssse3(uint16_t *out, const uint8_t *src, int32_t 
             }
             const __m128i a = _mm_unpacklo_epi8(taps, zero), b = _mm_unpackhi_epi8(taps, zero);
             const __m128i ra = _mm_srli_epi32(
-                _mm_add_epi32(_mm_add_epi32(_mm_madd_epi16(a, _mm_unpacklo_epi32(w, w)), _mm_and_si128(a, low16)), round), 10);
+                _mm_add_epi32(_mm_add_epi32(_mm_madd_epi16(a, _mm_unpacklo_epi32(w, w)), _mm_and_si128(a, low16)),
+                              round),
+                10);
             const __m128i rb = _mm_srli_epi32(
-                _mm_add_epi32(_mm_add_epi32(_mm_madd_epi16(b, _mm_unpackhi_epi32(w, w)), _mm_and_si128(b, low16)), round), 10);
+                _mm_add_epi32(_mm_add_epi32(_mm_madd_epi16(b, _mm_unpackhi_epi32(w, w)), _mm_and_si128(b, low16)),
+                              round),
+                10);
             _mm_storeu_si128(reinterpret_cast<__m128i *>(out + 2 * (static_cast<ptrdiff_t>(done) + 4 * h)),
                              _mm_packs_epi32(ra, rb));
         }

@@ -49,20 +49,16 @@ int32_t pvx_ImageProc2_availableTwins(const pvx_ResizeTwins *const **list);
 const pvx_ResizeTwins *pvx_ImageProc2_bestTwins();
 
 #if defined(__x86_64__) || defined(__i386__)
-void pvx_ImageProc2_groups8Ssse3(uint8_t *out, const uint8_t *src, int32_t sw, int32_t groups, int64_t x,
-                                 int64_t step);
-int64_t pvx_ImageProc2_blend7Ssse3(uint8_t *dst, const uint8_t *upper, const uint8_t *lower, int64_t count,
-                                   int32_t w);
+void pvx_ImageProc2_groups8Ssse3(uint8_t *out, const uint8_t *src, int32_t sw, int32_t groups, int64_t x, int64_t step);
+int64_t pvx_ImageProc2_blend7Ssse3(uint8_t *dst, const uint8_t *upper, const uint8_t *lower, int64_t count, int32_t w);
 int64_t pvx_ImageProc2_blend88Ssse3(uint8_t *dst, const uint16_t *upper, const uint16_t *lower, int64_t count,
                                     uint32_t w);
 int32_t pvx_ImageProc2_middle88Ssse3(uint16_t *out, const uint8_t *src, int32_t sw, int32_t count, int64_t x,
                                      int64_t step);
 #endif
 #if defined(__ARM_NEON)
-void pvx_ImageProc2_groups8Neon(uint8_t *out, const uint8_t *src, int32_t sw, int32_t groups, int64_t x,
-                                int64_t step);
-int64_t pvx_ImageProc2_blend7Neon(uint8_t *dst, const uint8_t *upper, const uint8_t *lower, int64_t count,
-                                  int32_t w);
+void pvx_ImageProc2_groups8Neon(uint8_t *out, const uint8_t *src, int32_t sw, int32_t groups, int64_t x, int64_t step);
+int64_t pvx_ImageProc2_blend7Neon(uint8_t *dst, const uint8_t *upper, const uint8_t *lower, int64_t count, int32_t w);
 int64_t pvx_ImageProc2_blend88Neon(uint8_t *dst, const uint16_t *upper, const uint16_t *lower, int64_t count,
                                    uint32_t w);
 int32_t pvx_ImageProc2_middle88Neon(uint16_t *out, const uint8_t *src, int32_t sw, int32_t count, int64_t x,

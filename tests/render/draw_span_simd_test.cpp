@@ -86,7 +86,7 @@ struct Case {
 
 void reachOf(const Case &c, Box *luma, Box *chroma) {
     const SpanArgs &a = c.a;
-    const int32_t cb = c.planar ? 1 : 2;   // bytes of a chroma sample on its row
+    const int32_t cb = c.planar ? 1 : 2;  // bytes of a chroma sample on its row
     for (int32_t k = 0; k < a.n; ++k) {
         const bool even = ((a.dx + k) & 1) == 0;
         if (c.kind == kNoRotSpan) {
@@ -117,20 +117,28 @@ struct Dest {
 int32_t randomStep(std::mt19937_64 &rng) {
     const int32_t special[] = {32768, 16384, 32767, 32769, 0, 1, 29000, 30719, 30720, 61439, 61440, 65535, -3000};
     switch (rng() % 4) {
-        case 0: return special[rng() % (sizeof special / sizeof special[0])];
-        case 1: return 1 + static_cast<int32_t>(rng() % 32768);            // below one pixel
-        case 2: return 32768 + static_cast<int32_t>(rng() % 32768);        // one to two pixels
-        default: return 24000 + static_cast<int32_t>(rng() % 20000);       // around one pixel
+        case 0:
+            return special[rng() % (sizeof special / sizeof special[0])];
+        case 1:
+            return 1 + static_cast<int32_t>(rng() % 32768);  // below one pixel
+        case 2:
+            return 32768 + static_cast<int32_t>(rng() % 32768);  // one to two pixels
+        default:
+            return 24000 + static_cast<int32_t>(rng() % 20000);  // around one pixel
     }
 }
 
 // Vertical steps along a row: level, gentle and steep slopes either way.
 int32_t randomSlope(std::mt19937_64 &rng) {
     switch (rng() % 4) {
-        case 0: return 0;
-        case 1: return static_cast<int32_t>(rng() % 2001) - 1000;
-        case 2: return static_cast<int32_t>(rng() % 8001) - 4000;
-        default: return static_cast<int32_t>(rng() % 20001) - 10000;
+        case 0:
+            return 0;
+        case 1:
+            return static_cast<int32_t>(rng() % 2001) - 1000;
+        case 2:
+            return static_cast<int32_t>(rng() % 8001) - 4000;
+        default:
+            return static_cast<int32_t>(rng() % 20001) - 10000;
     }
 }
 
@@ -149,7 +157,7 @@ Case randomCase(std::mt19937_64 &rng, SpanKind kind, bool planar) {
     a.hy = 32768;
     if (kind != kNoRotSpan) {
         a.uy = randomSlope(rng);
-        if (rng() % 2 == 0) {   // row y+1 mapped through the lattice (otherwise the row below)
+        if (rng() % 2 == 0) {  // row y+1 mapped through the lattice (otherwise the row below)
             a.hx = static_cast<int32_t>(rng() % 40001) - 20000;
             a.hy = 20000 + static_cast<int32_t>(rng() % 25000);
         }
@@ -157,7 +165,7 @@ Case randomCase(std::mt19937_64 &rng, SpanKind kind, bool planar) {
     // Far enough right and down that backward steps stay at row and column 0 or beyond.
     a.sx = (a.ux < 0 ? 200 * 32768 : 0) + 32768 + static_cast<int32_t>(rng() % (60 * 32768));
     a.sy = std::max(0, -(a.n - 1) * a.uy) + static_cast<int32_t>(rng() % (3 * 32768));
-    const int rows = static_cast<int>(rng() % 3);   // 0: both rows, 1: row y only, 2: row y+1 only
+    const int rows = static_cast<int>(rng() % 3);  // 0: both rows, 1: row y only, 2: row y+1 only
     c.row0 = rows != 2;
     c.row1 = rows != 1;
     c.chroma = c.row0 && rng() % 4 != 0;
@@ -210,9 +218,12 @@ std::string describe(const Case &c) {
 
 SpanTwin twinOf(const SpanTwins &t, SpanKind kind, bool planar) {
     switch (kind) {
-        case kNoRotSpan: return planar ? t.noRotPlanar : t.noRotSemiplanar;
-        case kGeneralSpan: return planar ? t.generalPlanar : t.generalSemiplanar;
-        default: return planar ? t.parallelPlanar : t.parallelSemiplanar;
+        case kNoRotSpan:
+            return planar ? t.noRotPlanar : t.noRotSemiplanar;
+        case kGeneralSpan:
+            return planar ? t.generalPlanar : t.generalSemiplanar;
+        default:
+            return planar ? t.parallelPlanar : t.parallelSemiplanar;
     }
 }
 
@@ -254,7 +265,7 @@ TEST_P(DrawSpanSimd, TwinsMatchTheScalarSpan) {
             s.c0Pitch = u.pitch();
             s.c1 = planar ? v.base() : u.base() + 1;
             s.c1Pitch = planar ? v.pitch() : u.pitch();
-            s.w = s.h = s.cw = s.ch = 0;   // unused by the unchecked spans
+            s.w = s.h = s.cw = s.ch = 0;  // unused by the unchecked spans
 
             const int32_t width = c.a.dx + c.a.n + 24;
             Dest want(width), got(width);
@@ -284,8 +295,9 @@ TEST_P(DrawSpanSimd, TwinsMatchTheScalarSpan) {
 
 INSTANTIATE_TEST_SUITE_P(Kinds, DrawSpanSimd, ::testing::Values(kNoRotSpan, kGeneralSpan, kParallelSpan),
                          [](const ::testing::TestParamInfo<SpanKind> &i) {
-                             return std::string(i.param == kNoRotSpan ? "Unrotated"
-                                                : i.param == kGeneralSpan ? "General" : "Parallelogram");
+                             return std::string(i.param == kNoRotSpan     ? "Unrotated"
+                                                : i.param == kGeneralSpan ? "General"
+                                                                          : "Parallelogram");
                          });
 
 // The twin set chosen for this processor is one of the available ones.

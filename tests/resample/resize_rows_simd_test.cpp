@@ -62,9 +62,8 @@ TEST(ResizeRowsSimd, Uint8ResamplerGroupsMatchTheScalarGroups) {
             pvx_ImageProc2_Uint8_resampleRow(want.data(), src.data(), sw, dw, x0, step, safe, nullptr);
             pvx_ImageProc2_Uint8_resampleRow(got.data(), src.data(), sw, dw, x0, step, safe, t);
             for (int32_t j = 0; j < dw; ++j)
-                ASSERT_EQ(want.data()[j], got.data()[j])
-                    << t->isa << " sw=" << sw << " dw=" << dw << " x0=" << x0 << " step=" << step << " safe=" << safe
-                    << " at " << j;
+                ASSERT_EQ(want.data()[j], got.data()[j]) << t->isa << " sw=" << sw << " dw=" << dw << " x0=" << x0
+                                                         << " step=" << step << " safe=" << safe << " at " << j;
         }
     }
 }
@@ -131,7 +130,8 @@ TEST(ResizeRowsSimd, VerticalBlendsMatchTheScalarBlends) {
                 fillRandom(lower.data(), line, rng);
                 if (m.lineBytes == 4 && rng() % 2 == 0) {
                     // The resampler's x32 samples: 0 .. 8160.
-                    uint16_t *a = reinterpret_cast<uint16_t *>(upper.data()), *b = reinterpret_cast<uint16_t *>(lower.data());
+                    uint16_t *a = reinterpret_cast<uint16_t *>(upper.data()),
+                             *b = reinterpret_cast<uint16_t *>(lower.data());
                     for (size_t i = 0; i < line / 2; ++i) {
                         a[i] = static_cast<uint16_t>(rng() % 8161);
                         b[i] = static_cast<uint16_t>(rng() % 8161);
