@@ -4,7 +4,7 @@
 // spans live in pvx_draw_walk.h; a vector twin draws a leading part of a
 // span (whole 16-pixel groups) and returns how many pixels it drew, and the
 // scalar span draws the rest. Twins reproduce the scalar arithmetic byte for
-// byte and read no byte outside the range the scalar span reads on each row.
+// byte and read only where the scalar span's taps lie (see SpanTwin).
 //
 // This header holds plain records and declarations only: the twins are
 // compiled with instruction-set flags of their own, so they must not

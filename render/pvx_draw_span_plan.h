@@ -1,6 +1,8 @@
-// What a vector twin of the unrotated span works out before its groups:
-// the span's row and weight constants and, per plane, the range of columns
-// the scalar span reads, so that no vector load reaches outside them.
+// What a vector twin of a span works out before its groups: the span's row
+// and weight constants (unrotated) or the split steps (general and
+// parallelogram), and per plane the range of columns the scalar span reads,
+// so that no vector load reaches outside them; then the windows that load
+// a row's bytes within that range.
 //
 // Included by the twin files only. Everything here has internal linkage, so
 // each twin file compiles its own copy with its own instruction-set flags.
