@@ -46,7 +46,9 @@ void pvx_ImageProc2_groups8Neon(uint8_t *out, const uint8_t *src, int32_t sw, in
         const int64_t top = last - s0;
         const uint16x8_t lim = vdupq_n_u16(static_cast<uint16_t>(top < 255 ? top : 255));
         const uint16x8_t o = vaddq_u16(lanes, vdupq_n_u16(static_cast<uint16_t>((xg & 32767) >> 8)));
-        const uint16x8_t q = vaddq_u16(vshrq_n_u16(o, 7), vdupq_n_u16(static_cast<uint16_t>(base - s0)));
+        // Past the row end every tap is the last pixel: any offset beyond it will do.
+        const int64_t shift = base - s0 < 255 ? base - s0 : 255;
+        const uint16x8_t q = vaddq_u16(vshrq_n_u16(o, 7), vdupq_n_u16(static_cast<uint16_t>(shift)));
         const uint8x8_t i0 = vmovn_u16(vminq_u16(q, lim));
         const uint8x8_t i1 = vmovn_u16(vminq_u16(vaddq_u16(q, vdupq_n_u16(1)), lim));
         const uint8x8_t w = vmovn_u16(vandq_u16(o, vdupq_n_u16(127)));

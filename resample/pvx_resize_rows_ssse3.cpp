@@ -40,7 +40,8 @@ void pvx_ImageProc2_groups8Ssse3(uint8_t *out, const uint8_t *src, int32_t sw, i
         const int64_t s0 = sw < 16 ? 0 : (base + 15 > last ? last - 15 : base);
         const __m128i win = rowWindow(src, sw, s0);
         const int64_t top = last - s0;
-        const __m128i d = _mm_set1_epi16(static_cast<int16_t>(base - s0));
+        // Past the row end every tap is the last pixel: any offset beyond it will do.
+        const __m128i d = _mm_set1_epi16(static_cast<int16_t>(base - s0 < 255 ? base - s0 : 255));
         const __m128i lim = _mm_set1_epi16(static_cast<int16_t>(top < 32767 ? top : 32767));
         const __m128i o = _mm_add_epi16(lanes, _mm_set1_epi16(static_cast<int16_t>((xg & 32767) >> 8)));
         const __m128i q = _mm_add_epi16(_mm_srli_epi16(o, 7), d);
