@@ -7,17 +7,17 @@
  *   param.format = "YUV420_SEMIPLANAR";
  *   param.width = 1920; param.height = 1080;
  *   param.mode = 0;                                  (four coefficients)
- *   param.coef[0] = -0.2; param.coef[1] = 0.05;      (k1 .. k4)
+ *   param.coef[0] = 0.2; param.coef[1] = 0.05;       (k1 .. k4: a barrel lens)
  *
  *   int32_t size = parvex_DistortionCorrection_getBufferSize(&param);
- *   void *buffer = malloc(size);
+ *   void *buffer = ...;                              (size bytes, 8-aligned, yours)
  *   parvex_DistortionCorrection h;
  *   parvex_DistortionCorrection_initialize(&h, buffer, size, &param);
  *   parvex_DistortionCorrection_start(&h);
  *   for each frame:
  *     parvex_DistortionCorrection_process(&h, &output, &input);
  *   parvex_DistortionCorrection_finalize(&h);
- *   free(buffer);
+ *   (the buffer is yours again)
  *
  * Every function except getVersion and getBufferSize returns one of the
  * PARVEX_ codes below. Calls on one handle must not overlap; the library
