@@ -1,5 +1,5 @@
-// Records from the caller's public image records, size queries by name,
-// display modes and the plausibility test.
+// Records from the caller's public image records, size queries by name and
+// the plausibility test of caller pitches.
 #include <stdint.h>
 #include <string.h>
 
@@ -41,20 +41,6 @@ TEST(ImageBridge, InitImageTakesPlanesByPlaneCount) {
     EXPECT_EQ(pvx_destruct_Image(&img), PVX_OK);
 }
 
-TEST(ImageBridge, InitImageExReadsOnlyThePitchesOfTheFormat) {
-    pvx_Image img;
-    pvx_construct_Image(&img, nullptr);
-    parvex_ImageDataEx data = {100, 50, {g_y, g_u, g_v}, {128, 256, 512}};
-
-    ASSERT_EQ(pvx_IF_initImageEx(&img, &data, PVX_FORMAT_BGR888), PVX_OK);
-    EXPECT_TRUE(planesAre(img, {g_y, nullptr, nullptr}, {128, 0, 0}));
-    ASSERT_EQ(pvx_IF_initImageEx(&img, &data, PVX_FORMAT_YVU420_SEMIPLANAR), PVX_OK);
-    EXPECT_TRUE(planesAre(img, {g_y, g_u, nullptr}, {128, 256, 0}));
-    ASSERT_EQ(pvx_IF_initImageEx(&img, &data, PVX_FORMAT_YUV420_PLANAR), PVX_OK);
-    EXPECT_TRUE(planesAre(img, {g_y, g_u, g_v}, {128, 256, 512}));
-    EXPECT_TRUE(recordIs(img, 100, 50, PVX_FORMAT_YUV420_PLANAR, true));
-}
-
 // A refused fill leaves no pointers of an earlier frame behind.
 TEST(ImageBridge, RefusedFillLeavesEmptyRecord) {
     pvx_Image img;
@@ -89,33 +75,13 @@ TEST(ImageBridge, RefusedFillLeavesEmptyRecord) {
 TEST(ImageBridge, SizesByName) {
     EXPECT_EQ(pvx_IF_getImageSize(321, 241, "YUV420_PLANAR"), 322 * 242 + 2 * 161 * 121);
     EXPECT_EQ(pvx_IF_getImageSizeY(321, 241, "YUV420_PLANAR"), 322 * 242);
-    EXPECT_EQ(pvx_IF_getImageSizeU(321, 241, "YUV420_PLANAR"), 161 * 121);
     EXPECT_EQ(pvx_IF_getImageSizeV(321, 241, "YUV420_PLANAR"), 161 * 121);
-    EXPECT_EQ(pvx_IF_getImageSizeUV(321, 241, "YUV420_PLANAR"), 2 * 161 * 121);
     EXPECT_EQ(pvx_IF_getImageSizeUV(1920, 1080, "YVU420_SEMIPLANAR"), 1920 * 540);
-    EXPECT_EQ(pvx_IF_getImageSizeV(1920, 1080, "YVU420_SEMIPLANAR"), 0);
-    EXPECT_EQ(pvx_IF_getImageSize(321, 241, "RGB888"), 963 * 241);
-    EXPECT_EQ(pvx_IF_getImageSize(1920, 1080, "BGR888"), 1920 * 1080 * 3);
     // Unknown or differently cased names are "NONE", of size 0.
     EXPECT_EQ(pvx_IF_getImageSize(321, 241, "yuv420_planar"), 0);
     EXPECT_EQ(pvx_IF_getImageSize(321, 241, "NV21"), 0);
     EXPECT_EQ(pvx_IF_getImageSize(321, 241, nullptr), 0);
     EXPECT_EQ(pvx_IF_getImageSize(-1, 241, "RGB888"), 0);
-}
-
-TEST(ImageBridge, DisplayModes) {
-    EXPECT_EQ(pvx_IF_getPixelSize(0), 160 * 120);
-    EXPECT_EQ(pvx_IF_getPixelSize(2), 320 * 240);
-    EXPECT_EQ(pvx_IF_getPixelSize(6), 640 * 480);
-    EXPECT_EQ(pvx_IF_getPixelSize(13), 1280 * 720);
-    EXPECT_EQ(pvx_IF_getPixelSize(18), 1920 * 1080);
-    EXPECT_EQ(pvx_IF_getPixelSize(22), 3840 * 2160);
-    for (int32_t mode = 0; mode < 23; ++mode) {
-        EXPECT_GT(pvx_IF_getPixelSize(mode), 0) << mode;
-        for (int32_t other = 0; other < mode; ++other) EXPECT_NE(pvx_IF_getPixelSize(mode), pvx_IF_getPixelSize(other));
-    }
-    for (int32_t mode : {23, 24, 100, INT32_MAX, -1, INT32_MIN}) EXPECT_EQ(pvx_IF_getPixelSize(mode), 0) << mode;
-    EXPECT_EQ(pvx_IF_isAvailableImage(), 1);
 }
 
 TEST(ImageBridge, PlausibleCallerPitches) {

@@ -209,7 +209,7 @@ TEST(SubImage, ViewsNeverFreeTheParent) {
 
     EXPECT_EQ(pvx_destruct_Image(&parent), PVX_OK);
     EXPECT_EQ(heap.used(), 0u);
-    heap.check();
+    EXPECT_TRUE(heap.intact());
 }
 
 // ---- single-plane views ------------------------------------------------------

@@ -116,8 +116,6 @@ TEST(Renderer2Params, CellBelowEightIsRefused) {
     EXPECT_EQ(pvx_Renderer2_Params_initWithGridSize(&l.p, other, 7, 8), PVX_ERROR_PARAM);
     EXPECT_EQ(pvx_Renderer2_Params_initWithGridSize(&l.p, other, 8, 7), PVX_ERROR_PARAM);
     EXPECT_EQ(pvx_Renderer2_Params_initWithGridSize(&l.p, other, -8, 8), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_Renderer2_Params_initWithGridSize(&l.p, nullptr, 8, 8), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_Renderer2_Params_initWithGridSize(nullptr, other, 8, 8), PVX_ERROR_PARAM);
     // Nothing changed by a refusal at the argument check.
     EXPECT_EQ(l.p.srcX, keep);
     EXPECT_EQ(l.p.rect[2], 640);
@@ -145,7 +143,6 @@ TEST(Renderer2Params, VertexLimit) {
 }
 
 TEST(Renderer2Params, BufferSizeHoldsTheLargestLattice) {
-    EXPECT_EQ(pvx_Renderer2_Params_getBufferSize(), 409600u);
     HeapArea area(pvx_Renderer2_Params_getBufferSize());
     Lattice l(&area.heap);
     ASSERT_EQ(pvx_Renderer2_Params_init(&l.p, &kOwner, 127 * 8, 127 * 8, 1000), PVX_OK);
@@ -218,40 +215,6 @@ TEST(Renderer2Params, CellRulesOfTheBuilders) {
     expectLayout(l.p, vga, 10, 10);
     ASSERT_EQ(pvx_Renderer2_Params_initRectWithSize(&l.p, &kOwner, offset, 12), PVX_OK);
     expectLayout(l.p, offset, 12, 12);
-
-    // The owner is only tested for null.
-    EXPECT_EQ(pvx_Renderer2_Params_initRectWithSize(&l.p, nullptr, offset, 12), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_Renderer2_Params_initRectWithSize(&l.p, &kOwner, nullptr, 12), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_Renderer2_Params_initRectWithSize(nullptr, &kOwner, offset, 12), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_Renderer2_Params_initRect(&l.p, nullptr, offset, 2), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_Renderer2_Params_initRect(&l.p, &kOwner, nullptr, 2), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_Renderer2_Params_init(&l.p, nullptr, 64, 64, 2), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_Renderer2_Params_initVertical(&l.p, nullptr, 64, 64, 2), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_Renderer2_Params_initWithSize(&l.p, nullptr, 64, 64, 8), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_Renderer2_Params_initWithSize(nullptr, &kOwner, 64, 64, 8), PVX_ERROR_PARAM);
-}
-
-TEST(Renderer2Params, ConstructAndDestruct) {
-    HeapArea area;
-    pvx_Renderer2_Params p;
-    std::memset(&p, 0xA5, sizeof(p));
-    ASSERT_EQ(pvx_construct_Renderer2_Params(&p, &area.heap), PVX_OK);
-    EXPECT_EQ(p.heap, &area.heap);
-    EXPECT_EQ(p.reserved, 0u);
-    EXPECT_EQ(p.numX, 0);
-    EXPECT_EQ(p.numY, 0);
-    EXPECT_EQ(arrays(p), "0000");
-    ASSERT_EQ(pvx_Renderer2_Params_initWithSize(&p, &kOwner, 64, 48, 8), PVX_OK);
-    EXPECT_GT(area.used(), 0u);
-    // Re-initialising frees the old arrays first.
-    const uint32_t used = area.used();
-    ASSERT_EQ(pvx_Renderer2_Params_initWithSize(&p, &kOwner, 64, 48, 8), PVX_OK);
-    EXPECT_EQ(area.used(), used);
-    EXPECT_EQ(pvx_destruct_Renderer2_Params(&p), PVX_OK);
-    EXPECT_EQ(arrays(p), "0000");
-    EXPECT_EQ(area.used(), 0u);
-    EXPECT_EQ(pvx_construct_Renderer2_Params(nullptr, &area.heap), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_destruct_Renderer2_Params(nullptr), PVX_ERROR_PARAM);
 }
 
 TEST(Renderer2Params, AllocationFailureKeepsWhatWasObtained) {
@@ -320,8 +283,6 @@ TEST(Renderer2Params, CopyRebuildsADifferentShape) {
     // A refused rebuild is passed on.
     Lattice empty(&area.heap);
     EXPECT_EQ(pvx_Renderer2_Params_copy(&b.p, &empty.p), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_Renderer2_Params_copy(nullptr, &a.p), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_Renderer2_Params_copy(&b.p, nullptr), PVX_ERROR_PARAM);
     EXPECT_EQ(pvx_Renderer2_Params_copy(&a.p, &a.p), PVX_OK);
 }
 
@@ -352,8 +313,6 @@ TEST(Renderer2Params, ConfineWithinRect) {
     }
     // Destination positions are untouched.
     EXPECT_EQ(l.p.dstX[2], 16);
-    EXPECT_EQ(pvx_Renderer2_Grid_confineWithinRect(nullptr, rect), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_Renderer2_Grid_confineWithinRect(&l.p, nullptr), PVX_ERROR_PARAM);
 }
 
 void expectMapped(const pvx_Renderer2_Params &p, int k, double x, double y) {
@@ -392,60 +351,6 @@ TEST(Renderer2Params, SetMvec8Real) {
     for (int k = 0; k < l.p.numX; ++k) expectMapped(l.p, k, l.p.dstX[k] / -64.0, 0.0);
     for (int k = l.p.numX; k < n; ++k) expectMapped(l.p, k, -1.0, -1.0);
 
-    EXPECT_EQ(pvx_Renderer2_Params_setMvec8Real(nullptr, &identity), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_Renderer2_Params_setMvec8Real(&l.p, nullptr), PVX_ERROR_PARAM);
-}
-
-TEST(Renderer2GridWrapper, Operations) {
-    EXPECT_EQ(pvx_Renderer2_GridWrapper_getBufferSize(31, 18), 31u * 18u * 24u);
-    EXPECT_EQ(pvx_Renderer2_GridWrapper_getBufferSize(0, 18), 0u);
-    EXPECT_EQ(pvx_Renderer2_GridWrapper_getBufferSize(-1, 18), 0u);
-
-    HeapArea area;
-    pvx_Renderer2_GridWrapper g;
-    ASSERT_EQ(pvx_construct_Renderer2_GridWrapper(&g, &area.heap), PVX_OK);
-    EXPECT_EQ(g.numX, 0);
-    EXPECT_EQ(g.numY, 0);
-    EXPECT_EQ(arrays(g), "0000");
-    EXPECT_EQ(g.heap, &area.heap);
-
-    ASSERT_EQ(pvx_Renderer2_GridWrapper_init(&g, 3, 4), PVX_OK);
-    EXPECT_EQ(g.numX, 3);
-    EXPECT_EQ(g.numY, 4);
-    ASSERT_EQ(arrays(g), "1111");
-    // 96, 96, 48, 48 bytes plus an 8-byte header each, in 16-byte steps.
-    EXPECT_EQ(area.used(), 112u + 112u + 64u + 64u);
-    EXPECT_EQ(pvx_Renderer2_GridWrapper_init(&g, -1, 4), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_Renderer2_GridWrapper_init(&g, 4, -1), PVX_ERROR_PARAM);
-    // Absurd counts cannot be served.
-    EXPECT_EQ(pvx_Renderer2_GridWrapper_init(&g, 1 << 30, 1 << 30), PVX_ERROR_NOMEM);
-
-    const int32_t rect[4] = {0, 0, 100, 50};
-    ASSERT_EQ(pvx_Renderer2_GridWrapper_initWithGridSize(&g, rect, 32, 16), PVX_OK);
-    ASSERT_EQ(g.numX, 5);
-    ASSERT_EQ(g.numY, 5);
-    EXPECT_EQ(g.dstX[4], 100);
-    EXPECT_EQ(g.dstX[3], 96);
-    EXPECT_EQ(g.dstY[20], 50);
-    EXPECT_EQ(g.dstY[15], 48);
-    EXPECT_EQ(pvx_Renderer2_GridWrapper_initWithGridSize(&g, rect, 7, 16), PVX_ERROR_PARAM);
-
-    const pvx_Mvec8Real scale = {{2, 0, 0, 0, 3, 0, 0, 0, 1}};
-    ASSERT_EQ(pvx_Renderer2_GridWrapper_setMvec8Real(&g, &scale), PVX_OK);
-    EXPECT_EQ(g.srcX[4], 200.0);
-    EXPECT_EQ(g.srcY[20], 150.0);
-    // The same clamp serves the wrapper.
-    ASSERT_EQ(pvx_Renderer2_Grid_confineWithinRect(&g, rect), PVX_OK);
-    EXPECT_EQ(g.srcX[4], 98.0);
-    EXPECT_EQ(g.srcY[20], 48.0);
-    EXPECT_EQ(g.srcX[1], 64.0);
-
-    EXPECT_EQ(pvx_destruct_Renderer2_GridWrapper(&g), PVX_OK);
-    EXPECT_EQ(arrays(g), "0000");
-    EXPECT_EQ(area.used(), 0u);
-    EXPECT_EQ(pvx_construct_Renderer2_GridWrapper(nullptr, &area.heap), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_Renderer2_GridWrapper_init(nullptr, 1, 1), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_Renderer2_GridWrapper_setMvec8Real(&g, nullptr), PVX_ERROR_PARAM);
 }
 
 }  // namespace
