@@ -35,18 +35,6 @@ INSTANTIATE_TEST_SUITE_P(Sizes, CellSize,
                                            CellCase{480, 660, 10}, CellCase{1, 1, 8}, CellCase{100000, 5, 64},
                                            CellCase{1319, 100, 20}));
 
-TEST(Start, LaysTheLatticeOverTheOutput) {
-    Engine e(coefficientParam("YUV420_SEMIPLANAR", 1920, 1080, -0.1));
-    ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_start(e.handle()));
-    const pvx_Renderer2_Params &p = e.context()->render_params;
-    EXPECT_EQ(61, p.numX);
-    EXPECT_EQ(35, p.numY);
-    EXPECT_EQ(1920, p.dstX[60]);
-    EXPECT_EQ(1888, p.dstX[59]);
-    EXPECT_EQ(1080, p.dstY[34 * 61]);
-    EXPECT_EQ(6u, e.context()->state);
-}
-
 TEST(Start, IdentityLensGivesTheIdentityMeshUpToTheEdgeClamp) {
     Engine e(coefficientParam("RGB888", 1280, 720));
     ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_start(e.handle()));
