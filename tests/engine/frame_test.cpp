@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "lens/pvx_grid_build.h"
-#include "runtime/pvx_pel.h"
 #include "tests/engine/engine_fixture.h"
 #include "tests/engine/frame_images.h"
 #include "tests/engine/reference_warp.h"
@@ -307,21 +306,6 @@ TEST_P(EveryFormat, WrongSizesAreStateErrorsAndLeaveTheDestinationUntouched) {
     Frame expectedTall(r.fc.format, 640, 482);
     expectedTall.fillConstant(77);
     EXPECT_TRUE(tallOut.samePixels(expectedTall));
-}
-
-TEST_P(EveryFormat, OutputIsTheSameForAnyNumberOfWorkers) {
-    Rig r(GetParam(), 1280, 720);
-    ASSERT_EQ(PARVEX_OK, r.start());
-    ASSERT_EQ(PARVEX_OK, r.process(r.out, r.in));
-    for (int32_t workers : {1, 2, 16}) {
-        pvx_PelParams params;
-        pvx_Pel_resetParams(&params);
-        params.numWorkers = workers;
-        ASSERT_EQ(PVX_OK, pvx_Pel_init(&r.engine.context()->pel, &params));
-        Frame again(r.fc.format, 1280, 720);
-        ASSERT_EQ(PARVEX_OK, r.process(again, r.in));
-        EXPECT_TRUE(again.samePixels(r.out)) << workers << " workers";
-    }
 }
 
 TEST_P(EveryFormat, DistortThenCorrectReturnsCloseToTheOriginal) {

@@ -1,4 +1,5 @@
-// Image copy and partial copy.
+// Image copy, and partial copy (which the engine does not use) against a
+// reference of the bytes each aligned rectangle covers.
 #include <stdint.h>
 #include <string.h>
 
@@ -235,80 +236,6 @@ TEST(ImagePartialCopy, AlignedRectanglesAgainstReference) {
         }
     }
 }
-
-TEST(ImagePartialCopy, OddSizeOnlyAtTheSharedEdge) {
-    GuardedImage src(11, 9, PVX_FORMAT_YUV420_SEMIPLANAR);
-    GuardedImage dst(15, 9, PVX_FORMAT_YUV420_SEMIPLANAR);
-    GuardedImage dst2(11, 9, PVX_FORMAT_YUV420_SEMIPLANAR);
-    src.fill([] { return 9; });
-    // Width 7 from x 4 ends at src's edge but not at dst's (4 + 7 < 15).
-    EXPECT_EQ(pvx_Image_partialCopy(&dst.img, &src.img, 4, 0, 4, 0, 7, 4), PVX_ERROR_PARAM);
-    // Ends at both right edges: dst x 8 + 7 = 15, src x 4 + 7 = 11.
-    EXPECT_EQ(pvx_Image_partialCopy(&dst.img, &src.img, 8, 0, 4, 0, 7, 4), PVX_OK);
-    // Height 5 from y 4 reaches both bottom edges.
-    EXPECT_EQ(pvx_Image_partialCopy(&dst2.img, &src.img, 2, 4, 2, 4, 4, 5), PVX_OK);
-    EXPECT_EQ(pvx_Image_partialCopy(&dst2.img, &src.img, 2, 2, 2, 4, 4, 5), PVX_ERROR_PARAM);
-    EXPECT_TRUE(dst.guardsIntact());
-    EXPECT_TRUE(dst2.guardsIntact());
-}
-
-TEST(ImagePartialCopy, Refusals) {
-    struct Case { const char *what; int32_t format, dx, dy, sx, sy, w, h; pvx_Result expect; };
-    const Case cases[] = {
-        {"src x outside", PVX_FORMAT_UINT8, 0, 0, 9, 0, 8, 2, PVX_ERROR_PARAM},
-        {"dst x outside", PVX_FORMAT_UINT8, 11, 0, 0, 0, 2, 2, PVX_ERROR_PARAM},
-        {"negative dx", PVX_FORMAT_UINT8, -1, 0, 0, 0, 2, 2, PVX_ERROR_PARAM},
-        {"negative width", PVX_FORMAT_UINT8, 4, 0, 4, 0, -2, 2, PVX_ERROR_PARAM},
-        {"overflowing x", PVX_FORMAT_UINT8, INT32_MAX, 0, 0, 0, 2, 2, PVX_ERROR_PARAM},
-        {"overflowing width", PVX_FORMAT_UINT8, 1, 0, 1, 0, INT32_MAX, 2, PVX_ERROR_PARAM},
-        {"odd x 4:2:0", PVX_FORMAT_YUV420_PLANAR, 1, 0, 1, 0, 2, 2, PVX_ERROR_PARAM},
-        {"odd width 4:2:0", PVX_FORMAT_YUV420_SEMIPLANAR, 0, 0, 0, 0, 3, 2, PVX_ERROR_PARAM},
-        {"odd x YUYV", PVX_FORMAT_YUV422_YUYV, 0, 0, 1, 0, 2, 2, PVX_ERROR_PARAM},
-        {"odd y YUYV is fine", PVX_FORMAT_YUV422_YUYV, 0, 1, 0, 1, 2, 3, PVX_OK},
-        {"x 2 packed Bayer", PVX_FORMAT_BAYER10_M8L2PACKED_RGGB, 2, 0, 0, 0, 4, 2, PVX_ERROR_PARAM},
-        {"x 4 packed Bayer", PVX_FORMAT_BAYER10_M8L2PACKED_RGGB, 4, 0, 0, 0, 4, 2, PVX_OK},
-        {"empty", PVX_FORMAT_YUV420_PLANAR, 4, 4, 4, 4, 0, 0, PVX_OK},
-    };
-    for (const Case &c : cases) {
-        GuardedImage src(10, 8, c.format, 0, 4);
-        GuardedImage dst(12, 8, c.format, 0, 4);
-        src.fill([] { return 3; });
-        const auto before = snapshot(dst);
-        EXPECT_EQ(pvx_Image_partialCopy(&dst.img, &src.img, c.dx, c.dy, c.sx, c.sy, c.w, c.h), c.expect) << c.what;
-        if (c.expect != PVX_OK) {
-            EXPECT_EQ(snapshot(dst), before) << c.what;
-        }
-        EXPECT_TRUE(dst.guardsIntact());
-    }
-
-    GuardedImage a(8, 8, PVX_FORMAT_YUV420_PLANAR), b(8, 8, PVX_FORMAT_YUV420_SEMIPLANAR);
-    EXPECT_EQ(pvx_Image_partialCopy(&a.img, &b.img, 0, 0, 0, 0, 2, 2), PVX_ERROR_FORMAT);
-    GuardedImage c(8, 8, PVX_FORMAT_YUV420_PLANAR);
-    c.img.dat[2] = nullptr;
-    EXPECT_EQ(pvx_Image_partialCopy(&c.img, &a.img, 0, 0, 0, 0, 2, 2), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_Image_partialCopy(&a.img, &c.img, 0, 0, 0, 0, 2, 2), PVX_ERROR_PARAM);
-    pvx_Image none;
-    pvx_construct_Image(&none, nullptr);
-    EXPECT_EQ(pvx_Image_partialCopy(&none, &none, 0, 0, 0, 0, 0, 0), PVX_ERROR_PARAM);
-}
-
-// A rectangle moved within one image arrives as if read before any write.
-TEST(ImagePartialCopy, OverlappingMoveWithinOneImage) {
-    auto rng = pvx_test::makeRng(6);
-    for (const Rect rc : {Rect{2, 4, 0, 0, 12, 8}, Rect{0, 0, 2, 4, 12, 8}, Rect{4, 0, 0, 0, 12, 12},
-                          Rect{0, 2, 0, 0, 16, 10}}) {
-        GuardedImage img(16, 12, PVX_FORMAT_YUV420_SEMIPLANAR, 2, 8);
-        img.fill(rng);
-        GuardedImage copy(16, 12, PVX_FORMAT_YUV420_SEMIPLANAR, 2, 8);
-        ASSERT_EQ(pvx_Image_copy(&copy.img, &img.img), PVX_OK);
-        const auto before = snapshot(img);
-        const auto srcBytes = snapshot(img);
-        ASSERT_EQ(pvx_Image_partialCopy(&img.img, &img.img, rc.dx, rc.dy, rc.sx, rc.sy, rc.w, rc.h), PVX_OK);
-        expectPartial(img, before, srcBytes, copy.img, rc, "move");
-        EXPECT_TRUE(img.guardsIntact());
-    }
-}
-
 
 // Records describing more than the address space are refused where
 // ptrdiff_t is 32 bits, before any byte is touched.

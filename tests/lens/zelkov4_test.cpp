@@ -405,27 +405,6 @@ TEST(Zelkov4, PointMappingRoundTrip) {
     EXPECT_EQ(oy, 240.0);
 }
 
-TEST(Zelkov4, VerticalSlopeScalesAboutTheCentreRow) {
-    const float k[4] = {};
-    Arena arena;
-    Model model(&arena.env, k);
-    model.lens.vslope = 10.0f;   // at x = 0: s = 1 - 50*10/50 = -9, floored to 0.8
-    double ox, oy;
-    pvx_Zelkov4DistortionCorrection_dcforward(&model.lens, &ox, &oy, 0, 0, 101, 101, 0.01);
-    EXPECT_EQ(ox, 0.0);
-    EXPECT_DOUBLE_EQ(oy, 50.0 - 50.0 * static_cast<double>(0.8f));
-    pvx_Zelkov4DistortionCorrection_dcbackward(&model.lens, &ox, &oy, 0, 0, 101, 101, 0.01);
-    EXPECT_EQ(ox, 0.0);
-    EXPECT_DOUBLE_EQ(oy, 50.0 - 50.0 / static_cast<double>(0.8f));
-    // At the centre column s = 1: no vertical change.
-    model.lens.vslope = 0.1f;
-    pvx_Zelkov4DistortionCorrection_dcforward(&model.lens, &ox, &oy, 50, 7, 101, 101, 0.01);
-    EXPECT_EQ(oy, 7.0);
-    // x = 75: s = 1 - 25*0.1/50 = 0.95.
-    pvx_Zelkov4DistortionCorrection_dcforward(&model.lens, &ox, &oy, 75, 0, 101, 101, 0.01);
-    EXPECT_DOUBLE_EQ(oy, 50.0 - 50.0 * static_cast<double>(static_cast<float>(1.0 - 25.0 * static_cast<double>(0.1f) / 50.0)));
-}
-
 // ---- whole-image mapping ----
 
 struct TestImage {

@@ -71,20 +71,6 @@ void expectLayout(const pvx_Renderer2_Params &p, const int32_t *rect, int32_t cw
         }
 }
 
-TEST(Renderer2Params, FullHdWithCell64) {
-    HeapArea area;
-    Lattice l(&area.heap);
-    const int32_t rect[4] = {0, 0, 1920, 1080};
-    ASSERT_EQ(pvx_Renderer2_Params_initWithGridSize(&l.p, rect, 64, 64), PVX_OK);
-    EXPECT_EQ(l.p.numX, 31);
-    EXPECT_EQ(l.p.numY, 18);
-    EXPECT_EQ(l.p.dstX[29], 1856);
-    EXPECT_EQ(l.p.dstX[30], 1920);
-    EXPECT_EQ(l.p.dstY[16 * 31], 1024);
-    EXPECT_EQ(l.p.dstY[17 * 31], 1080);   // a 56-pixel band
-    expectLayout(l.p, rect, 64, 64);
-}
-
 TEST(Renderer2Params, LayoutOverAssortedRectangles) {
     struct Case {
         int32_t rect[4];
@@ -229,33 +215,6 @@ TEST(Renderer2Params, AllocationFailureKeepsWhatWasObtained) {
     pvx_Renderer2_Params bare;
     pvx_construct_Renderer2_Params(&bare, nullptr);
     EXPECT_EQ(pvx_Renderer2_Params_initWithSize(&bare, &kOwner, 64, 64, 8), PVX_ERROR_NOMEM);
-}
-
-TEST(Renderer2Params, CopyKeepsArraysWhenTheShapeMatches) {
-    HeapArea area;
-    Lattice a(&area.heap), b(&area.heap);
-    ASSERT_EQ(pvx_Renderer2_Params_initWithSize(&a.p, &kOwner, 640, 480, 32), PVX_OK);
-    ASSERT_EQ(pvx_Renderer2_Params_initWithSize(&b.p, &kOwner, 640, 480, 32), PVX_OK);
-    const int n = a.p.numX * a.p.numY;
-    for (int k = 0; k < n; ++k) {
-        a.p.srcX[k] = k * 0.5;
-        a.p.srcY[k] = -k * 0.25;
-    }
-    b.p.reserved = 77;
-    const pvx_Renderer2_Params before = b.p;
-    const uint32_t used = area.used();
-    ASSERT_EQ(pvx_Renderer2_Params_copy(&b.p, &a.p), PVX_OK);
-    EXPECT_EQ(b.p.srcX, before.srcX);
-    EXPECT_EQ(b.p.srcY, before.srcY);
-    EXPECT_EQ(b.p.dstX, before.dstX);
-    EXPECT_EQ(b.p.dstY, before.dstY);
-    EXPECT_EQ(area.used(), used);
-    EXPECT_EQ(b.p.reserved, 0u);
-    for (int k = 0; k < n; ++k) {
-        ASSERT_EQ(b.p.srcX[k], k * 0.5);
-        ASSERT_EQ(b.p.srcY[k], -k * 0.25);
-        ASSERT_EQ(b.p.dstX[k], a.p.dstX[k]);
-    }
 }
 
 TEST(Renderer2Params, CopyRebuildsADifferentShape) {

@@ -191,35 +191,6 @@ TEST(Renderer2, IdentityLatticeCopiesThroughTheUnrotatedKernel) {
     }
 }
 
-TEST(Renderer2, CellArgumentsAndOrder) {
-    TestEnv env;
-    Renderer R(env);
-    pvx_Renderer2_initWithPel(&R.r, nullptr);
-    Image src(PVX_FORMAT_UINT8, 40, 30), dst(PVX_FORMAT_UINT8, 40, 30);
-    Lattice L(env, 40, 30, 16, 16);   // 3 x 2 cells
-    L.map([](double x, double y, double *sx, double *sy) {
-        *sx = 0.5 * x + 3.25;
-        *sy = 0.5 * y + 1.5;
-    });
-    swapInCounters(&R.r, dst, src, &L.p);
-    pvx_Renderer2_setBoundaryCheck(&R.r, 1);
-    ASSERT_EQ(PVX_OK, pvx_Renderer2_render(&R.r, dst.image(), src.image(), &L.p));
-    ASSERT_EQ(6u, g_calls.size());
-    const int32_t xs[] = {0, 16, 32, 40}, ys[] = {0, 16, 30};
-    for (int c = 0; c < 6; ++c) {
-        const Call &k = g_calls[c];
-        const int i = c % 3, j = c / 3;
-        const int32_t want[4] = {xs[i], ys[j], xs[i + 1], ys[j + 1]};
-        for (int q = 0; q < 4; ++q) EXPECT_EQ(want[q], k.rect[q]) << "cell " << c;
-        const double wantCorners[8] = {0.5 * xs[i] + 3.25,     0.5 * ys[j] + 1.5,     0.5 * xs[i + 1] + 3.25,
-                                       0.5 * ys[j] + 1.5,      0.5 * xs[i] + 3.25,     0.5 * ys[j + 1] + 1.5,
-                                       0.5 * xs[i + 1] + 3.25, 0.5 * ys[j + 1] + 1.5};
-        for (int q = 0; q < 8; ++q) EXPECT_EQ(wantCorners[q], k.corners[q]) << "cell " << c;
-        EXPECT_EQ(1, k.bc);
-        EXPECT_EQ(2, k.slot);
-    }
-}
-
 TEST(Renderer2, BoundsTest) {
     TestEnv env;
     Renderer R(env);
@@ -351,32 +322,6 @@ TEST(Renderer2, Classification) {
     resetCounts();
     ASSERT_EQ(PVX_OK, pvx_Renderer2_render(&R.r, dst.image(), src.image(), &T.p));
     EXPECT_EQ(0, g_calls[0].slot);
-}
-
-TEST(Renderer2, KernelFailuresAreReturned) {
-    TestEnv env;
-    Renderer R(env);
-    pvx_Renderer2_initWithPel(&R.r, nullptr);
-    Image src(PVX_FORMAT_UINT8, 64, 48), dst(PVX_FORMAT_UINT8, 64, 48);
-    Lattice L(env, 64, 48, 16, 16);   // 4 x 3 cells
-    swapInCounters(&R.r, dst, src, &L.p);
-    g_failAt[0] = 32;
-    g_failAt[1] = 16;   // cell 6
-    EXPECT_EQ(PVX_ERROR_PARAM, pvx_Renderer2_render(&R.r, dst.image(), src.image(), &L.p));
-    EXPECT_EQ(7u, g_calls.size()) << "the band stops at the failing cell";
-
-    // On the parallel layer the failure is reported; every other cell still runs.
-    for (int workers : {1, 2}) {
-        Pool pool(workers);
-        pvx_Renderer2_initWithPel(&R.r, pool.pel());
-        resetCounts();
-        g_failAt[0] = 32;
-        g_failAt[1] = 16;
-        EXPECT_EQ(PVX_ERROR_PARAM, pvx_Renderer2_render(&R.r, dst.image(), src.image(), &L.p));
-        EXPECT_EQ(12u, g_calls.size());
-        resetCounts();
-        EXPECT_EQ(PVX_OK, pvx_Renderer2_render(&R.r, dst.image(), src.image(), &L.p));
-    }
 }
 
 // A warp with three regions, so cells of all three kinds occur: scaled on

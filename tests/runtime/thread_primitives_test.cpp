@@ -53,25 +53,6 @@ TEST(Thread, JoinHandsBackTheEntryResult) {
 
 // ---- Lock ----
 
-TEST(Lock, ReentrantMutexComesFromTheHeapAndGoesBack) {
-    TestEnv heap;
-    const uint32_t before = heap.used();
-    pvx_Lock lock;
-    pvx_construct_Lock(&lock, heap.env());
-    ASSERT_EQ(pvx_Lock_init(&lock, PVX_LOCK_REENTRANT), PVX_OK);
-    const uint32_t one = heap.used();
-    EXPECT_GT(one, before);
-    // Initialising again recycles first: still one mutex.
-    ASSERT_EQ(pvx_Lock_init(&lock, PVX_LOCK_REENTRANT), PVX_OK);
-    EXPECT_EQ(heap.used(), one);
-    // A spin lock takes nothing.
-    ASSERT_EQ(pvx_Lock_init(&lock, PVX_LOCK_SPIN), PVX_OK);
-    EXPECT_EQ(heap.used(), before);
-    ASSERT_EQ(pvx_Lock_init(&lock, PVX_LOCK_REENTRANT), PVX_OK);
-    EXPECT_EQ(pvx_destruct_Lock(&lock), PVX_OK);
-    EXPECT_EQ(heap.used(), before);
-}
-
 // What another thread sees when it tries the lock.
 int32_t tryFromOtherThread(pvx_Lock *lock, pvx_Result *result) {
     int32_t acquired = -1;
@@ -199,7 +180,6 @@ void wakeWaiters(pvx_Lock *lock, pvx_Condition *cond, int n, bool timed, bool al
 }
 
 TEST_F(CondFixture, SignalWakesAWaiter) { wakeWaiters(&lock, &cond, 1, true, false); }
-TEST_F(CondFixture, SignalAllWakesEveryWaiter) { wakeWaiters(&lock, &cond, 3, true, true); }
-TEST_F(CondFixture, UntimedAwaitReturnsWhenSignalled) { wakeWaiters(&lock, &cond, 1, false, true); }
+TEST_F(CondFixture, SignalAllWakesEveryWaiterUntimed) { wakeWaiters(&lock, &cond, 3, false, true); }
 
 }  // namespace
