@@ -1,7 +1,8 @@
 // Draw spans alone: the scalar span and each vector twin over the same set
 // of 32-pixel row pairs of a 1920x1080 "YUV420_SEMIPLANAR" frame, walked
 // cell by cell, with the steps of a lens-corrected frame (about one pixel a
-// pixel, slopes up to a tenth of a pixel). Plain timing, no benchmark library, so that the same
+// pixel, slopes up to a tenth of a pixel). Timed with a plain clock rather
+// than Google Benchmark (which the other benchmarks use), so that the same
 // source also runs under an emulator:
 //   draw_span_bench [rounds]
 // prints nanoseconds per drawn pixel (both rows of a pair) for each kind of
