@@ -114,24 +114,6 @@ TEST(Initialize, BadModeAndTooManyPointsAreParamErrors) {
     EXPECT_EQ(PARVEX_ERROR_PARAM, nullTable.status());
 }
 
-TEST(Initialize, TableModeCopiesThePointsAndAppendsOne) {
-    const std::vector<double> xs = {0.0, 0.5, 1.0, 1.25}, ys = {0.0, 0.45, 0.875, 1.0};
-    Engine e(tableParam("YUV420_PLANAR", 640, 480, xs, ys));
-    ASSERT_EQ(PARVEX_OK, e.status());
-    const pvx_EngineContext *c = e.context();
-    EXPECT_EQ(2, c->lens_mode);
-    EXPECT_EQ(4, c->num_points);
-    for (int i = 0; i < 4; ++i) {
-        EXPECT_EQ(xs[i], c->table_xs[i]);
-        EXPECT_EQ(ys[i], c->table_ys[i]);
-    }
-    EXPECT_DOUBLE_EQ(1.0 + 100 * (1.0 - 0.875), c->table_ys[4]);
-    // The key of the appended point starts from the last value of ys.
-    EXPECT_DOUBLE_EQ(1.0 + 100 * (1.25 - 1.0), c->table_xs[4]);
-    for (int i = 0; i < 4; ++i) EXPECT_EQ(0.0f, c->lens.param[i]);
-    EXPECT_EQ(1.0, c->zoom);
-}
-
 TEST(Initialize, FullTableOverlaysTheSecondArrayAndZoom) {
     std::vector<double> xs(256), ys(256);
     for (int i = 0; i < 256; ++i) {

@@ -314,27 +314,6 @@ TEST(Zelkov4, HostileArgumentsDoNotCrash) {
     }
 }
 
-TEST(Zelkov4, ParameterisingTwiceRebuildsTheTable) {
-    Arena arena;
-    pvx_Zelkov4DistortionCorrection lens;
-    ASSERT_EQ(pvx_construct_Zelkov4DistortionCorrection(&lens, &arena.env), PVX_OK);
-
-    const float a[4] = {-0.1f, 0.0f, 0.0f, 0.0f};
-    const float b[4] = {0.2f, 0.0f, 0.0f, 0.0f};
-    ASSERT_EQ(pvx_Zelkov4DistortionCorrection_setParam4(&lens, a), PVX_OK);
-    const uint32_t used = pvx_Heap2_getUsedSize(&arena.env.heap);
-    const float fa = pvx_Zelkov4DistortionCorrection_getf(&lens, 1.0f);
-
-    ASSERT_EQ(pvx_Zelkov4DistortionCorrection_setParam4(&lens, b), PVX_OK);
-    EXPECT_EQ(pvx_Heap2_getUsedSize(&arena.env.heap), used);       // the old table went back
-    EXPECT_EQ(pvx_Heap2_getMaxUsedSize(&arena.env.heap), used);    // never two at once
-    EXPECT_NE(pvx_Zelkov4DistortionCorrection_getf(&lens, 1.0f), fa);
-    EXPECT_EQ(pvx_Zelkov4DistortionCorrection_getf(&lens, 1.0f), 1.2f);
-
-    EXPECT_EQ(pvx_destruct_Zelkov4DistortionCorrection(&lens), PVX_OK);
-    EXPECT_EQ(pvx_Heap2_getUsedSize(&arena.env.heap), 0u);
-}
-
 TEST(Zelkov4, TableAllocationFailure) {
     Arena arena(8 * 1024);
     pvx_Zelkov4DistortionCorrection lens;

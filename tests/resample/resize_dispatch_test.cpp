@@ -1,5 +1,5 @@
 // Top-level resize: the equal-size copy, the format dispatch, multi-plane
-// formats plane by plane, scratch failure, band failures, and the memory a
+// formats plane by plane, scratch failure, and the memory a
 // resize takes against the size query.
 #include <stdlib.h>
 
@@ -66,16 +66,6 @@ TEST(ResizeDispatch, RefusedFormatsWriteNothing) {
     }
     TestImage src(10, 6, PVX_FORMAT_RGB888), dst(9, 3, PVX_FORMAT_RGB888);
     EXPECT_EQ(pvx_ImageProc2_resizeImage(&rz.proc, &dst.img, &src.img), PVX_OK);
-}
-
-TEST(ResizeDispatch, SourceFormatIsNotCompared) {
-    // A "UINT8" destination from a one-byte Bayer source resizes plane 0 as "UINT8".
-    Resizer rz;
-    std::mt19937_64 rng = pvx_test::makeRng(701);
-    TestImage src(10, 6, 37), dst(17, 9, PVX_FORMAT_UINT8);
-    src.randomize(rng);
-    ASSERT_EQ(pvx_ImageProc2_resizeImage(&rz.proc, &dst.img, &src.img), PVX_OK);
-    EXPECT_EQ(firstDiff(modelBilinear(U8, samples(U8, src.plane(0)), 10, 6, 17, 9), samples(U8, dst.plane(0))), -1);
 }
 
 TEST(ResizeDispatch, MultiPlaneFormatsResizePlaneByPlane) {
@@ -181,32 +171,6 @@ TEST(ResizeDispatch, ChromaScratchFailureAfterLuma) {
     EXPECT_EQ(firstDiff(modelBilinear(U8, samples(U8, src.plane(0)), 40, 10, 300, 20), samples(U8, dst.plane(0))), -1);
     for (uint8_t v : dst.plane(1)) ASSERT_EQ(v, 0x77);
     EXPECT_EQ(rz.env.used(), 0u);
-}
-
-TEST(ResizeDispatch, BandsRefuseZeroDimensions) {
-    TestImage a(10, 10, PVX_FORMAT_UINT8, 1), b(5, 5, PVX_FORMAT_UINT8, 1);
-    b.fillPixels(0x44);
-    uint8_t scratch[64];
-    const pvx_ResizeMember *m = pvx_ImageProc2_getMember(PVX_RESIZE_UINT8);
-    for (int32_t which = 0; which < 4; ++which) {
-        pvx_Image d = b.img, s = a.img;
-        int32_t *dims[4] = {&d.width, &d.height, &s.width, &s.height};
-        *dims[which] = 0;
-        pvx_ResizeJob job = {&d, &s, scratch, 1, m};
-        EXPECT_EQ(pvx_ImageProc2_resizeBilinearBand(&job, 0), PVX_ERROR_FAIL);
-        EXPECT_EQ(pvx_ImageProc2_shrinkHalfBand(&job, 0), PVX_ERROR_FAIL);
-    }
-    for (uint8_t v : b.plane(0)) ASSERT_EQ(v, 0x44);
-
-    // General path: the band's code is not passed on. Half path: it is.
-    Resizer rz;
-    pvx_Image d = b.img;
-    d.width = 0;
-    EXPECT_EQ(pvx_ImageProc2_resizeImage(&rz.proc, &d, &a.img), PVX_OK);
-    pvx_Image s = a.img;
-    s.width = 1;
-    EXPECT_EQ(pvx_ImageProc2_resizeImage(&rz.proc, &d, &s), PVX_ERROR_FAIL);
-    for (uint8_t v : b.plane(0)) ASSERT_EQ(v, 0x44);
 }
 
 TEST(ResizeObject, BufferSizeQueriesMatchHeapUse) {

@@ -36,21 +36,6 @@ void fillRandom(Frame *f, uint64_t stream) {
     f->fillPadding();
 }
 
-Options parse(std::vector<std::string> args) {
-    args.insert(args.begin(), "parvex");
-    std::vector<char *> argv;
-    for (std::string &a : args) argv.push_back(&a[0]);
-    return parseOptions(static_cast<int>(argv.size()), argv.data());
-}
-
-std::string usageError(std::vector<std::string> args) {
-    try {
-        parse(args);
-    } catch (const UsageError &e) {
-        return e.what();
-    }
-    return "(accepted)";
-}
 
 }  // namespace
 
@@ -129,22 +114,6 @@ TEST(ToolColour, ReshufflesAreLossless) {
     EXPECT_EQ(bgr.row(0, 7)[3 * 9], rgb.row(0, 7)[3 * 9 + 2]);
     convert(bgr, Layout::RGB888, Range::Full, &back);
     EXPECT_TRUE(memcmp(rgb.data(), back.data(), rgb.byteSize()) == 0);
-}
-
-TEST(ToolColour, OddEdgesAverageOnlyTheRealPixels) {
-    // A 3x3 picture: the last chroma column and row cover one or two pixels.
-    Frame rgb(Layout::RGB888, 3, 3), yuv;
-    memset(rgb.data(), 0, rgb.byteSize());
-    for (int y = 0; y < 3; ++y) rgb.row(0, y)[3 * 2 + 2] = 255;  // a blue right column
-    convert(rgb, Layout::YUV420_PLANAR, Range::Full, &yuv);
-    double y, u, v;
-    rgbToYuv(0, 0, 255, Range::Full, &y, &u, &v);
-    EXPECT_EQ(yuv.row(1, 0)[1], clampToByte(u));  // only blue pixels under it
-    EXPECT_EQ(yuv.row(1, 1)[1], clampToByte(u));
-    EXPECT_EQ(yuv.row(1, 0)[0], 128);
-    // Padding repeats the last real column and row.
-    EXPECT_EQ(yuv.row(0, 0)[3], yuv.row(0, 0)[2]);
-    EXPECT_EQ(yuv.row(0, 3)[1], yuv.row(0, 2)[1]);
 }
 
 // The frame's plane layout is the library's: the change of the work-buffer
@@ -240,24 +209,6 @@ TEST(ToolOptions, NumbersAndSizesParseStrictly) {
     EXPECT_TRUE(parseSize("640X480", &s));
     for (const char *bad : {"1920", "x1080", "1920x", "0x10", "10x0", "-5x5", "5x-5", "+5x5", "5x5x5", "axb"})
         EXPECT_FALSE(parseSize(bad, &s)) << bad;
-}
-
-TEST(ToolOptions, MisplacedOrMalformedOptionsAreUsageErrors) {
-    struct Case {
-        std::vector<std::string> args;
-        const char *message;
-    } cases[] = {
-        {{"correct", "a.png", "b.png", "--format", "nv12"}, "is not a format the engine takes"},
-        {{"demo", "--zoom", "2"}, "--zoom does not apply to \"demo\""},
-        {{"correct", "a", "b", "--in-place=1"}, "--in-place takes no value"},
-        {{"correct", "a", "b", "--crop", "1,2,3,x"}, "four pixel positions"},
-        {{"correct", "a", "b", "--center", "1"}, "a position X,Y"},
-        {{"correct", "a", "b", "--strength", "-0.01"}, "a strength from 0 to 1"},
-    };
-    for (const Case &c : cases) {
-        const std::string message = usageError(c.args);
-        EXPECT_NE(message.find(c.message), std::string::npos) << message;
-    }
 }
 
 TEST(ToolTable, FilesParseWithCommentsAndRefuseFaults) {
