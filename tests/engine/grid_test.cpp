@@ -98,18 +98,6 @@ TEST(Start, StrengthZeroIsAShiftByTheBasePoint) {
     }
 }
 
-TEST(Start, NegativeCentresTakeTheDefaults) {
-    Engine e(coefficientParam("RGB888", 1920, 1080));
-    ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_setInputCenter(e.handle(), -1, -2));
-    ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_setOutputImageSize(e.handle(), 960, 540));
-    ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_setInputCenter(e.handle(), -1, -2));
-    ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_start(e.handle()));
-    EXPECT_EQ(960.0, e.context()->in_center_x);
-    EXPECT_EQ(540.0, e.context()->in_center_y);
-    EXPECT_EQ(480.0, e.context()->out_center_x);
-    EXPECT_EQ(270.0, e.context()->out_center_y);
-}
-
 TEST(Start, TableMeshScalesRadiiThroughThePoints) {
     // Source radius 0.9 of the output radius everywhere.
     const std::vector<double> xs = {0.0, 0.5, 1.0, 1.5}, ys = {0.0, 0.45, 0.9, 1.35};

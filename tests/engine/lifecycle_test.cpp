@@ -129,17 +129,6 @@ TEST(Initialize, FullTableOverlaysTheSecondArrayAndZoom) {
     EXPECT_EQ(ys[255], c->table_ys[255]);
 }
 
-TEST(Initialize, TablesOfZeroOrOnePointAreAccepted) {
-    for (int n : {0, 1}) {
-        std::vector<double> xs(1, 0.5), ys(1, 0.5);
-        auto param = tableParam("RGB888", 640, 480, xs, ys);
-        param.num = n;
-        Engine e(param);
-        EXPECT_EQ(PARVEX_OK, e.status()) << n;
-        EXPECT_EQ(PARVEX_OK, parvex_DistortionCorrection_start(e.handle())) << n;
-    }
-}
-
 TEST(Finalize, ZeroesTheContextAndAllowsReuse) {
     auto param = coefficientParam("YVU420_SEMIPLANAR", 640, 480, -0.1);
     const int32_t size = parvex_DistortionCorrection_getBufferSize(&param);

@@ -225,43 +225,6 @@ TEST(Zelkov4, ZeroCoefficientsGiveTheIdentity) {
         EXPECT_EQ(pvx_Zelkov4DistortionCorrection_getinv(&model.lens, r), 1.0f) << r;
 }
 
-TEST(Zelkov4, LookupEdges) {
-    const float k[4] = {0.1f, 0.02f, 0.0f, 0.0f};
-    Arena arena;
-    Model model(&arena.env, k);
-    const float *fwd = model.fwd();
-    const float *inv = model.inv();
-    const pvx_Zelkov4DistortionCorrection *l = &model.lens;
-
-    // At and beyond sample 2047 the last entry holds.
-    const float justAbove = std::nextafter(2.047f, 3.0f);
-    for (float r : {justAbove, 2.048f, 3.0f, 1.0e30f, std::numeric_limits<float>::infinity()}) {
-        EXPECT_EQ(pvx_Zelkov4DistortionCorrection_getf(l, r), fwd[2047]) << r;
-        EXPECT_EQ(pvx_Zelkov4DistortionCorrection_getinv(l, r), inv[2047]) << r;
-    }
-    // 2.047f is 2.04699993; scaled in float it is 2046.99988, which still
-    // interpolates (weight 0.99988 on entry 2047).
-    const float near2047 = pvx_Zelkov4DistortionCorrection_getf(l, 2.047f);
-    EXPECT_NEAR(near2047, fwd[2047], 2e-4 * std::fabs(fwd[2047] - fwd[2046]) + 1e-7);
-
-    EXPECT_EQ(pvx_Zelkov4DistortionCorrection_getf(l, 0.0f), 1.0f);
-    EXPECT_EQ(pvx_Zelkov4DistortionCorrection_getinv(l, 0.0f), 1.0f);
-
-    // 0.0009999 scales to 0.9999: entries 0 and 1 with f close to 1.
-    const float p = 0.0009999f * 1000.0f;
-    ASSERT_LT(p, 1.0f);
-    EXPECT_NEAR(p, 0.9999f, 1e-6f);
-    const float wantF = p * fwd[1] + (1.0f - p) * fwd[0];
-    const float wantI = p * inv[1] + (1.0f - p) * inv[0];
-    EXPECT_EQ(pvx_Zelkov4DistortionCorrection_getf(l, 0.0009999f), wantF);
-    EXPECT_EQ(pvx_Zelkov4DistortionCorrection_getinv(l, 0.0009999f), wantI);
-
-    // Mid-table: linear interpolation between the two neighbours.
-    const float q = 1.2345f * 1000.0f;
-    const float f = q - 1234.0f;
-    EXPECT_EQ(pvx_Zelkov4DistortionCorrection_getf(l, 1.2345f), f * fwd[1235] + (1.0f - f) * fwd[1234]);
-}
-
 TEST(Zelkov4, GetRoundsTheDoublePolynomialOnce) {
     auto rng = pvx_test::makeRng(41);
     std::uniform_real_distribution<float> coef(-0.5f, 0.5f);

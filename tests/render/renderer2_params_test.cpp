@@ -92,25 +92,6 @@ TEST(Renderer2Params, LayoutOverAssortedRectangles) {
     EXPECT_EQ(area.used(), 0u);
 }
 
-TEST(Renderer2Params, CellBelowEightIsRefused) {
-    HeapArea area;
-    Lattice l(&area.heap);
-    const int32_t rect[4] = {0, 0, 640, 480};
-    ASSERT_EQ(pvx_Renderer2_Params_initWithGridSize(&l.p, rect, 64, 64), PVX_OK);
-    double *const keep = l.p.srcX;
-    const int32_t other[4] = {0, 0, 100, 100};
-    EXPECT_EQ(pvx_Renderer2_Params_initWithGridSize(&l.p, other, 7, 8), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_Renderer2_Params_initWithGridSize(&l.p, other, 8, 7), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_Renderer2_Params_initWithGridSize(&l.p, other, -8, 8), PVX_ERROR_PARAM);
-    // Nothing changed by a refusal at the argument check.
-    EXPECT_EQ(l.p.srcX, keep);
-    EXPECT_EQ(l.p.rect[2], 640);
-    EXPECT_EQ(l.p.cellWidth, 64);
-    EXPECT_EQ(l.p.numX, 11);
-    ASSERT_EQ(pvx_Renderer2_Params_initWithGridSize(&l.p, other, 8, 8), PVX_OK);
-    expectLayout(l.p, other, 8, 8);
-}
-
 TEST(Renderer2Params, VertexLimit) {
     HeapArea area;
     Lattice l(&area.heap);
@@ -243,35 +224,6 @@ TEST(Renderer2Params, CopyRebuildsADifferentShape) {
     Lattice empty(&area.heap);
     EXPECT_EQ(pvx_Renderer2_Params_copy(&b.p, &empty.p), PVX_ERROR_PARAM);
     EXPECT_EQ(pvx_Renderer2_Params_copy(&a.p, &a.p), PVX_OK);
-}
-
-TEST(Renderer2Params, ConfineWithinRect) {
-    HeapArea area;
-    Lattice l(&area.heap);
-    ASSERT_EQ(pvx_Renderer2_Params_initWithSize(&l.p, &kOwner, 16, 8, 8), PVX_OK);   // 3 x 2
-    const double xs[6] = {639.5, -3.0, 100.25, 638.0, 1e300, -0.0};
-    const double ys[6] = {479.0, -0.5, 478.0, 477.75, -1e300, 5.0};
-    for (int k = 0; k < 6; ++k) {
-        l.p.srcX[k] = xs[k];
-        l.p.srcY[k] = ys[k];
-    }
-    const int32_t rect[4] = {0, 0, 640, 480};
-    ASSERT_EQ(pvx_Renderer2_Grid_confineWithinRect(&l.p, rect), PVX_OK);
-    const double wantX[6] = {638.0, 0.0, 100.25, 638.0, 638.0, -0.0};
-    const double wantY[6] = {478.0, 0.0, 478.0, 477.75, 0.0, 5.0};
-    for (int k = 0; k < 6; ++k) {
-        EXPECT_EQ(l.p.srcX[k], wantX[k]) << k;
-        EXPECT_EQ(l.p.srcY[k], wantY[k]) << k;
-    }
-    // The lower bound is applied first: when right-2 < left the upper wins.
-    const int32_t tiny[4] = {10, 20, 11, 21};
-    ASSERT_EQ(pvx_Renderer2_Grid_confineWithinRect(&l.p, tiny), PVX_OK);
-    for (int k = 0; k < 6; ++k) {
-        EXPECT_EQ(l.p.srcX[k], 9.0);
-        EXPECT_EQ(l.p.srcY[k], 19.0);
-    }
-    // Destination positions are untouched.
-    EXPECT_EQ(l.p.dstX[2], 16);
 }
 
 void expectMapped(const pvx_Renderer2_Params &p, int k, double x, double y) {

@@ -166,31 +166,6 @@ TEST(Renderer2, SupportedFormatsAndModes) {
 // ---------------------------------------------------------------------------
 // Cells
 
-TEST(Renderer2, IdentityLatticeCopiesThroughTheUnrotatedKernel) {
-    const int32_t formats[] = {PVX_FORMAT_UINT8, PVX_FORMAT_RGB888, PVX_FORMAT_BGR888, PVX_FORMAT_YUV420_PLANAR,
-                               PVX_FORMAT_YUV420_SEMIPLANAR, PVX_FORMAT_YVU420_SEMIPLANAR, PVX_FORMAT_YUV422_PLANAR,
-                               PVX_FORMAT_YUV422_YUYV, PVX_FORMAT_YUV422_UYVY};
-    TestEnv env;
-    for (int32_t f : formats) {
-        Renderer R(env);
-        pvx_Renderer2_initWithPel(&R.r, nullptr);
-        std::mt19937_64 rng = pvx_test::makeRng(f);
-        Image src(f, 70, 44), dst(f, 70, 44, 4);
-        src.fillRandom(rng);
-        dst.fill(0);
-        Lattice L(env, 70, 44, 16, 16);   // last column 6 wide, last row 12 high
-        ASSERT_EQ(PVX_OK, pvx_Renderer2_render(&R.r, dst.image(), src.image(), &L.p));
-        EXPECT_EQ(src.bytes(), dst.bytes()) << f;
-        EXPECT_TRUE(dst.bandIntact());
-
-        swapInCounters(&R.r, dst, src, &L.p);
-        ASSERT_EQ(PVX_OK, pvx_Renderer2_render(&R.r, dst.image(), src.image(), &L.p));
-        EXPECT_EQ(0, g_count[0].load());
-        EXPECT_EQ(0, g_count[1].load());
-        EXPECT_EQ((L.p.numX - 1) * (L.p.numY - 1), g_count[2].load());
-    }
-}
-
 TEST(Renderer2, BoundsTest) {
     TestEnv env;
     Renderer R(env);

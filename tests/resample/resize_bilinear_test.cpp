@@ -131,26 +131,6 @@ TEST(Bilinear, SourceOfWidthOneGivesCopies) {
     }
 }
 
-TEST(Bilinear, RowsAboveFirstCentreReadRowZeroTwice) {
-    // Enlarging 4 rows to 16: ys < 0 for the first rows, which must equal the
-    // horizontally resampled row 0 exactly, whatever the fraction.
-    Resizer rz;
-    std::mt19937_64 rng = pvx_test::makeRng(300);
-    TestImage src(13, 4, PVX_FORMAT_UINT8);
-    src.randomize(rng);
-    TestImage dst(21, 16, PVX_FORMAT_UINT8, 1);
-    ASSERT_EQ(pvx_ImageProc2_resizeImageBilinear(&rz.proc, &dst.img, &src.img), PVX_OK);
-    ModelStats stats;
-    const std::vector<int64_t> row0 = modelRow(U8, samples(U8, src.plane(0)).data(), 13, 21, &stats);
-    int checked = 0;
-    for (int32_t y = 0; y < 16; ++y) {
-        if (pvx_ImageProc2_rowPosition(y, 4, 16) >= 0) break;
-        for (int32_t x = 0; x < 21; ++x) EXPECT_EQ(dst.row(0, y)[x], row0[x]) << "row " << y;
-        ++checked;
-    }
-    EXPECT_EQ(checked, 2);   // ys = -12288 and -4096
-}
-
 TEST(Bilinear, GroupsTellSevenBitFromFifteenBitHorizontally) {
     // A ramp enlarged x3: the grouped outputs must follow the 7-bit lanes,
     // which differ from the 15-bit formula somewhere in the row.

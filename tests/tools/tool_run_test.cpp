@@ -75,29 +75,6 @@ TEST(ToolRun, HelpAndNoArgumentsPrintUsage) {
     }
 }
 
-TEST(ToolRun, InfoReportsVersionAndTheLibrarysBufferSize) {
-    struct Case {
-        const char *args, *format;
-        int w, h;
-    } cases[] = {{"info", "YUV420_SEMIPLANAR", 1920, 1080},
-                 {"info --format rgb888 --size 640x480", "RGB888", 640, 480},
-                 {"info --size 4000x3000 --format YUV420_PLANAR", "YUV420_PLANAR", 4000, 3000}};
-    for (const Case &c : cases) {
-        const RunResult r = runTool(c.args);
-        ASSERT_EQ(r.status, 0) << c.args << r.err;
-        EXPECT_EQ(r.out.rfind("Parvex DistortionCorrection Ver.1.0.0 2021/08/01\n", 0), 0u) << r.out;
-        parvex_DistortionCorrection_InitParam param;
-        memset(&param, 0, sizeof param);
-        param.format = c.format;
-        param.width = c.w;
-        param.height = c.h;
-        const std::string expected = "work buffer for " + std::string(c.format) + " " + std::to_string(c.w) + "x" +
-                                     std::to_string(c.h) + ": " +
-                                     std::to_string(parvex_DistortionCorrection_getBufferSize(&param)) + " bytes";
-        EXPECT_NE(r.out.find(expected), std::string::npos) << r.out << "\nexpected: " << expected;
-    }
-}
-
 TEST(ToolRun, DemoWritesTheSheetAndPrintsTimeAndPsnr) {
     TempDir dir;
     const RunResult r = runTool("demo " + dir.file("demo.png"));
