@@ -237,6 +237,23 @@ TEST(ImagePartialCopy, AlignedRectanglesAgainstReference) {
     }
 }
 
+// A rectangle moved within one image arrives as if read before any write.
+TEST(ImagePartialCopy, OverlappingMoveWithinOneImage) {
+    auto rng = pvx_test::makeRng(6);
+    for (const Rect rc : {Rect{2, 4, 0, 0, 12, 8}, Rect{0, 0, 2, 4, 12, 8}, Rect{4, 0, 0, 0, 12, 12},
+                          Rect{0, 2, 0, 0, 16, 10}}) {
+        GuardedImage img(16, 12, PVX_FORMAT_YUV420_SEMIPLANAR, 2, 8);
+        img.fill(rng);
+        GuardedImage copy(16, 12, PVX_FORMAT_YUV420_SEMIPLANAR, 2, 8);
+        ASSERT_EQ(pvx_Image_copy(&copy.img, &img.img), PVX_OK);
+        const auto before = snapshot(img);
+        const auto srcBytes = snapshot(img);
+        ASSERT_EQ(pvx_Image_partialCopy(&img.img, &img.img, rc.dx, rc.dy, rc.sx, rc.sy, rc.w, rc.h), PVX_OK);
+        expectPartial(img, before, srcBytes, copy.img, rc, "move");
+        EXPECT_TRUE(img.guardsIntact());
+    }
+}
+
 // Records describing more than the address space are refused where
 // ptrdiff_t is 32 bits, before any byte is touched.
 TEST(ImageCopy, UnaddressableRecordsRefused) {

@@ -181,10 +181,13 @@ TEST(PelEvents, DependencyChainRunsInOrder) {
         Hits h(100, 4);
         ASSERT_EQ(pvx_Pel_enqueueKernel(box.pel, &kHitIndexed, &h, 100, 1, &events[count - 1], &events[count]),
                   PVX_OK);
+        TaskArg last{&log, count};   // no handle asked for: finish waits for it
+        ASSERT_EQ(pvx_Pel_enqueueTask(box.pel, &kLoggedTask, &last, 1, &events[count], nullptr), PVX_OK);
         ASSERT_EQ(pvx_Pel_waitForEvents(box.pel, count + 1, events.data()), PVX_OK);
+        ASSERT_EQ(pvx_Pel_finish(box.pel), PVX_OK);
         EXPECT_TRUE(h.each());
-        ASSERT_EQ(log.order.size(), static_cast<size_t>(count));
-        for (int i = 0; i < count; ++i) EXPECT_EQ(log.order[i], i);
+        ASSERT_EQ(log.order.size(), static_cast<size_t>(count + 1));
+        for (int i = 0; i <= count; ++i) EXPECT_EQ(log.order[i], i);
         uint32_t state = 0;
         ASSERT_EQ(pvx_Pel_getEventInfo(box.pel, events[0], PVX_PEL_EVENT_STATE, &state), PVX_OK);
         EXPECT_EQ(state, static_cast<uint32_t>(PVX_PEL_EVENT_STATE_COMPLETE));
@@ -193,7 +196,6 @@ TEST(PelEvents, DependencyChainRunsInOrder) {
             EXPECT_EQ(pvx_Pel_releaseEvent(box.pel, events[i]), PVX_OK);
         }
         EXPECT_EQ(pvx_Pel_getEventInfo(box.pel, events[0], PVX_PEL_EVENT_STATE, &state), PVX_ERROR_PARAM);
-        EXPECT_EQ(pvx_Pel_finish(box.pel), PVX_OK);
     }
 }
 
