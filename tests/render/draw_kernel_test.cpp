@@ -210,9 +210,18 @@ INSTANTIATE_TEST_SUITE_P(Cells, KernelsMatchModel, ::testing::Values(0, 1),
                          [](const ::testing::TestParamInfo<int> &i) { return i.param ? "Hostile" : "Plain"; });
 
 // Fixed cells that random draws reach only rarely: a nearest-neighbour
-// chroma span whose last taps sit at the source's right edge.
+// chroma span whose last taps sit at the source's right edge, and checked
+// cells whose rows end right at the source's bottom limit.
 TEST(DrawKernels, EdgeCellsMatchTheModel) {
-    const RandomCell cells[] = {{22, 12, 31, 33, {20, 3, 23, 32}, {0, 12, 0, 6.9968325182364612, 22, 0, 22, 0}, 0}};
+    const RandomCell cells[] = {
+        {22, 12, 31, 33, {20, 3, 23, 32}, {0, 12, 0, 6.9968325182364612, 22, 0, 22, 0}, 0},
+        {43, 20, 22, 16, {16, 0, 45, 16},
+         {3.9755346974572783, 19.729873906705762, 33.372582386911148, 7.1898763717039174, 8.2755634374371425,
+          36.580039239552491, 37.51574921761015, 24.040041704550649},
+         1},
+        {32, 20, 40, 37, {20, 8, 29, 29},
+         {32, 10.11792619485081, 32, 15.942519903012238, 20.813561563738759, 20, -1e300, 20}, 1},
+    };
     for (const Family &f : families())
         for (int slot = 0; slot < 3; ++slot)
             for (const RandomCell &c : cells) {
