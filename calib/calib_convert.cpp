@@ -8,6 +8,7 @@
 #include <opencv2/core.hpp>
 
 #include "calib/calib_internal.h"
+#include "lens/pvx_grid_build.h"
 
 namespace parvex_calib {
 
@@ -76,6 +77,47 @@ void buildTable(const CameraModel &m, double g, std::vector<double> *xs, std::ve
     }
 }
 
+// True when every vertex on the border of the engine's lattice samples
+// inside the frame (the engine skips a table lens's cells with a corner
+// outside it, while it clamps a coefficient lens's vertices).
+bool borderVerticesInside(const CameraModel &m, double g) {
+    const double f = detail::radialFocal(m);
+    const int32_t cell = pvx_Grid_cellSize(m.width, m.height);
+    auto inside = [&](int32_t x, int32_t y) {
+        const double dx = x - m.cx, dy = y - m.cy;
+        const double ratio = detail::radialRatio(m, hypot(dx, dy) * g / f);
+        const double sx = m.cx + dx * g * ratio, sy = m.cy + dy * g * ratio;
+        // A margin for the table's interpolation between its points.
+        const double margin = 0.05;
+        return sx >= margin && sy >= margin && sx <= m.width - margin && sy <= m.height - margin;
+    };
+    for (int32_t x = 0;; x += cell) {
+        const int32_t vx = std::min(x, m.width);
+        if (!inside(vx, 0) || !inside(vx, m.height)) return false;
+        if (vx == m.width) break;
+    }
+    for (int32_t y = 0;; y += cell) {
+        const int32_t vy = std::min(y, m.height);
+        if (!inside(0, vy) || !inside(m.width, vy)) return false;
+        if (vy == m.height) break;
+    }
+    return true;
+}
+
+// The table's fill scale: the model's own, lowered where needed until the
+// border vertices sample inside the frame, so that no border cell is left
+// undrawn.
+double tableFillScale(const CameraModel &m, double g) {
+    if (borderVerticesInside(m, g)) return g;
+    double lo = g * 0.5, hi = g;
+    if (!borderVerticesInside(m, lo)) return g;
+    for (int i = 0; i < 50; ++i) {
+        const double mid = 0.5 * (lo + hi);
+        (borderVerticesInside(m, mid) ? lo : hi) = mid;
+    }
+    return lo;
+}
+
 // The terms the engine's radial model leaves out, each with the largest
 // displacement it causes over the frame.
 void noteDroppedTerms(const CameraModel &m, double g, std::vector<std::string> *notes) {
@@ -139,7 +181,11 @@ EngineLens convertCameraModel(const CameraModel &m, Form form) {
     }
     if (form != Form::Coefficients) {
         table.mode = 1;
-        buildTable(m, g, &table.xs, &table.ys);
+        table.fill_scale = tableFillScale(m, g);
+        if (table.fill_scale != g)
+            table.notes.push_back("table output scaled by " + number(g / table.fill_scale, 5) +
+                                  " so that the frame's border cells sample inside the frame");
+        buildTable(m, table.fill_scale, &table.xs, &table.ys);
         const FitError e = measureFitError(table, m);
         table.fit_max_px = e.max_px;
         table.fit_rms_px = e.rms_px;
