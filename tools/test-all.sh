@@ -1,13 +1,17 @@
 #!/usr/bin/env bash
 # Builds and runs every test: x86-64 release (g++), x86-64 with
 # AddressSanitizer + UndefinedBehaviorSanitizer (clang), the runtime under
-# ThreadSanitizer, and 32-bit Arm (NEON) under qemu-arm.
+# ThreadSanitizer, and 32-bit Arm (NEON) under qemu-arm. The calibration
+# import (calib/, with OpenCV, nlohmann-json and pugixml) and its tests
+# (label calib, among them the agreement with OpenCV's undistortion) run in
+# the x86-64 legs that build the tool.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . tools/ensure-packages.sh
 ensure_packages cmake ninja-build g++ clang libclang-rt-14-dev googletest libgtest-dev \
     libbenchmark-dev libpng-dev libjpeg62-turbo-dev pkg-config binutils file \
-    g++-arm-linux-gnueabihf qemu-user
+    g++-arm-linux-gnueabihf qemu-user \
+    libopencv-dev nlohmann-json3-dev libpugixml-dev
 
 jobs=$(nproc)
 build_and_test() {
