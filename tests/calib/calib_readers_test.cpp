@@ -29,6 +29,42 @@ distortion_coefficients: !!opencv-matrix
    data: [ -0.28, 0.09, 0.0008, -0.0005, -0.012 ]
 )";
 
+// As OpenCV's calibration sample writes it, with its other nodes and comments.
+const char kSample[] = R"(%YAML:1.0
+---
+calibration_time: "Tue Nov 24 03:00:00 2026"
+nframes: 2
+image_width: 1280
+image_height: 720
+board_width: 9
+board_height: 6
+square_size: 2.5000000372529030e-02
+# flags:  +fix_principal_point
+flags: 4
+camera_matrix: !!opencv-matrix
+   rows: 3
+   cols: 3
+   dt: d
+   data: [ 1.0012e+03, 0., 6.395e+02, 0., 1.0009e+03, 3.595e+02, 0., 0., 1. ]
+distortion_coefficients: !!opencv-matrix
+   rows: 5
+   cols: 1
+   dt: d
+   data: [ -2.8e-01, 9.0e-02, 2.0e-04, -1.0e-04, -1.2e-02 ]
+avg_reprojection_error: 2.1e-01
+per_view_reprojection_errors: !!opencv-matrix
+   rows: 2
+   cols: 1
+   dt: f
+   data: [ 2.0e-01, 2.2e-01 ]
+# a set of 6-tuples (rotation vector + translation vector) for each view
+extrinsic_parameters: !!opencv-matrix
+   rows: 2
+   cols: 6
+   dt: d
+   data: [ 0.1, 0.2, 0.3, 1., 2., 30., 0.1, 0.2, 0.3, 1., 2., 30. ]
+)";
+
 const char kXml8[] = R"(<?xml version="1.0"?>
 <opencv_storage>
 <cameraMatrix type_id="opencv-matrix"><rows>3</rows><cols>3</cols><dt>d</dt>
@@ -158,6 +194,8 @@ TEST_P(Readers, GiveTheModelOnTheFrame) {
 INSTANTIATE_TEST_SUITE_P(
     Kinds, Readers,
     ::testing::Values(
+        ReadCase{"opencv_sample", kSample, 1280, 720, Options(), CameraModel::Type::Pinhole, "OpenCV", 1001.2, 1000.9,
+                 639.5, 359.5, 0, {-0.28, 0.09, 0.0002, -0.0001, -0.012}},
         ReadCase{"yaml5", kYaml5, 1920, 1080, Options(), CameraModel::Type::Pinhole, "OpenCV", 1400, 1398, 955, 545, 0,
                  {-0.28, 0.09, 0.0008, -0.0005, -0.012, 0, 0, 0}},
         // Half the size: focal lengths halve, pixel centres stay centres.
