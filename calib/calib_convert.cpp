@@ -239,7 +239,7 @@ EngineLens convertCameraModel(const CameraModel &m, Form form) {
     if (form != Form::Coefficients) {
         table.mode = 1;
         table.fill_scale = tableFillScale(m, g);
-        if (table.fill_scale != g)
+        if (g / table.fill_scale > 1.001)
             table.notes.push_back("table output scaled by " + number(g / table.fill_scale, 5) +
                                   " so that the frame's border cells sample inside the frame");
         buildTable(m, table.fill_scale, &table.xs, &table.ys);
