@@ -48,3 +48,7 @@ _BY_CODE = {
 def error_for(code: int, code_name: str, call: str, argument: Optional[str], message: str) -> Error:
     """The exception for a result code (used by the compiled core)."""
     return _BY_CODE.get(code, Error)(message, code, code_name, call, argument)
+
+
+class CalibrationError(ValueError):
+    """A calibration that cannot be read or converted; the message names the file and the field."""

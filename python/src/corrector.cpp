@@ -193,6 +193,7 @@ Corrector::Failure Corrector::build() {
     };
     handle_ = parvex_DistortionCorrection{};
     distortMesh_ = false;
+    borders_[0].probed = borders_[1].probed = false;
     uint32_t r = parvex_DistortionCorrection_initialize(&handle_, buffer_.get(), bufferSize_, &param);
     if (r != PARVEX_OK) {
         handle_ = parvex_DistortionCorrection{};
@@ -289,8 +290,10 @@ py::array Corrector::frameCall(bool distort, py::object frameObject, py::object 
     }
     py::array out;
     if (outObject.is_none()) {
-        std::vector<py::ssize_t> dims(outShape.dims, outShape.dims + outShape.ndim);
-        out = py::array(py::dtype::of<uint8_t>(), dims);
+        // Zeroed, so that without a fill the undrawn pixels are defined.
+        py::tuple dims(outShape.ndim);
+        for (int i = 0; i < outShape.ndim; ++i) dims[i] = outShape.dims[i];
+        out = py::module_::import("numpy").attr("zeros")(dims, "uint8");
         describeFrame(s.format, s.output[0], s.output[1], geometryOf(out), &output);
     } else {
         out = checkedArray(outObject, outShape, call, "out", name, s.output[0], s.output[1]);
@@ -327,16 +330,47 @@ py::array Corrector::frameCall(bool distort, py::object frameObject, py::object 
                 if (code == PARVEX_OK) code = parvex_DistortionCorrection_setCropRect(&handle_, c[0], c[1], c[2], c[3]);
                 if (code == PARVEX_OK) distortMesh_ = false;
             }
+            Failure probeFailure;
+            if (code == PARVEX_OK && s.fill && !ensureBorder(distort, &probeFailure)) code = probeFailure.code;
             if (code == PARVEX_OK) {
                 code = distort ? parvex_DistortionCorrection_distortEx(&handle_, &output, &input)
                                : parvex_DistortionCorrection_processEx(&handle_, &output, &input);
                 if (distort) distortMesh_ = true;
+            }
+            if (code == PARVEX_OK && s.fill) {
+                parvex_BorderColour colour;
+                memcpy(colour.c, s.fillColour, 3);
+                code = parvex_BorderFill_applyEx(&borders_[distort].fill, &output, colour);
             }
         }
     }
     if (code != PARVEX_OK)
         raiseError(code, std::string(call) + "Ex", "", code == PARVEX_ERROR_STATE && !closed() ? "the frame was refused" : "the frame failed");
     return out;
+}
+
+bool Corrector::ensureBorder(bool distort, Failure *failure) {
+    Border &b = borders_[distort];
+    if (b.probed) return true;
+    const Settings &s = settings_;
+    const char *format = engineFormatName(s.format);
+    const size_t size = parvex_BorderFill_probeSize(format, s.width, s.height, s.output[0], s.output[1]);
+    std::vector<uint64_t> scratch((size + 7) / 8);
+    int32_t count = 0;
+    uint32_t r = parvex_BorderFill_probe(&handle_, distort ? PARVEX_BORDER_FILL_DISTORT : PARVEX_BORDER_FILL_PROCESS,
+                                         format, s.width, s.height, s.output[0], s.output[1], scratch.data(), size,
+                                         &count);
+    if (distort) distortMesh_ = true;
+    if (r == PARVEX_OK) {
+        b.spans.resize(static_cast<size_t>(count));
+        r = parvex_BorderFill_init(&b.fill, scratch.data(), b.spans.data(), count);
+    }
+    if (r != PARVEX_OK) {
+        failure->code = r;
+        return false;
+    }
+    b.probed = true;
+    return true;
 }
 
 double Corrector::strength() {
@@ -383,6 +417,7 @@ void Corrector::setZoom(double zoom) {
         std::lock_guard<std::mutex> lock(mutex_);
         code = open_ ? parvex_DistortionCorrection_setZoomRatio(&handle_, zoom) : PARVEX_ERROR_STATE;
         if (code == PARVEX_OK) settings_.zoom = zoom;
+        borders_[0].probed = borders_[1].probed = false;
     }
     if (code != PARVEX_OK) raiseError(code, "setZoomRatio", "zoom", code == PARVEX_ERROR_STATE ? "the corrector is closed" : "the library refuses the zoom");
 }
@@ -422,6 +457,7 @@ void Corrector::setCrop(py::object crop) {
             for (int i = 0; i < 4; ++i) settings_.crop[i] = s.crop[i];
             distortMesh_ = false;
         }
+        borders_[0].probed = borders_[1].probed = false;
     }
     if (code != PARVEX_OK) raiseError(code, "setCropRect", "crop", code == PARVEX_ERROR_STATE ? "the corrector is closed" : "the library refuses the crop");
 }

@@ -16,6 +16,7 @@
 #include <pybind11/pybind11.h>
 
 #include "frame_layout.h"
+#include "parvex_border_fill.h"
 #include "parvex_distortion_correction.h"
 
 namespace parvex_python {
@@ -43,6 +44,8 @@ struct Settings {
     bool cropGiven = false;
     int32_t crop[4] = {0, 0, 0, 0};
     int32_t workers = 0;  // 0: one per processor
+    bool fill = false;    // fill the pixels the engine leaves undrawn
+    uint8_t fillColour[3] = {0, 0, 0};  // in the format's own terms (R,G,B or Y,U,V)
 };
 
 // Checks every argument and their combinations before any work buffer is
@@ -87,7 +90,18 @@ private:
     void finalizeEngine();
     [[noreturn]] void raise(const Failure &failure);
 
+    // Finds, once per settings and direction, which output bytes the engine
+    // leaves undrawn; false with `failure` set when the probe fails.
+    bool ensureBorder(bool distort, Failure *failure);
+
+    struct Border {
+        bool probed = false;
+        std::vector<parvex_BorderSpan> spans;
+        parvex_BorderFill fill{};
+    };
+
     std::mutex mutex_;
+    Border borders_[2];  // process, distort
     Settings settings_;
     int32_t recommended_[2] = {0, 0};
     std::unique_ptr<void, void (*)(void *)> buffer_;

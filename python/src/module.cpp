@@ -4,7 +4,10 @@
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
+#include <string.h>
+
 #include "arguments.h"
+#include "calibration.h"
 #include "corrector.h"
 #include "engine_internals.h"
 #include "errors.h"
@@ -16,8 +19,9 @@ namespace {
 
 const char kCorrectorDoc[] = R"doc(Corrects (or applies) radial lens distortion in numpy frames.
 
-Corrector(width, height, format="NV12", k=None, table=None, center=None,
-          output_size=None, strength=1.0, zoom=1.0, crop=None, workers=None)
+Corrector(width, height, format="NV12", *, k=None, table=None, center=None,
+          output_size=None, strength=1.0, zoom=1.0, crop=None, workers=None,
+          fill="black", full_range=False)
 
 width, height  input frame size (320..6144 x 240..6144; even for the YUV formats)
 format         "NV12", "NV21", "I420" (arrays of shape (h * 3 // 2, w), as
@@ -41,6 +45,11 @@ crop           (left, top, right, bottom) in input pixels: correct as if the
                the plain lens instead of the table.
 workers        threads per frame, the calling one included (default: one per
                processor).
+fill           what the pixels get that no input pixel maps to: "black"
+               (default), a colour (r, g, b), or None to leave them as `out`
+               held them (new arrays start zeroed).
+full_range     YUV levels of the fill colour: False (default) for video range
+               (black is Y 16), True for full range (Y 0).
 
 The engine and its work buffer are set up once; each process()/distort()
 call then corrects one frame with the GIL released, so correctors on
@@ -92,7 +101,8 @@ Lens readLens(const py::object &k, const py::object &table) {
 
 Settings readSettings(int64_t width, int64_t height, const std::string &format, const py::object &k,
                       const py::object &table, const py::object &center, const py::object &outputSize,
-                      double strength, double zoom, const py::object &crop, const py::object &workers) {
+                      double strength, double zoom, const py::object &crop, const py::object &workers,
+                      const py::object &fill, bool fullRange) {
     Settings s;
     if (!parsePixelFormat(format, &s.format))
         raiseError(PARVEX_ERROR_IMAGE_FORMAT, "Corrector", "format",
@@ -127,6 +137,23 @@ Settings readSettings(int64_t width, int64_t height, const std::string &format, 
             raiseParam("Corrector", "workers", "workers " + std::to_string(w) + " is outside 1.." + std::to_string(maxWorkers()));
         s.workers = w;
     }
+    const char *engineName = engineFormatName(s.format);
+    if (py::isinstance<py::str>(fill)) {
+        if (fill.cast<std::string>() != "black")
+            raiseParam("Corrector", "fill", "fill must be \"black\", a colour (r, g, b) or None");
+        const parvex_BorderColour c = parvex_BorderFill_black(engineName, fullRange);
+        memcpy(s.fillColour, c.c, 3);
+        s.fill = true;
+    } else if (!fill.is_none()) {
+        int32_t rgb[3];
+        readInts(fill, 3, "Corrector", "fill", "\"black\", a colour (r, g, b) of 0..255 or None", rgb);
+        for (int i = 0; i < 3; ++i)
+            if (rgb[i] < 0 || rgb[i] > 255) raiseParam("Corrector", "fill", "fill colour levels must be 0..255");
+        const parvex_BorderColour c = parvex_BorderFill_fromRgb(engineName, static_cast<uint8_t>(rgb[0]),
+                                                                static_cast<uint8_t>(rgb[1]), static_cast<uint8_t>(rgb[2]), fullRange);
+        memcpy(s.fillColour, c.c, 3);
+        s.fill = true;
+    }
     return s;
 }
 
@@ -145,14 +172,14 @@ PYBIND11_MODULE(_parvex, m) {
     py::class_<Corrector>(m, "Corrector", kCorrectorDoc)
         .def(py::init([](int64_t width, int64_t height, const std::string &format, py::object k, py::object table,
                          py::object center, py::object outputSize, double strength, double zoom, py::object crop,
-                         py::object workers) {
-                 return new Corrector(
-                     readSettings(width, height, format, k, table, center, outputSize, strength, zoom, crop, workers));
+                         py::object workers, py::object fill, bool fullRange) {
+                 return new Corrector(readSettings(width, height, format, k, table, center, outputSize, strength, zoom,
+                                                   crop, workers, fill, fullRange));
              }),
              py::arg("width"), py::arg("height"), py::arg("format") = "NV12", py::kw_only(), py::arg("k") = py::none(),
              py::arg("table") = py::none(), py::arg("center") = py::none(), py::arg("output_size") = py::none(),
              py::arg("strength") = 1.0, py::arg("zoom") = 1.0, py::arg("crop") = py::none(),
-             py::arg("workers") = py::none())
+             py::arg("workers") = py::none(), py::arg("fill") = "black", py::arg("full_range") = false)
         .def("process", &Corrector::process, py::arg("frame"), py::arg("out") = py::none(), kProcessDoc)
         .def("distort", &Corrector::distort, py::arg("frame"), py::arg("out") = py::none(), kDistortDoc)
         .def("close", &Corrector::close, "Stops the engine; every later frame call raises StateError. Idempotent.")
@@ -202,6 +229,13 @@ PYBIND11_MODULE(_parvex, m) {
                                    return py::make_tuple(s.center[0], s.center[1]);
                                },
                                "Optical centre (x, y) in input pixels.")
+        .def_property_readonly("fill",
+                               [](Corrector &c) -> py::object {
+                                   const Settings s = c.settings();
+                                   if (!s.fill) return py::none();
+                                   return py::make_tuple(s.fillColour[0], s.fillColour[1], s.fillColour[2]);
+                               },
+                               "Fill colour in the format's own terms ((R, G, B) or (Y, U, V)), or None.")
         .def_property_readonly("workers",
                                [](Corrector &c) -> py::object {
                                    const Settings s = c.settings();
@@ -211,4 +245,5 @@ PYBIND11_MODULE(_parvex, m) {
                                "Threads per frame, or None for one per processor.");
 
     m.attr("MAX_WORKERS") = maxWorkers();
+    addCalibration(m);
 }
