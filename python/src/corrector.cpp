@@ -4,6 +4,8 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <chrono>
+
 #include "arguments.h"
 #include "engine_internals.h"
 #include "errors.h"
@@ -333,8 +335,10 @@ py::array Corrector::frameCall(bool distort, py::object frameObject, py::object 
             Failure probeFailure;
             if (code == PARVEX_OK && s.fill && !ensureBorder(distort, &probeFailure)) code = probeFailure.code;
             if (code == PARVEX_OK) {
+                const auto start = std::chrono::steady_clock::now();
                 code = distort ? parvex_DistortionCorrection_distortEx(&handle_, &output, &input)
                                : parvex_DistortionCorrection_processEx(&handle_, &output, &input);
+                engineSeconds_ += std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
                 if (distort) distortMesh_ = true;
             }
             if (code == PARVEX_OK && s.fill) {
@@ -371,6 +375,11 @@ bool Corrector::ensureBorder(bool distort, Failure *failure) {
     }
     b.probed = true;
     return true;
+}
+
+double Corrector::engineSeconds() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return engineSeconds_;
 }
 
 double Corrector::strength() {

@@ -73,6 +73,8 @@ public:
 
     // Copies of the settings as they stand (output size resolved).
     Settings settings();
+    // Seconds spent inside the library's frame calls, all calls together.
+    double engineSeconds();
     py::tuple recommendedOutputSize();
     FrameShape inputShape();
     FrameShape outputShape();
@@ -108,7 +110,8 @@ private:
     int32_t bufferSize_ = 0;
     parvex_DistortionCorrection handle_{};
     bool open_ = false;
-    bool distortMesh_ = false;  // the last frame call was a distort, which leaves its own mesh
+    bool distortMesh_ = false;
+    double engineSeconds_ = 0;  // the last frame call was a distort, which leaves its own mesh
 };
 
 }  // namespace parvex_python

@@ -166,6 +166,9 @@ py::tuple shapeTuple(const FrameShape &shape) {
 }  // namespace
 
 PYBIND11_MODULE(_parvex, m) {
+    // The docstrings carry their own signatures, in Python terms.
+    py::options options;
+    options.disable_function_signatures();
     m.doc() = "The compiled core of the parvex module (see help(parvex)).";
     m.attr("version") = parvex_DistortionCorrection_getVersion();
 
@@ -182,7 +185,7 @@ PYBIND11_MODULE(_parvex, m) {
              py::arg("workers") = py::none(), py::arg("fill") = "black", py::arg("full_range") = false)
         .def("process", &Corrector::process, py::arg("frame"), py::arg("out") = py::none(), kProcessDoc)
         .def("distort", &Corrector::distort, py::arg("frame"), py::arg("out") = py::none(), kDistortDoc)
-        .def("close", &Corrector::close, "Stops the engine; every later frame call raises StateError. Idempotent.")
+        .def("close", &Corrector::close, "close()\n\nStops the engine; every later frame call raises StateError. Idempotent.")
         .def_property_readonly("closed", &Corrector::closed, "True after close().")
         .def_property("strength", &Corrector::strength, &Corrector::setStrength,
                       "Correction strength 0..1; setting it rebuilds the mesh at once.")
@@ -229,6 +232,9 @@ PYBIND11_MODULE(_parvex, m) {
                                    return py::make_tuple(s.center[0], s.center[1]);
                                },
                                "Optical centre (x, y) in input pixels.")
+        .def_property_readonly("engine_seconds", &Corrector::engineSeconds,
+                               "Seconds spent inside the library's frame calls so far (the rest of a "
+                               "process() call is the binding's own time).")
         .def_property_readonly("fill",
                                [](Corrector &c) -> py::object {
                                    const Settings s = c.settings();
