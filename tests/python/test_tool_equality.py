@@ -58,7 +58,7 @@ def test_frames_equal_the_tools(tool, tmp_path, fmt, name, options, settings, co
         pytest.skip("distort takes coefficient lenses only")
     if fmt == "BGR" and settings.get("zoom", 1.0) != 1.0:
         pytest.skip("the engine scales no BGR888 frames")
-    corrector = parvex.Corrector(W, H, fmt, fill=None, **settings)
+    corrector = parvex.Corrector(W, H, fmt, **settings)  # both fill the border with black
     frame = random_frame(corrector, seed=len(name))
     expected = run_tool(tool, tmp_path, command, fmt, options, frame, corrector)
     got = corrector.process(frame) if command == "correct" else corrector.distort(frame)
