@@ -32,6 +32,8 @@ FORMATS = ("NV12", "NV21", "I420", "RGB", "BGR")
 class Corrector(_parvex.Corrector):
     __doc__ = _parvex.Corrector.__doc__
 
+    #: The library's version text (also parvex.version).
+    version = _parvex.version
     #: Set by from_calibration: largest and RMS distance, in output pixels,
     #: between the calibration's lens and the engine's lens over the frame.
     fit_max_px = None

@@ -30,6 +30,7 @@ class CalibrationError(ValueError): ...
 class Corrector:
     """Corrects (or applies) radial lens distortion in numpy frames."""
 
+    version: ClassVar[str]
     fit_max_px: Optional[float]
     fit_rms_px: Optional[float]
     calibration: Optional[Dict[str, Any]]

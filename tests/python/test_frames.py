@@ -116,4 +116,4 @@ def test_context_manager_and_repr():
         assert "open" in repr(c) and c.format == "BGR" and c.engine_format == "BGR888"
         assert c.k == (0.1, 0.0, 0.0, 0.0) and c.table is None and c.center == (W / 2, H / 2)
     assert c.closed and "closed" in repr(c)
-    assert parvex.version.startswith("Parvex DistortionCorrection")
+    assert parvex.version.startswith("Parvex DistortionCorrection") and c.version == parvex.version
