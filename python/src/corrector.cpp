@@ -270,12 +270,17 @@ bool Corrector::closed() {
 
 py::array Corrector::frameCall(bool distort, py::object frameObject, py::object outObject) {
     const char *call = distort ? "distort" : "process";
+    // Python is only touched without the mutex: a thread switch inside
+    // Python code could otherwise leave the mutex held while another thread
+    // waits for it holding the GIL.
     Settings s;
+    bool open;
     {
         std::lock_guard<std::mutex> lock(mutex_);
-        if (!open_) raiseError(PARVEX_ERROR_STATE, call, "", "the corrector is closed");
+        open = open_;
         s = settings_;
     }
+    if (!open) raiseError(PARVEX_ERROR_STATE, call, "", "the corrector is closed");
     if (distort && s.lens.table)
         raiseParam(call, "table", "distort needs a lens given by coefficients k, not by a table");
     const char *name = shortFormatName(s.format);
@@ -477,8 +482,13 @@ Settings Corrector::settings() {
 }
 
 py::tuple Corrector::recommendedOutputSize() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return py::make_tuple(recommended_[0], recommended_[1]);
+    int32_t size[2];
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        size[0] = recommended_[0];
+        size[1] = recommended_[1];
+    }
+    return py::make_tuple(size[0], size[1]);
 }
 
 FrameShape Corrector::inputShape() {
