@@ -10,8 +10,7 @@ set(_pvx_cmake_dir ${CMAKE_INSTALL_LIBDIR}/cmake/parvex)
 
 set_target_properties(parvex_distortion_correction PROPERTIES EXPORT_NAME distortion_correction)
 install(TARGETS parvex_distortion_correction EXPORT parvexTargets
-  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library NAMELINK_COMPONENT library
-  INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library NAMELINK_COMPONENT library)
 install(FILES include/parvex_distortion_correction.h include/parvex_border_fill.h
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT library)
 install(EXPORT parvexTargets NAMESPACE parvex:: DESTINATION ${_pvx_cmake_dir} COMPONENT library)
