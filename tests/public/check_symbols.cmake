@@ -45,8 +45,9 @@ set(allowed_imports
   pthread_cond_timedwait pthread_cond_wait pthread_create pthread_join pthread_self
   pthread_mutex_destroy pthread_mutex_init pthread_mutex_lock pthread_mutex_trylock pthread_mutex_unlock
   pthread_mutexattr_destroy pthread_mutexattr_init pthread_mutexattr_settype
-  # Compiler support that the toolchain's own runtime may leave to the C library.
-  __stack_chk_fail __stack_chk_guard __errno_location
+  # Compiler support that the toolchain's own runtime may leave to the C
+  # library; __getauxval: GCC's out-of-line atomics on AArch64 glibc.
+  __stack_chk_fail __stack_chk_guard __errno_location __getauxval
   __aeabi_memcpy __aeabi_memcpy4 __aeabi_memcpy8 __aeabi_memmove __aeabi_memset __aeabi_memclr
   __aeabi_memclr4 __aeabi_memclr8)
 string(REGEX MATCHALL "[^\n]+" lines "${undefined}")
