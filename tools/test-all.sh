@@ -1,13 +1,14 @@
 #!/usr/bin/env bash
 # Builds and runs every test: x86-64 release (g++), x86-64 with
 # AddressSanitizer + UndefinedBehaviorSanitizer (clang), the runtime under
-# ThreadSanitizer, and 32-bit Arm (NEON) under qemu-arm.
+# ThreadSanitizer, 32-bit Arm (NEON) under qemu-arm and 64-bit Arm (NEON)
+# under qemu-aarch64.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . tools/ensure-packages.sh
 ensure_packages cmake ninja-build g++ clang libclang-rt-14-dev googletest libgtest-dev \
     libbenchmark-dev libpng-dev libjpeg62-turbo-dev pkg-config binutils file \
-    g++-arm-linux-gnueabihf qemu-user
+    g++-arm-linux-gnueabihf g++-aarch64-linux-gnu qemu-user
 
 jobs=$(nproc)
 build_and_test() {
@@ -25,6 +26,10 @@ build_and_test sanitize -DCMAKE_BUILD_TYPE=RelWithDebInfo -DPVX_SANITIZE=address
 build_and_test tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DPVX_SANITIZE=thread \
     -DPVX_TEST_MODULES=runtime -DPVX_BUILD_TOOLS=OFF
 build_and_test arm -DCMAKE_BUILD_TYPE=Release -DCMAKE_TOOLCHAIN_FILE=cmake/arm-linux-gnueabihf.cmake \
+    -DPVX_BUILD_TOOLS=OFF
+
+# --- 64-bit Arm (AArch64, NEON) under qemu-aarch64 ---
+build_and_test aarch64 -DCMAKE_BUILD_TYPE=Release -DCMAKE_TOOLCHAIN_FILE=cmake/aarch64-linux-gnu.cmake \
     -DPVX_BUILD_TOOLS=OFF
 
 # ---- Python module -------------------------------------------------------
