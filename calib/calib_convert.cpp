@@ -16,6 +16,12 @@ namespace {
 
 using detail::number;
 
+// Distance from the optical centre to the farthest corner of the frame.
+double farthestCorner(const CameraModel &m) {
+    return std::max({hypot(m.cx, m.cy), hypot(m.width - m.cx, m.cy), hypot(m.cx, m.height - m.cy),
+                     hypot(m.width - m.cx, m.height - m.cy)});
+}
+
 // Points in an engine table. The engine appends one extrapolated point of
 // its own after the last one, and with 256 points that point overwrites the
 // first key, so one slot is left for it.
@@ -64,8 +70,7 @@ void fitCoefficients(const CameraModel &m, double g, double coef[4]) {
 void buildTable(const CameraModel &m, double g, std::vector<double> *xs, std::vector<double> *ys) {
     const double unit = hypot(m.cx, m.cy), f = detail::radialFocal(m);
     const double limit = detail::risingLimit(m);
-    const double far = std::max({hypot(m.cx, m.cy), hypot(m.width - m.cx, m.cy), hypot(m.cx, m.height - m.cy),
-                                 hypot(m.width - m.cx, m.height - m.cy)});
+    const double far = farthestCorner(m);
     const double last = far / unit * 1.001;
     xs->clear();
     ys->clear();
@@ -170,6 +175,12 @@ EngineLens convertCameraModel(const CameraModel &m, Form form) {
     base.fill_scale = g;
     base.notes = m.notes;
     noteDroppedTerms(m, g, &base.notes);
+    const double f = detail::radialFocal(m), limit = detail::risingLimit(m);
+    const double far = farthestCorner(m);
+    if (limit * f / g < far)
+        base.notes.push_back("the model's radial part turns back " + number(limit * f / g, 5) +
+                             " px from the centre (the frame reaches " + number(far, 5) +
+                             " px); output beyond it is not a picture of the scene");
 
     EngineLens coefficients = base, table = base;
     if (form != Form::Table) {

@@ -2,13 +2,17 @@
 # Builds and runs every test: x86-64 release (g++), x86-64 with
 # AddressSanitizer + UndefinedBehaviorSanitizer (clang), the runtime under
 # ThreadSanitizer, 32-bit Arm (NEON) under qemu-arm and 64-bit Arm (NEON)
-# under qemu-aarch64.
+# under qemu-aarch64. The calibration import (calib/, with OpenCV,
+# nlohmann-json and pugixml) and its tests (label calib, among them the
+# agreement with OpenCV's undistortion) run in the x86-64 legs that build the
+# tool.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . tools/ensure-packages.sh
 ensure_packages cmake ninja-build g++ clang libclang-rt-14-dev googletest libgtest-dev \
     libbenchmark-dev libpng-dev libjpeg62-turbo-dev pkg-config binutils file \
-    g++-arm-linux-gnueabihf g++-aarch64-linux-gnu qemu-user
+    g++-arm-linux-gnueabihf g++-aarch64-linux-gnu qemu-user \
+    libopencv-dev nlohmann-json3-dev libpugixml-dev
 
 jobs=$(nproc)
 build_and_test() {
