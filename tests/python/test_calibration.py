@@ -83,3 +83,15 @@ def test_android_metadata_dict_gives_the_same_lens(tmp_path):
     from_android = parvex.Corrector.from_calibration(metadata, W, H, "BGR")
     assert from_android.calibration["source"] == "Android"
     assert np.array_equal(from_android.process(chart), parvex.Corrector.from_calibration(path, W, H, "BGR").process(chart))
+
+
+def test_lensfun_entry_by_lens_and_focal_length(tmp_path):
+    path = tmp_path / "lenses.xml"
+    path.write_text("""<lensdatabase><lens><maker>Acme</maker><model>Zoom 18-55mm</model><mount>A</mount>
+        <cropfactor>1.5</cropfactor><calibration><distortion model="poly3" focal="24" k1="-0.02"/>
+        </calibration></lens></lensdatabase>""")
+    c = parvex.Corrector.from_calibration(path, 960, 640, "NV12", lens="Acme Zoom 18-55mm", focal_mm=24)
+    assert c.calibration["source"] == "Lensfun" and c.fit_max_px < 1.0
+    assert c.center == pytest.approx((480, 320), abs=0.5)  # the middle of the frame
+    with pytest.raises(parvex.CalibrationError, match="(?i)lens"):
+        parvex.Corrector.from_calibration(path, 960, 640, lens="Other 50mm", focal_mm=50)
