@@ -86,9 +86,11 @@ class Corrector(_parvex.Corrector):
         return corrector
 
     def __enter__(self):
+        """The corrector itself; leaving the block closes it."""
         return self
 
     def __exit__(self, *exc_info):
+        """Closes the corrector (exceptions pass on)."""
         self.close()
         return False
 

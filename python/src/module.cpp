@@ -182,7 +182,9 @@ PYBIND11_MODULE(_parvex, m) {
              py::arg("width"), py::arg("height"), py::arg("format") = "NV12", py::kw_only(), py::arg("k") = py::none(),
              py::arg("table") = py::none(), py::arg("center") = py::none(), py::arg("output_size") = py::none(),
              py::arg("strength") = 1.0, py::arg("zoom") = 1.0, py::arg("crop") = py::none(),
-             py::arg("workers") = py::none(), py::arg("fill") = "black", py::arg("full_range") = false)
+             py::arg("workers") = py::none(), py::arg("fill") = "black", py::arg("full_range") = false,
+             "Sets the engine up (see the class description); raises ParamError, FormatError or\n"
+             "WorkBufferError naming the argument at fault.")
         .def("process", &Corrector::process, py::arg("frame"), py::arg("out") = py::none(), kProcessDoc)
         .def("distort", &Corrector::distort, py::arg("frame"), py::arg("out") = py::none(), kDistortDoc)
         .def("close", &Corrector::close, "close()\n\nStops the engine; every later frame call raises StateError. Idempotent.")

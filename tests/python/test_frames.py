@@ -65,6 +65,7 @@ def test_recommended_output_size_is_used():
     w, h = c.output_size
     assert (w, h) == c.recommended_output_size and w % 2 == 0 and h % 2 == 0
     assert c.output_shape == (h * 3 // 2, w) and c.process(random_frame(c)).shape == c.output_shape
+    assert c.engine_seconds > 0
 
 
 @pytest.mark.parametrize("fmt,fill,expected", [
