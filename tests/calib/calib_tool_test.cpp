@@ -97,6 +97,15 @@ TEST_F(Tool, WrittenTableReproducesTheCorrection) {
     EXPECT_TRUE(readFile(f("a.yuv")) == readFile(f("b.yuv")));
 }
 
+TEST_F(Tool, StrengthTakesTheCoefficientForm) {
+    const tool_test::RunResult r = runTool("correct " + f("in.yuv") + " " + f("s.yuv") + " --size 640x480 --calibration " +
+                                           f("cam.yml") + " --strength 0.5");
+    ASSERT_EQ(0, r.status) << r.err;
+    EXPECT_NE(std::string::npos, r.err.find("over the frame, coefficients)")) << r.err;
+    EXPECT_EQ(2, runTool("correct " + f("in.yuv") + " " + f("t.yuv") + " --size 640x480 --calibration " + f("cam.yml") +
+                         " --strength 0.5 --form table").status);
+}
+
 struct BadRun {
     const char *file;     // written into the test's directory
     std::string content;
