@@ -7,8 +7,6 @@ import os
 import numpy as np
 import pytest
 
-import parvex
-
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 
 
@@ -28,10 +26,3 @@ def random_frame(corrector_or_shape, seed=1):
     shape = getattr(corrector_or_shape, "input_shape", corrector_or_shape)
     return np.random.default_rng(seed).integers(0, 256, size=shape, dtype=np.uint8)
 
-
-def smooth_frame(shape, seed=1):
-    """A frame with large smooth features (so interpolation differences stay small)."""
-    rng = np.random.default_rng(seed)
-    small = rng.integers(0, 256, size=(8, 8) + tuple(shape[2:]), dtype=np.uint8)
-    import cv2
-    return cv2.resize(small, (shape[1], shape[0]), interpolation=cv2.INTER_CUBIC)

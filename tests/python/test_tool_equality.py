@@ -1,6 +1,5 @@
 # Frames from the module equal the parvex tool's, byte for byte, for every
 # format, for correct and distort, with and without geometry settings.
-import os
 import subprocess
 
 import cv2
