@@ -1,6 +1,7 @@
 # Frame handling: strided views, out reuse and in place, the settings
 # properties, border fill and correctors running on parallel threads.
 import threading
+import time
 
 import numpy as np
 import pytest
@@ -118,3 +119,28 @@ def test_context_manager_and_repr():
         assert c.k == (0.1, 0.0, 0.0, 0.0) and c.table is None and c.center == (W / 2, H / 2)
     assert c.closed and "closed" in repr(c)
     assert parvex.version.startswith("Parvex DistortionCorrection") and c.version == parvex.version
+
+
+def test_frame_calls_release_the_gil():
+    # Python code on the main thread runs while another thread is inside a
+    # frame call, which it could not if the call held the GIL.
+    c = parvex.Corrector(1920, 1080, "BGR", k=(0.2, 0.05), workers=1)
+    frame, out = np.zeros(c.input_shape, np.uint8), np.empty(c.output_shape, np.uint8)
+    windows = []
+
+    def run():
+        for _ in range(6):
+            start = time.perf_counter()
+            c.process(frame, out=out)
+            windows.append((start, time.perf_counter()))
+
+    worker = threading.Thread(target=run)
+    ticks = []
+    worker.start()
+    while worker.is_alive():
+        ticks.append(time.perf_counter())
+    worker.join()
+    # The middle third of a call: a thread switch just before the call cannot
+    # reach it (the switch interval is 5 ms, a call takes well over 15 ms).
+    ticks = np.array(ticks)
+    assert any(((ticks > s + (e - s) / 3) & (ticks < e - (e - s) / 3)).any() for s, e in windows)
