@@ -89,10 +89,8 @@ distortion_coefficients: !!opencv-matrix
    data: [ 0.05, -0.01, 0.002, -0.0005 ]
 )";
 
-// As ROS writes camera_info: plain maps of rows, cols and data.
-const char kRos[] = R"(%YAML:1.0
----
-image_width: 640
+// As ROS writes camera_info: no YAML header, plain maps of rows, cols and data.
+const char kRos[] = R"(image_width: 640
 image_height: 480
 distortion_model: plumb_bob
 camera_matrix:
