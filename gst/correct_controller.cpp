@@ -1,0 +1,225 @@
+#include "correct_controller.h"
+
+#include <string.h>
+
+#include <string>
+
+namespace parvex_gst {
+
+namespace {
+
+std::string sizeText(int32_t width, int32_t height) { return std::to_string(width) + "x" + std::to_string(height); }
+
+Report refusalReport(const Refusal &r) {
+    return {r.property, r.property + ": " + r.call + " refused it with " + resultName(r.code) +
+                            "; the element keeps the value that worked"};
+}
+
+bool sameCrop(bool setA, const int32_t *a, bool setB, const int32_t *b) {
+    return setA == setB && (!setA || memcmp(a, b, 4 * sizeof(int32_t)) == 0);
+}
+
+}  // namespace
+
+void Controller::setShape(const FrameShape &shape) {
+    shape_ = shape;
+    engine_.reset();
+    rebuild_ = true;
+}
+
+void Controller::outputSize(const char *format, int32_t width, int32_t height, int32_t *outWidth,
+                            int32_t *outHeight, std::vector<Report> *reports) {
+    *outWidth = width;
+    *outHeight = height;
+    if (wanted_.recommended) {
+        Lens lens;
+        double cx, cy;
+        std::string error, property;
+        if (!resolveLens(wanted_.lens, width, height, &lens, &cx, &cy, &error, &property)) {
+            reports->push_back({property, property + ": " + error});
+            return;
+        }
+        EngineSetup setup = setupFor(lens, cx, cy);
+        setup.format = format;
+        setup.width = width;
+        setup.height = height;
+        int32_t w = 0, h = 0;
+        const Refusal r = recommendedOutputSize(setup, &w, &h);
+        if (r) {
+            reports->push_back(refusalReport(r));
+        } else if (!outputMeshFits(w, h)) {
+            reports->push_back({"output-size", "output-size: the library recommends " + sizeText(w, h) +
+                                                   ", which this lens and centre cannot use; the output keeps the "
+                                                   "input size (give output-width and output-height)"});
+        } else {
+            *outWidth = w;
+            *outHeight = h;
+        }
+    } else if (wanted_.outWidth > 0 && wanted_.outHeight > 0) {
+        *outWidth = wanted_.outWidth;
+        *outHeight = wanted_.outHeight;
+    }
+}
+
+EngineSetup Controller::setupFor(const Lens &lens, double cx, double cy) const {
+    EngineSetup s;
+    s.format = shape_.format;
+    s.width = shape_.width;
+    s.height = shape_.height;
+    s.outWidth = shape_.outWidth;
+    s.outHeight = shape_.outHeight;
+    s.lens = lens;
+    s.centerX = wanted_.centerX >= 0 || wanted_.centerY >= 0 ? wanted_.centerX : cx;
+    s.centerY = wanted_.centerX >= 0 || wanted_.centerY >= 0 ? wanted_.centerY : cy;
+    s.strength = wanted_.strength;
+    s.zoom = wanted_.zoom;
+    s.cropSet = wanted_.cropSet;
+    memcpy(s.crop, wanted_.crop, sizeof s.crop);
+    s.distort = wanted_.distort;
+    return s;
+}
+
+// Puts `property` back to the value the engine last took; false when that
+// changes nothing (the refused value is the one that worked before).
+bool Controller::revert(const std::string &property) {
+    Settings &w = wanted_;
+    const Settings &a = accepted_;
+    const Settings before = w;
+    if (property == "k1..k4") memcpy(w.lens.coef, a.lens.coef, sizeof w.lens.coef);
+    else if (property == "table") w.lens.table = a.lens.table;
+    else if (property == "calibration") w.lens.calibration = a.lens.calibration;
+    else if (property == "center-x/center-y") w.centerX = a.centerX, w.centerY = a.centerY;
+    else if (property == "strength") w.strength = a.strength;
+    else if (property == "zoom") w.zoom = a.zoom == w.zoom ? 1.0 : a.zoom;
+    else if (property == "crop") w.cropSet = a.cropSet, memcpy(w.crop, a.crop, sizeof w.crop);
+    else if (property == "mode" || property == "mode/table") w.distort = a.distort;
+    else return false;
+    return memcmp(before.lens.coef, w.lens.coef, sizeof w.lens.coef) != 0 || before.lens.table != w.lens.table ||
+           before.lens.calibration != w.lens.calibration || before.centerX != w.centerX ||
+           before.centerY != w.centerY || before.strength != w.strength || before.zoom != w.zoom ||
+           !sameCrop(before.cropSet, before.crop, w.cropSet, w.crop) || before.distort != w.distort;
+}
+
+bool Controller::build(std::vector<Report> *reports) {
+    engine_.reset();
+    const int32_t width = shape_.width, height = shape_.height;
+    const bool resized = shape_.outWidth != width || shape_.outHeight != height;
+    for (int attempt = 0; attempt < 16; ++attempt) {
+        Lens lens;
+        double cx, cy;
+        std::string error, property;
+        if (!resolveLens(wanted_.lens, width, height, &lens, &cx, &cy, &error, &property)) {
+            reports->push_back({property, property + ": " + error});
+            if (!revert(property)) return false;
+            continue;
+        }
+        if (wanted_.zoom != 1.0 && resized) {
+            reports->push_back({"zoom", "zoom " + std::to_string(wanted_.zoom) +
+                                            " cannot be combined with an output size other than the input size (" +
+                                            sizeText(shape_.outWidth, shape_.outHeight) + " from " +
+                                            sizeText(width, height) +
+                                            "; output-width/output-height/output-size); zoom stays 1"});
+            wanted_.zoom = 1.0;
+            continue;
+        }
+        if (wanted_.cropSet && (wanted_.crop[0] < 0 || wanted_.crop[1] < 0 || wanted_.crop[2] > width ||
+                                wanted_.crop[3] > height || wanted_.crop[0] >= wanted_.crop[2] ||
+                                wanted_.crop[1] >= wanted_.crop[3])) {
+            reports->push_back({"crop", "crop: the rectangle must lie inside the " + sizeText(width, height) +
+                                            " input and not be empty"});
+            if (!revert("crop")) wanted_.cropSet = false;
+            continue;
+        }
+        if (!outputMeshFits(shape_.outWidth, shape_.outHeight)) {
+            reports->push_back({"output-width/output-height",
+                                "output-width/output-height: " + sizeText(shape_.outWidth, shape_.outHeight) +
+                                    " is larger than the engine's mesh can lay out"});
+            return false;
+        }
+        Refusal refusal;
+        engine_ = Engine::create(setupFor(lens, cx, cy), &refusal);
+        if (engine_) {
+            accepted_ = wanted_;
+            rebuild_ = false;
+            return true;
+        }
+        reports->push_back(refusalReport(refusal));
+        if (!revert(refusal.property)) return false;
+    }
+    return false;
+}
+
+void Controller::applyRunTime(std::vector<Report> *reports) {
+    const EngineSetup &now = engine_->setup();
+    const bool cropChanged = !sameCrop(wanted_.cropSet, wanted_.crop, now.cropSet, now.crop);
+    // A crop rebuilds the mesh from the coefficients, so table lenses take
+    // strength and crop through a new engine.
+    if (now.lens.mode == 1 && (cropChanged || wanted_.strength != now.strength)) {
+        build(reports);
+        return;
+    }
+    if (cropChanged) {
+        const int32_t *c = wanted_.crop;
+        if (wanted_.cropSet && (c[0] < 0 || c[1] < 0 || c[2] > now.width || c[3] > now.height || c[0] >= c[2] ||
+                                c[1] >= c[3])) {
+            reports->push_back({"crop", "crop: the rectangle must lie inside the " + sizeText(now.width, now.height) +
+                                            " input and not be empty"});
+            wanted_.cropSet = now.cropSet;
+            memcpy(wanted_.crop, now.crop, sizeof wanted_.crop);
+        } else if (const Refusal r = engine_->setCrop(wanted_.cropSet, c)) {
+            reports->push_back(refusalReport(r));
+            revert("crop");
+        }
+    }
+    if (wanted_.strength != now.strength) {
+        if (const Refusal r = engine_->setStrength(wanted_.strength)) {
+            reports->push_back(refusalReport(r));
+            wanted_.strength = now.strength;
+        }
+    }
+    if (wanted_.zoom != now.zoom) {
+        if (wanted_.zoom != 1.0 && (now.outWidth != now.width || now.outHeight != now.height)) {
+            reports->push_back({"zoom", "zoom " + std::to_string(wanted_.zoom) +
+                                            " cannot be combined with an output size other than the input size "
+                                            "(output-width/output-height/output-size)"});
+            wanted_.zoom = now.zoom;
+        } else if (const Refusal r = engine_->setZoom(wanted_.zoom)) {
+            reports->push_back(refusalReport(r));
+            wanted_.zoom = now.zoom;
+        }
+    }
+    accepted_.strength = now.strength;
+    accepted_.zoom = now.zoom;
+    accepted_.cropSet = now.cropSet;
+    memcpy(accepted_.crop, now.crop, sizeof accepted_.crop);
+}
+
+bool Controller::prepare(std::vector<Report> *reports) {
+    if (!shape_.format) return false;
+    if (!engine_ || rebuild_) return build(reports);
+    applyRunTime(reports);
+    return engine_ != nullptr;
+}
+
+bool Controller::run(const parvex_ImageDataEx &output, const parvex_ImageDataEx &input,
+                     std::vector<Report> *reports) {
+    if (!engine_) return false;
+    Refusal r = engine_->run(output, input);
+    if (!r) return true;
+    reports->push_back(refusalReport(r));
+    // A frame refused because of a setting: go back to the one that worked.
+    if (r.property == "zoom" && engine_->setup().zoom != 1.0) {
+        wanted_.zoom = accepted_.zoom = 1.0;
+        if (engine_->setZoom(1.0)) return false;
+    } else if ((r.property == "mode" || r.property == "mode/table") && wanted_.distort) {
+        wanted_.distort = accepted_.distort = false;
+        if (!build(reports)) return false;
+    } else {
+        return false;
+    }
+    r = engine_->run(output, input);
+    if (r) reports->push_back(refusalReport(r));
+    return !r;
+}
+
+}  // namespace parvex_gst

@@ -1,0 +1,67 @@
+#include "correct_lens.h"
+
+#include <exception>
+
+#include "engine.h"
+#include "table_file.h"
+#ifdef PARVEX_GST_HAVE_CALIB
+#include "parvex_calib.h"
+#endif
+
+namespace parvex_gst {
+
+namespace {
+
+bool loadCalibration(const std::string &path, int32_t width, int32_t height, Lens *lens, double *centerX,
+                     double *centerY, std::string *error) {
+#ifdef PARVEX_GST_HAVE_CALIB
+    try {
+        const parvex_calib::EngineLens found = parvex_calib::loadCalibrationFile(path, width, height);
+        lens->mode = found.mode;
+        for (int i = 0; i < 4; ++i) lens->coef[i] = found.coef[i];
+        lens->xs = found.xs;
+        lens->ys = found.ys;
+        *centerX = found.center_x;
+        *centerY = found.center_y;
+        return true;
+    } catch (const std::exception &e) {
+        *error = e.what();
+        return false;
+    }
+#else
+    (void)width, (void)height, (void)lens, (void)centerX, (void)centerY;
+    *error = path + ": this build has no calibration module";
+    return false;
+#endif
+}
+
+}  // namespace
+
+bool resolveLens(const LensSource &source, int32_t width, int32_t height, Lens *lens, double *centerX,
+                 double *centerY, std::string *error, std::string *property) {
+    *lens = Lens();
+    *centerX = *centerY = -1;
+    if (!source.calibration.empty()) {
+        lens->property = *property = "calibration";
+        return loadCalibration(source.calibration, width, height, lens, centerX, centerY, error);
+    }
+    if (!source.table.empty()) {
+        lens->property = *property = "table";
+        parvex_tool::Lens table;
+        try {
+            parvex_tool::readTableFile(source.table, &table);
+        } catch (const std::exception &e) {
+            *error = e.what();
+            return false;
+        }
+        lens->mode = 1;
+        lens->xs = table.outputRadii;
+        lens->ys = table.sourceRadii;
+        return true;
+    }
+    lens->property = *property = "k1..k4";
+    for (int i = 0; i < 4; ++i) lens->coef[i] = source.coef[i];
+    return true;
+}
+
+}  // namespace parvex_gst
