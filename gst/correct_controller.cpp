@@ -21,6 +21,30 @@ bool sameCrop(bool setA, const int32_t *a, bool setB, const int32_t *b) {
 
 }  // namespace
 
+bool parseFill(const std::string &text, const char *format, bool fullRange, bool *fill, parvex_BorderColour *colour) {
+    *fill = true;
+    if (text == "black") {
+        *colour = parvex_BorderFill_black(format, fullRange);
+        return true;
+    }
+    if (text == "none") {
+        *fill = false;
+        return true;
+    }
+    const size_t digits = text.compare(0, 2, "0x") == 0 ? 2 : text.compare(0, 1, "#") == 0 ? 1 : 0;
+    if (digits == 0 || text.size() != digits + 6) return false;
+    uint32_t rgb = 0;
+    for (size_t i = digits; i < text.size(); ++i) {
+        const char c = text[i];
+        const int v = c >= '0' && c <= '9' ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
+        if (v < 0) return false;
+        rgb = rgb << 4 | static_cast<uint32_t>(v);
+    }
+    *colour = parvex_BorderFill_fromRgb(format, static_cast<uint8_t>(rgb >> 16), static_cast<uint8_t>(rgb >> 8),
+                                        static_cast<uint8_t>(rgb), fullRange);
+    return true;
+}
+
 void Controller::setShape(const FrameShape &shape) {
     shape_ = shape;
     engine_.reset();
@@ -76,6 +100,7 @@ EngineSetup Controller::setupFor(const Lens &lens, double cx, double cy) const {
     s.cropSet = wanted_.cropSet;
     memcpy(s.crop, wanted_.crop, sizeof s.crop);
     s.distort = wanted_.distort;
+    parseFill(wanted_.fill, s.format, shape_.fullRange, &s.fill, &s.fillColour);
     return s;
 }
 
@@ -93,11 +118,13 @@ bool Controller::revert(const std::string &property) {
     else if (property == "zoom") w.zoom = a.zoom == w.zoom ? 1.0 : a.zoom;
     else if (property == "crop") w.cropSet = a.cropSet, memcpy(w.crop, a.crop, sizeof w.crop);
     else if (property == "mode" || property == "mode/table") w.distort = a.distort;
+    else if (property == "fill") w.fill = a.fill == w.fill ? "none" : a.fill;
     else return false;
     return memcmp(before.lens.coef, w.lens.coef, sizeof w.lens.coef) != 0 || before.lens.table != w.lens.table ||
            before.lens.calibration != w.lens.calibration || before.centerX != w.centerX ||
            before.centerY != w.centerY || before.strength != w.strength || before.zoom != w.zoom ||
-           !sameCrop(before.cropSet, before.crop, w.cropSet, w.crop) || before.distort != w.distort;
+           !sameCrop(before.cropSet, before.crop, w.cropSet, w.crop) || before.distort != w.distort ||
+           before.fill != w.fill;
 }
 
 bool Controller::build(std::vector<Report> *reports) {
@@ -128,6 +155,13 @@ bool Controller::build(std::vector<Report> *reports) {
             reports->push_back({"crop", "crop: the rectangle must lie inside the " + sizeText(width, height) +
                                             " input and not be empty"});
             if (!revert("crop")) wanted_.cropSet = false;
+            continue;
+        }
+        bool fill = false;
+        parvex_BorderColour colour;
+        if (!parseFill(wanted_.fill, shape_.format, shape_.fullRange, &fill, &colour)) {
+            reports->push_back({"fill", "fill: \"" + wanted_.fill + "\" is not black, none, 0xRRGGBB or #RRGGBB"});
+            if (!revert("fill")) return false;
             continue;
         }
         if (!outputMeshFits(shape_.outWidth, shape_.outHeight)) {

@@ -38,7 +38,12 @@ struct Report {
 struct FrameShape {
     const char *format = nullptr;  // the engine's format name
     int32_t width = 0, height = 0, outWidth = 0, outHeight = 0;
+    bool fullRange = false;        // YUV levels 0..255 rather than 16..235
 };
+
+// The fill property: "black" (in the frame's range), "none" or an RGB
+// colour as 0xRRGGBB or #RRGGBB. False when the text is none of these.
+bool parseFill(const std::string &text, const char *format, bool fullRange, bool *fill, parvex_BorderColour *colour);
 
 class Controller {
 public:

@@ -129,7 +129,23 @@ Refusal Engine::configure() {
     handle_ = init.handle;
     initialized_ = true;
     init.ok = false;
-    return Refusal();
+    return probeBorder(s.distort ? "mode" : "zoom");
+}
+
+Refusal Engine::probeBorder(const std::string &property) {
+    if (!setup_.fill) return Refusal();
+    const EngineSetup &s = setup_;
+    const size_t size = parvex_BorderFill_probeSize(s.format, s.width, s.height, s.outWidth, s.outHeight);
+    if (size == 0) return refusal(PARVEX_ERROR_PARAM, "parvex_BorderFill_probeSize", "fill");
+    std::unique_ptr<uint64_t[]> scratch(new uint64_t[(size + 7) / 8]);
+    int32_t count = 0;
+    const int32_t direction = s.distort ? PARVEX_BORDER_FILL_DISTORT : PARVEX_BORDER_FILL_PROCESS;
+    const uint32_t code = parvex_BorderFill_probe(&handle_, direction, s.format, s.width, s.height, s.outWidth,
+                                                  s.outHeight, scratch.get(), size, &count);
+    if (code != PARVEX_OK) return refusal(code, s.distort ? "distort" : "process", property);
+    spans_.resize(static_cast<size_t>(count));
+    return refusal(parvex_BorderFill_init(&border_, scratch.get(), spans_.data(), count), "parvex_BorderFill_init",
+                   "fill");
 }
 
 Engine::~Engine() {
@@ -137,8 +153,16 @@ Engine::~Engine() {
 }
 
 Refusal Engine::setZoom(double zoom) {
-    const Refusal r = refusal(parvex_DistortionCorrection_setZoomRatio(&handle_, zoom), "setZoomRatio", "zoom");
-    if (!r) setup_.zoom = zoom;
+    Refusal r = refusal(parvex_DistortionCorrection_setZoomRatio(&handle_, zoom), "setZoomRatio", "zoom");
+    if (r) return r;
+    const double before = setup_.zoom;
+    setup_.zoom = zoom;
+    r = probeBorder("zoom");
+    if (r) {
+        setup_.zoom = before;
+        parvex_DistortionCorrection_setZoomRatio(&handle_, before);
+        probeBorder("zoom");
+    }
     return r;
 }
 
@@ -156,7 +180,7 @@ Refusal Engine::setCrop(bool set, const int32_t crop[4]) {
     }
     setup_.cropSet = set;
     if (set) memcpy(setup_.crop, crop, sizeof setup_.crop);
-    return r;
+    return probeBorder("crop");
 }
 
 // The strength reaches the mesh only when it is rebuilt, which setCropRect
@@ -173,16 +197,21 @@ Refusal Engine::setStrength(double strength) {
         return r;
     }
     setup_.strength = strength;
-    return r;
+    return probeBorder("strength");
 }
 
 Refusal Engine::run(const parvex_ImageDataEx &output, const parvex_ImageDataEx &input) {
-    if (setup_.distort)
-        return refusal(parvex_DistortionCorrection_distortEx(&handle_, &output, &input), "distortEx",
-                       setup_.lens.mode == 1 ? "mode/table" : "mode");
-    const bool bgrZoom = strcmp(setup_.format, "BGR888") == 0;
-    return refusal(parvex_DistortionCorrection_processEx(&handle_, &output, &input), "processEx",
-                   bgrZoom ? "zoom" : "");
+    Refusal r;
+    if (setup_.distort) {
+        r = refusal(parvex_DistortionCorrection_distortEx(&handle_, &output, &input), "distortEx",
+                    setup_.lens.mode == 1 ? "mode/table" : "mode");
+    } else {
+        const bool bgr = strcmp(setup_.format, "BGR888") == 0;
+        r = refusal(parvex_DistortionCorrection_processEx(&handle_, &output, &input), "processEx", bgr ? "zoom" : "");
+    }
+    if (r || !setup_.fill) return r;
+    return refusal(parvex_BorderFill_applyEx(&border_, &output, setup_.fillColour), "parvex_BorderFill_applyEx",
+                   "fill");
 }
 
 Refusal recommendedOutputSize(const EngineSetup &setup, int32_t *width, int32_t *height) {

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "parvex_border_fill.h"
 #include "parvex_distortion_correction.h"
 
 namespace parvex_gst {
@@ -36,6 +37,8 @@ struct EngineSetup {
     bool cropSet = false;
     int32_t crop[4] = {0, 0, 0, 0};
     bool distort = false;
+    bool fill = true;                 // paint the pixels the engine leaves undrawn
+    parvex_BorderColour fillColour = {{0, 0, 0}};
 };
 
 // A call the engine refused: its result code, the call and the property.
@@ -77,11 +80,15 @@ private:
     explicit Engine(const EngineSetup &setup) : setup_(setup) {}
     Refusal configure();
     Refusal applyCrop(bool set, const int32_t crop[4]);
+    // Finds the undrawn pixels of the present settings (two probe frames).
+    Refusal probeBorder(const std::string &property);
 
     EngineSetup setup_;
     std::unique_ptr<uint64_t[]> buffer_;
     parvex_DistortionCorrection handle_{};
     bool initialized_ = false;
+    std::vector<parvex_BorderSpan> spans_;
+    parvex_BorderFill border_{};
 };
 
 // The size the library recommends for this set-up's lens and centre (the

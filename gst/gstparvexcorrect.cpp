@@ -266,6 +266,7 @@ gboolean set_info(GstVideoFilter *filter, GstCaps *, GstVideoInfo *in_info, GstC
     shape.height = GST_VIDEO_INFO_HEIGHT(in_info);
     shape.outWidth = GST_VIDEO_INFO_WIDTH(out_info);
     shape.outHeight = GST_VIDEO_INFO_HEIGHT(out_info);
+    shape.fullRange = GST_VIDEO_INFO_COLORIMETRY(in_info).range == GST_VIDEO_COLOR_RANGE_0_255;
     if (!shape.format || GST_VIDEO_INFO_FORMAT(in_info) != GST_VIDEO_INFO_FORMAT(out_info)) return FALSE;
     {
         std::lock_guard<std::mutex> guard(state->lock);
