@@ -76,7 +76,9 @@ struct FitError {
     int64_t pixels = 0;              // output pixels compared (those whose source lies inside the frame)
 };
 
-// Reads a calibration (kind from `options.kind`, or detected) for frames of width x height.
+// Reads a calibration (kind from `options.kind`, or detected) for frames of
+// width x height; 0 x 0 takes the size the calibration was made at (OpenCV
+// image_width/image_height, Android's active array; Lensfun has none).
 CameraModel readCalibrationFile(const std::string &path, int32_t width, int32_t height, const Options &options = {});
 CameraModel readCalibrationText(const std::string &text, const std::string &name, int32_t width, int32_t height,
                                 const Options &options = {});
@@ -86,8 +88,8 @@ CameraModel readCalibrationText(const std::string &text, const std::string &name
 EngineLens convertCameraModel(const CameraModel &model, Form form = Form::Best);
 
 // Where the model samples the frame for output pixel (x, y) when the output
-// scale is `fill_scale` (see EngineLens). False when the model has no
-// answer there (beyond the field a fisheye or a folding polynomial covers).
+// scale is `fill_scale` (see EngineLens). False when the model gives no
+// finite position there.
 bool modelSourcePosition(const CameraModel &model, double fill_scale, double x, double y, double *sx, double *sy);
 
 // Largest and RMS distance, in output pixels, between where the engine's

@@ -6,6 +6,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "calibration.h"
 #include "tool_error.h"
 
 namespace parvex_tool {
@@ -21,10 +22,13 @@ enum OptionBit : unsigned {
     kSizeOpt = 1u << 4,
     kFileOpts = 1u << 5,   // --range --quality
     kQuiet = 1u << 6,
+    kCalibration = 1u << 7, // --calibration --kind --lens --focal --crop-factor --form
 };
 
 unsigned allowedFor(const std::string &command) {
-    if (command == "correct" || command == "distort") return kLens | kTable | kFormat | kGeometry | kSizeOpt | kFileOpts | kQuiet;
+    if (command == "correct") return kLens | kTable | kFormat | kGeometry | kSizeOpt | kFileOpts | kQuiet | kCalibration;
+    if (command == "distort") return kLens | kTable | kFormat | kGeometry | kSizeOpt | kFileOpts | kQuiet;
+    if (command == "lens") return kTable | kSizeOpt | kCalibration;
     if (command == "demo") return kLens;
     if (command == "info") return kFormat | kSizeOpt;
     return 0;
@@ -121,6 +125,8 @@ Options parseOptions(int argc, char **argv) {
         else if (arg == "--size") bit = kSizeOpt;
         else if (arg == "--range" || arg == "--quality") bit = kFileOpts;
         else if (arg == "--quiet") { bit = kQuiet; takesValue = false; }
+        else if (arg == "--calibration" || arg == "--kind" || arg == "--lens" || arg == "--focal" ||
+                 arg == "--crop-factor" || arg == "--form") bit = kCalibration;
         else throw UsageError("unknown option " + arg + " (try parvex --help)");
         if (!(allowed & bit)) throw UsageError(arg + " does not apply to \"" + o.command + "\"");
         if (!takesValue) {
@@ -183,9 +189,21 @@ Options parseOptions(int argc, char **argv) {
             if (!parseInt(value, &o.quality) || o.quality < 1 || o.quality > 100) badValue(arg, value, "a JPEG quality from 1 to 100");
         } else if (arg == "--quiet") {
             o.quiet = true;
+        } else if (bit == kCalibration) {
+            parseCalibrationOption(arg, value, &o);
         }
     }
 
+    if (o.command == "lens") {
+        if (o.files.size() != 1) throw UsageError("lens takes one calibration file");
+        if (!o.calibrationFile.empty()) throw UsageError("lens takes the calibration file as its argument, not with --calibration");
+        o.calibrationFile = o.files[0];
+        return o;
+    }
+    if (!o.calibrationFile.empty() && (o.anyCoef() || !o.tableFile.empty()))
+        throw UsageError("--calibration describes the lens; leave out --k1..--k4 and --table");
+    if (o.calibrationFile.empty() && (!o.lensName.empty() || o.focal > 0 || o.cropFactor > 0 || !o.calibrationKind.empty() || !o.lensForm.empty()))
+        throw UsageError("--kind, --lens, --focal, --crop-factor and --form go with --calibration FILE");
     if (!o.tableFile.empty() && o.anyCoef()) throw UsageError("--table and --k1..--k4 describe the lens two ways; give one");
     if (o.inPlace && o.outputSizeGiven) {
         if (o.outputRecommended)
