@@ -3,6 +3,7 @@
 #include <chrono>
 #include <string>
 
+#include "border.h"
 #include "calibration.h"
 #include "colour.h"
 #include "commands.h"
@@ -94,6 +95,8 @@ int runConvert(const Options &o) {
                          std::to_string(source->frameCount()) + " frames (write .yuv, .nv12, .nv21, .y4m or -)");
 
     std::unique_ptr<FrameSink> sink = openSink(outPath, outKind, ow, oh, y4m, range == Range::Full, o.quality);
+    // Found after the geometry is set and before the first frame.
+    const Border border(&engine, distort, o.fill, range);
     Frame stored, engineIn, engineOut, converted;
     engineOut.allocate(layout, ow, oh);
     Progress progress(o.quiet);
@@ -107,13 +110,15 @@ int runConvert(const Options &o) {
         const auto t0 = std::chrono::steady_clock::now();
         if (distort) engine.distort(out, in);
         else engine.process(out, in);
-        const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+        const auto t1 = std::chrono::steady_clock::now();
+        border.fill(out);
+        const auto t2 = std::chrono::steady_clock::now();
         if (out->layout() != sink->layout()) {
             convert(*out, sink->layout(), range, &converted);
             out = &converted;
         }
         sink->write(*out);
-        progress.frameDone(seconds);
+        progress.frameDone(std::chrono::duration<double>(t1 - t0).count(), std::chrono::duration<double>(t2 - t1).count());
     }
     if (progress.frames() == 0) throw ToolError(inPath == "-" ? "no frames on standard input" : inPath + ": no frames");
     sink->finish();

@@ -23,11 +23,12 @@ enum OptionBit : unsigned {
     kFileOpts = 1u << 5,   // --range --quality
     kQuiet = 1u << 6,
     kCalibration = 1u << 7, // --calibration --kind --lens --focal --crop-factor --form
+    kFill = 1u << 8,       // --fill
 };
 
 unsigned allowedFor(const std::string &command) {
-    if (command == "correct") return kLens | kTable | kFormat | kGeometry | kSizeOpt | kFileOpts | kQuiet | kCalibration;
-    if (command == "distort") return kLens | kTable | kFormat | kGeometry | kSizeOpt | kFileOpts | kQuiet;
+    if (command == "correct") return kLens | kTable | kFormat | kGeometry | kSizeOpt | kFileOpts | kQuiet | kCalibration | kFill;
+    if (command == "distort") return kLens | kTable | kFormat | kGeometry | kSizeOpt | kFileOpts | kQuiet | kFill;
     if (command == "lens") return kTable | kSizeOpt | kCalibration;
     if (command == "demo") return kLens;
     if (command == "info") return kFormat | kSizeOpt;
@@ -81,6 +82,50 @@ bool parseSize(const std::string &text, Size *size) {
     return true;
 }
 
+bool parseFillColour(const std::string &text, FillColour *colour) {
+    struct Named {
+        const char *name;
+        uint8_t rgb[3];
+    };
+    static const Named kNamed[] = {{"white", {255, 255, 255}}, {"grey", {128, 128, 128}}, {"gray", {128, 128, 128}},
+                                   {"red", {255, 0, 0}},       {"green", {0, 255, 0}},    {"blue", {0, 0, 255}}};
+    FillColour c;
+    if (text == "black") {
+        *colour = c;
+        return true;
+    }
+    if (text == "none") {
+        c.kind = FillColour::Kind::None;
+        *colour = c;
+        return true;
+    }
+    c.kind = FillColour::Kind::Rgb;
+    for (const Named &n : kNamed)
+        if (text == n.name) {
+            for (int i = 0; i < 3; ++i) c.rgb[i] = n.rgb[i];
+            *colour = c;
+            return true;
+        }
+    const std::string hex = !text.empty() && text[0] == '#' ? text.substr(1) : text;
+    if (hex.size() == 6 && hex.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos) {
+        const unsigned long v = std::stoul(hex, nullptr, 16);
+        for (int i = 0; i < 3; ++i) c.rgb[i] = static_cast<uint8_t>(v >> (16 - 8 * i));
+        *colour = c;
+        return true;
+    }
+    int parts[3];
+    size_t start = 0;
+    for (int i = 0; i < 3; ++i) {
+        const size_t comma = text.find(',', start);
+        if ((i < 2) != (comma != std::string::npos)) return false;
+        if (!parseInt(text.substr(start, comma - start), &parts[i]) || parts[i] < 0 || parts[i] > 255) return false;
+        c.rgb[i] = static_cast<uint8_t>(parts[i]);
+        start = comma + 1;
+    }
+    *colour = c;
+    return true;
+}
+
 Options parseOptions(int argc, char **argv) {
     Options o;
     if (argc < 2) {
@@ -127,6 +172,7 @@ Options parseOptions(int argc, char **argv) {
         else if (arg == "--quiet") { bit = kQuiet; takesValue = false; }
         else if (arg == "--calibration" || arg == "--kind" || arg == "--lens" || arg == "--focal" ||
                  arg == "--crop-factor" || arg == "--form") bit = kCalibration;
+        else if (arg == "--fill") bit = kFill;
         else throw UsageError("unknown option " + arg + " (try parvex --help)");
         if (!(allowed & bit)) throw UsageError(arg + " does not apply to \"" + o.command + "\"");
         if (!takesValue) {
@@ -191,6 +237,9 @@ Options parseOptions(int argc, char **argv) {
             o.quiet = true;
         } else if (bit == kCalibration) {
             parseCalibrationOption(arg, value, &o);
+        } else if (arg == "--fill") {
+            if (!parseFillColour(value, &o.fill))
+                badValue(arg, value, "a colour (black, none, white, grey, red, green, blue, #RRGGBB or R,G,B)");
         }
     }
 

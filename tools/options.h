@@ -9,6 +9,18 @@
 
 namespace parvex_tool {
 
+// The --fill colour: black in the frame's range, an RGB colour, or none
+// (the undrawn pixels keep whatever the output buffer held).
+struct FillColour {
+    enum class Kind { Black, Rgb, None };
+    Kind kind = Kind::Black;
+    uint8_t rgb[3] = {0, 0, 0};
+};
+
+// "black", "none", "white", "grey"/"gray", "red", "green", "blue",
+// "#RRGGBB" / "RRGGBB" or "R,G,B" (0..255 each); false for anything else.
+bool parseFillColour(const std::string &text, FillColour *colour);
+
 struct Size {
     int width = 0, height = 0;
 };
@@ -40,6 +52,7 @@ struct Options {
     bool rangeGiven = false;
     Range range = Range::Limited;
     int quality = 95;
+    FillColour fill;                     // --fill
     bool quiet = false;
 
     // Calibration import (correct, lens).
