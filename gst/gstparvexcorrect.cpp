@@ -279,14 +279,38 @@ gboolean set_info(GstVideoFilter *filter, GstCaps *, GstVideoInfo *in_info, GstC
     return TRUE;
 }
 
-// A tightly laid out copy of `frame` in `*buffer` (made once per caps), for
-// frames whose planes the engine cannot address (e.g. rows stored bottom up).
-bool mapStaging(GstBuffer **buffer, const GstVideoInfo *info, GstVideoFrame *staging) {
-    if (!*buffer) *buffer = gst_buffer_new_allocate(nullptr, GST_VIDEO_INFO_SIZE(info), nullptr);
-    return *buffer && gst_video_frame_map(staging, info, *buffer, GST_MAP_READWRITE);
-}
+// A frame as the engine sees it: the mapped frame itself when the engine can
+// address its planes, otherwise a packed copy in `*staging` (one buffer per
+// caps, kept by the element), e.g. for rows stored bottom up.
+class EngineFrame {
+public:
+    EngineFrame(GstVideoFrame *frame, GstBuffer **staging, const GstVideoInfo *info, bool copyIn) : frame_(frame) {
+        if (parvex_gst::frameAddressable(frame)) return;
+        if (!*staging) *staging = gst_buffer_new_allocate(nullptr, GST_VIDEO_INFO_SIZE(info), nullptr);
+        staged_ = *staging && gst_video_frame_map(&copy_, info, *staging, GST_MAP_READWRITE);
+        failed_ = !staged_;
+        if (staged_ && copyIn) gst_video_frame_copy(&copy_, frame);
+    }
+    ~EngineFrame() {
+        if (staged_) gst_video_frame_unmap(&copy_);
+    }
+    EngineFrame(const EngineFrame &) = delete;
+    EngineFrame &operator=(const EngineFrame &) = delete;
 
-GstFlowReturn correctFrames(GstParvexCorrect *self, GstVideoFrame *in, GstVideoFrame *out, bool inPlace) {
+    bool failed() const { return failed_; }
+    parvex_ImageDataEx record() const { return parvex_gst::imageRecord(staged_ ? &copy_ : frame_); }
+    // Puts a corrected copy where the frame's buffer wants it.
+    void copyBack() {
+        if (staged_) gst_video_frame_copy(frame_, &copy_);
+    }
+
+private:
+    GstVideoFrame *frame_;
+    GstVideoFrame copy_{};
+    bool staged_ = false, failed_ = false;
+};
+
+GstFlowReturn correctFrames(GstParvexCorrect *self, GstVideoFrame *in, GstVideoFrame *out) {
     ElementState *state = self->state;
     GstVideoFilter *filter = GST_VIDEO_FILTER(self);
     std::vector<Report> reports;
@@ -294,30 +318,15 @@ GstFlowReturn correctFrames(GstParvexCorrect *self, GstVideoFrame *in, GstVideoF
     {
         std::lock_guard<std::mutex> guard(state->lock);
         if (state->controller.prepare(&reports)) {
-            const bool inOk = parvex_gst::frameAddressable(in), outOk = inPlace ? inOk : parvex_gst::frameAddressable(out);
-            GstVideoFrame stagedIn, stagedOut;
-            GstVideoFrame *src = in, *dst = out;
-            bool mapped = true;
-            if (!inOk) {
-                mapped = mapStaging(&state->stagingIn, &filter->in_info, &stagedIn);
-                if (mapped) {
-                    gst_video_frame_copy(&stagedIn, in);
-                    src = &stagedIn;
-                    if (inPlace) dst = &stagedIn;
-                }
-            }
-            if (mapped && !outOk && !inPlace) {
-                mapped = mapStaging(&state->stagingOut, &filter->out_info, &stagedOut);
-                if (mapped) dst = &stagedOut;
-                else if (!inOk) gst_video_frame_unmap(&stagedIn);
-            }
-            if (mapped) {
-                ok = state->controller.run(parvex_gst::imageRecord(dst), parvex_gst::imageRecord(src), &reports);
-                if (dst != out) gst_video_frame_copy(out, dst);
-                if (!inOk) gst_video_frame_unmap(&stagedIn);
-                if (!outOk && !inPlace) gst_video_frame_unmap(&stagedOut);
+            EngineFrame source(in, &state->stagingIn, &filter->in_info, true);
+            if (in == out) {
+                ok = !source.failed() && state->controller.run(source.record(), source.record(), &reports);
+                if (ok) source.copyBack();
             } else {
-                reports.push_back({"", "could not map a frame for copying"});
+                EngineFrame destination(out, &state->stagingOut, &filter->out_info, false);
+                ok = !source.failed() && !destination.failed() &&
+                     state->controller.run(destination.record(), source.record(), &reports);
+                if (ok) destination.copyBack();
             }
         }
     }
@@ -328,11 +337,11 @@ GstFlowReturn correctFrames(GstParvexCorrect *self, GstVideoFrame *in, GstVideoF
 }
 
 GstFlowReturn transform_frame(GstVideoFilter *filter, GstVideoFrame *in, GstVideoFrame *out) {
-    return correctFrames(GST_PARVEX_CORRECT(filter), in, out, false);
+    return correctFrames(GST_PARVEX_CORRECT(filter), in, out);
 }
 
 GstFlowReturn transform_frame_ip(GstVideoFilter *filter, GstVideoFrame *frame) {
-    return correctFrames(GST_PARVEX_CORRECT(filter), frame, frame, true);
+    return correctFrames(GST_PARVEX_CORRECT(filter), frame, frame);
 }
 
 gboolean stop(GstBaseTransform *trans) {
