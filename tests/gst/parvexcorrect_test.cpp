@@ -298,6 +298,34 @@ TEST(ParvexCorrect, BottomUpFramesAreCopiedNotRefused) {
     }
 }
 
+// Settings changed from the application thread while frames stream through
+// a playing pipeline: every change lands between frames, none is refused.
+TEST(ParvexCorrect, PropertiesChangeWhilePlaying) {
+    GstElement *pipeline = gst_parse_launch(
+        "videotestsrc num-buffers=60 ! video/x-raw,format=I420,width=640,height=480 ! "
+        "parvexcorrect name=pc k1=0.2 ! fakesink sync=false",
+        nullptr);
+    ASSERT_NE(pipeline, nullptr);
+    GstElement *pc = gst_bin_get_by_name(GST_BIN(pipeline), "pc");
+    GstBus *bus = gst_element_get_bus(pipeline);
+    gst_element_set_state(pipeline, GST_STATE_PLAYING);
+    const char *changes[][2] = {{"strength", "0.3"}, {"zoom", "1.7"}, {"crop", "10,10,600,400"},
+                                {"k2", "0.05"},      {"crop", ""},    {"mode", "distort"},
+                                {"zoom", "1"},       {"fill", "none"}, {"mode", "correct"}};
+    GstMessage *end = nullptr;
+    for (int i = 0; !end; ++i) {
+        gst_util_set_object_arg(G_OBJECT(pc), changes[i % 9][0], changes[i % 9][1]);
+        end = gst_bus_timed_pop_filtered(bus, 2 * GST_MSECOND,
+                                         static_cast<GstMessageType>(GST_MESSAGE_EOS | GST_MESSAGE_ERROR));
+    }
+    EXPECT_EQ(GST_MESSAGE_TYPE(end), GST_MESSAGE_EOS) << postedErrors(bus);
+    gst_message_unref(end);
+    gst_element_set_state(pipeline, GST_STATE_NULL);
+    gst_object_unref(bus);
+    gst_object_unref(pc);
+    gst_object_unref(pipeline);
+}
+
 TEST(ParvexCorrect, EosWithoutBuffers) {
     GstElement *pipeline =
         gst_parse_launch("videotestsrc num-buffers=0 ! video/x-raw,format=NV12,width=640,height=480 ! "
