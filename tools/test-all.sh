@@ -8,6 +8,7 @@ cd "$(dirname "$0")/.."
 ensure_packages cmake ninja-build g++ clang libclang-rt-14-dev googletest libgtest-dev \
     libbenchmark-dev libpng-dev libjpeg62-turbo-dev pkg-config binutils file \
     g++-arm-linux-gnueabihf qemu-user \
+    libopencv-dev nlohmann-json3-dev libpugixml-dev \
     libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev gstreamer1.0-tools gstreamer1.0-plugins-base
 
 jobs=$(nproc)
