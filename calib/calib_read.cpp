@@ -3,8 +3,8 @@
 #include <errno.h>
 #include <string.h>
 
+#include <filesystem>
 #include <fstream>
-#include <sstream>
 
 #include "calib/calib_internal.h"
 
@@ -48,16 +48,18 @@ CameraModel readCalibrationText(const std::string &text, const std::string &name
 }
 
 CameraModel readCalibrationFile(const std::string &path, int32_t width, int32_t height, const Options &options) {
+    std::error_code error;
+    if (std::filesystem::is_directory(path, error)) detail::fail(path, "", "is a directory, not a calibration file");
     std::ifstream file(path, std::ios::binary);
     if (!file) detail::fail(path, "", std::string("cannot open: ") + strerror(errno));
-    file.seekg(0, std::ios::end);
-    const std::streamoff size = file.tellg();
-    if (size > kMaxFileBytes) detail::fail(path, "", "too large for a calibration file");
-    file.seekg(0);
-    std::ostringstream text;
-    text << file.rdbuf();
+    std::string text;
+    char chunk[65536];
+    while (file.read(chunk, sizeof chunk) || file.gcount() > 0) {
+        text.append(chunk, static_cast<size_t>(file.gcount()));
+        if (static_cast<std::streamoff>(text.size()) > kMaxFileBytes) detail::fail(path, "", "too large for a calibration file");
+    }
     if (file.bad()) detail::fail(path, "", "read error");
-    return readCalibrationText(text.str(), path, width, height, options);
+    return readCalibrationText(text, path, width, height, options);
 }
 
 }  // namespace parvex_calib

@@ -167,7 +167,8 @@ CameraModel readLensfun(const std::string &text, const std::string &name, int32_
     double focal = options.focal_mm;
     if (!(focal > 0)) {
         if (entries.front().focal != entries.back().focal)
-            fail(name, lensName(lens), "calibrated at several focal lengths (" + focals + " mm); give one with --focal MM");
+            fail(name, "focal", lensName(lens) + " is calibrated at several focal lengths (" + focals +
+                                    " mm); give one with --focal MM");
         focal = entries.front().focal;
     }
     // The model of the nearest calibration decides; entries of other models

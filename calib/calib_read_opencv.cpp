@@ -35,6 +35,11 @@ Values readMatrix(const cv::FileNode &node, const std::string &name, const std::
         const cv::FileNode data = node["data"];
         if (data.empty()) fail(name, field, "is a map without \"data\"");
         if (!node["dt"].empty()) {
+            const int rows = node["rows"].empty() ? -1 : static_cast<int>(node["rows"]);
+            const int cols = node["cols"].empty() ? -1 : static_cast<int>(node["cols"]);
+            if (rows >= 0 && cols >= 0 && data.isSeq() && static_cast<size_t>(rows) * cols != data.size())
+                fail(name, field, "says " + std::to_string(rows) + "x" + std::to_string(cols) + " but holds " +
+                                      std::to_string(data.size()) + " numbers");
             cv::Mat m;
             try {
                 node >> m;

@@ -96,8 +96,14 @@ void parseCalibrationOption(const std::string &option, const std::string &value,
 }
 
 Lens lensFromCalibration(const Options &o, int width, int height, double center[2], bool quiet) {
+    // The engine applies strength and crop to coefficient lenses only.
+    Options options = o;
+    if (o.strengthGiven || o.cropGiven) {
+        if (o.lensForm == "table") throw UsageError("--strength and --crop need a coefficient lens; leave out --form table");
+        options.lensForm = "coefficients";
+    }
     parvex_calib::CameraModel model;
-    const parvex_calib::EngineLens lens = importLens(o, width, height, &model);
+    const parvex_calib::EngineLens lens = importLens(options, width, height, &model);
     if (!quiet) printSummary(stderr, lens, model);
     center[0] = lens.center_x;
     center[1] = lens.center_y;

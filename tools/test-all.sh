@@ -1,7 +1,10 @@
 #!/usr/bin/env bash
 # Builds and runs every test: x86-64 release (g++), x86-64 with
 # AddressSanitizer + UndefinedBehaviorSanitizer (clang), the runtime under
-# ThreadSanitizer, and 32-bit Arm (NEON) under qemu-arm.
+# ThreadSanitizer, and 32-bit Arm (NEON) under qemu-arm. The calibration
+# import (calib/, with OpenCV, nlohmann-json and pugixml) and its tests
+# (label calib, among them the agreement with OpenCV's undistortion) run in
+# the x86-64 legs that build the tool.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . tools/ensure-packages.sh
