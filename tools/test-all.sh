@@ -7,7 +7,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 . tools/ensure-packages.sh
 ensure_packages cmake ninja-build g++ clang libclang-rt-14-dev googletest libgtest-dev \
-    libbenchmark-dev libpng-dev libjpeg62-turbo-dev pkg-config binutils file \
+    libbenchmark-dev libpng-dev libjpeg62-turbo-dev libopencv-dev pkg-config binutils file \
     g++-arm-linux-gnueabihf g++-aarch64-linux-gnu qemu-user
 
 jobs=$(nproc)
