@@ -28,6 +28,12 @@
  *     parvex_DistortionCorrection_process(&handle, &output, &input);
  *     parvex_BorderFill_apply(&fill, &output, black);     (or applyEx)
  *
+ * The fill writes only the border, so it costs a small part of a frame call.
+ * It can often be skipped altogether: when fill.keeps_destination is set
+ * (zoom 1), the undrawn bytes are never written by the library, so an output
+ * buffer that is reused for every frame (and is not the input) needs the
+ * fill once, before or after its first frame.
+ *
  * Probe again after any setting changes (zoom, crop, strength). The probe
  * uses the handle like two ordinary frames: a DISTORT probe leaves the
  * distortion mesh in the engine, as every distort call does.
@@ -94,6 +100,12 @@ typedef struct parvex_BorderFill {
     int64_t undrawn_bytes;   /* bytes the spans cover, all planes */
     int64_t frame_bytes;     /* bytes of picture in the frame, all planes */
     const parvex_BorderSpan *spans;
+    /* Non-zero when the frame call never writes the undrawn bytes (zoom 1:
+     * they keep the destination's old contents). A destination buffer that
+     * is reused frame after frame, and is not also the source, then needs
+     * the fill only once. Zero when the call writes them with stale data
+     * (other zooms): fill after every frame. */
+    int32_t keeps_destination;
 } parvex_BorderFill;
 
 /* A fill colour. RGB888 and BGR888: c = {R, G, B}; the YUV formats:
@@ -209,13 +221,15 @@ static inline void parvex_BorderFill_pattern_(int32_t format, int32_t plane, par
 /* Walks the probe results; writes spans while they fit in `capacity`.
  * Returns the number of spans and adds up the bytes they cover. */
 static inline int64_t parvex_BorderFill_scan_(const parvex_BorderProbe_ *probe, parvex_BorderSpan *spans,
-                                              int64_t capacity, int64_t *undrawn, int64_t *picture) {
+                                              int64_t capacity, int64_t *undrawn, int64_t *picture,
+                                              int32_t *keeps) {
     const uint8_t *black = (const uint8_t *)probe + PARVEX_BORDER_HEADER_BYTES_ + probe->in_bytes;
     const uint8_t *white = black + probe->out_bytes;
     int64_t count = 0, offset = 0, y, x;
     int32_t p;
     parvex_BorderPlane_ pl;
     *undrawn = *picture = 0;
+    *keeps = 1;
     for (p = 0; p < 3; ++p) {
         if (!parvex_BorderFill_plane_(probe->format, probe->out_width, probe->out_height, p, &pl)) break;
         *picture += pl.row_bytes * pl.picture_rows;
@@ -229,8 +243,11 @@ static inline int64_t parvex_BorderFill_scan_(const parvex_BorderProbe_ *probe, 
                 }
                 begin = x;
                 while (x < pl.row_bytes &&
-                       !(b[x] <= PARVEX_BORDER_FILL_TOLERANCE && w[x] >= 255 - PARVEX_BORDER_FILL_TOLERANCE))
+                       !(b[x] <= PARVEX_BORDER_FILL_TOLERANCE && w[x] >= 255 - PARVEX_BORDER_FILL_TOLERANCE)) {
+                    /* The probes' destinations started white and black. */
+                    if (b[x] != 255 || w[x] != 0) *keeps = 0;
                     ++x;
+                }
                 if (count < capacity) {
                     spans[count].plane = p;
                     spans[count].row = (int32_t)y;
@@ -279,6 +296,7 @@ static inline uint32_t parvex_BorderFill_probe(parvex_DistortionCorrection *hand
     uint8_t *base;
     uint32_t code;
     int64_t undrawn, picture, count;
+    int32_t keeps;
     if (!handle || !scratch || (direction != PARVEX_BORDER_FILL_PROCESS && direction != PARVEX_BORDER_FILL_DISTORT))
         return PARVEX_ERROR_PARAM;
     if (!f) return PARVEX_ERROR_IMAGE_FORMAT;
@@ -307,7 +325,7 @@ static inline uint32_t parvex_BorderFill_probe(parvex_DistortionCorrection *hand
                                                    : parvex_DistortionCorrection_distort(handle, &white, &in);
     if (code != PARVEX_OK) return code;
     probe->magic = PARVEX_BORDER_PROBE_MAGIC_;
-    count = parvex_BorderFill_scan_(probe, NULL, 0, &undrawn, &picture);
+    count = parvex_BorderFill_scan_(probe, NULL, 0, &undrawn, &picture, &keeps);
     if (span_count) *span_count = (int32_t)count;
     return PARVEX_OK;
 }
@@ -320,10 +338,11 @@ static inline uint32_t parvex_BorderFill_init(parvex_BorderFill *fill, const voi
                                               parvex_BorderSpan *spans, int32_t capacity) {
     const parvex_BorderProbe_ *probe = (const parvex_BorderProbe_ *)scratch;
     int64_t count, undrawn, picture;
+    int32_t keeps;
     if (!fill || !probe || ((uintptr_t)scratch & 7u) != 0 || probe->magic != PARVEX_BORDER_PROBE_MAGIC_ ||
         capacity < 0 || (capacity > 0 && !spans))
         return PARVEX_ERROR_PARAM;
-    count = parvex_BorderFill_scan_(probe, spans, capacity, &undrawn, &picture);
+    count = parvex_BorderFill_scan_(probe, spans, capacity, &undrawn, &picture, &keeps);
     memset(fill, 0, sizeof *fill);
     fill->format = probe->format;
     fill->width = probe->out_width;
@@ -331,6 +350,7 @@ static inline uint32_t parvex_BorderFill_init(parvex_BorderFill *fill, const voi
     fill->count = (int32_t)count;
     fill->undrawn_bytes = undrawn;
     fill->frame_bytes = picture;
+    fill->keeps_destination = keeps;
     if (count > capacity) return PARVEX_ERROR_MALLOC;
     fill->spans = spans;
     return PARVEX_OK;
@@ -394,16 +414,22 @@ static inline uint32_t parvex_BorderFill_applyEx(const parvex_BorderFill *fill, 
     }
     for (i = 0; i < fill->count; ++i) {
         const parvex_BorderSpan *s = &fill->spans[i];
-        uint8_t *row = (uint8_t *)image->dat[s->plane] + (ptrdiff_t)s->row * image->pitch[s->plane];
-        int32_t x = s->begin;
-        if (sample[s->plane] == 1) {
-            memset(row + x, line[s->plane][0], (size_t)(s->end - x));
+        uint8_t *at = (uint8_t *)image->dat[s->plane] + (ptrdiff_t)s->row * image->pitch[s->plane] + s->begin;
+        const int32_t length = s->end - s->begin, k = sample[s->plane];
+        int32_t done;
+        if (k == 1) {
+            memset(at, line[s->plane][0], (size_t)length);
             continue;
         }
-        while (x < s->end) {
-            const int32_t n = s->end - x < 96 ? s->end - x : 96;
-            memcpy(row + x, line[s->plane] + x % sample[s->plane], (size_t)n);
-            x += n;
+        /* The first 96 bytes from the pattern line (in phase with the span's
+         * start), then the span doubles itself: a copied length that is a
+         * multiple of 96 keeps every byte in phase. */
+        done = length < 96 ? length : 96;
+        memcpy(at, line[s->plane] + s->begin % k, (size_t)done);
+        while (done < length) {
+            const int32_t n = length - done < done ? length - done : done;
+            memcpy(at + done, at, (size_t)n);
+            done += n;
         }
     }
     return PARVEX_OK;

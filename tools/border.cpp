@@ -31,11 +31,14 @@ Border::Border(Engine *engine, bool distort, const FillColour &colour, Range ran
     active_ = count > 0;
 }
 
-void Border::fill(Frame *frame) const {
+void Border::fill(Frame *frame, bool inPlace) {
     if (!active_) return;
+    const bool kept = fill_.keeps_destination && !inPlace;
+    if (kept && frame->data() == filledBuffer_) return;
     const parvex_ImageData data = frame->imageData();
     if (parvex_BorderFill_apply(&fill_, &data, colour_) != PARVEX_OK)
         throw ToolError("a frame does not match the probed border");
+    filledBuffer_ = kept ? frame->data() : nullptr;
 }
 
 double Border::undrawnShare() const {

@@ -19,8 +19,10 @@ public:
     // through process (or distort). `range` picks the YUV levels.
     Border(Engine *engine, bool distort, const FillColour &colour, Range range);
 
-    // Fills the undrawn pixels of an output frame of the engine.
-    void fill(Frame *frame) const;
+    // Fills the undrawn pixels of an output frame of the engine, after the
+    // frame call. When the library never writes them, an output buffer that
+    // was filled before and is not also the input is left alone.
+    void fill(Frame *frame, bool inPlace);
 
     // Share of the output's bytes that the library leaves undrawn.
     double undrawnShare() const;
@@ -32,6 +34,7 @@ private:
     parvex_BorderFill fill_{};
     parvex_BorderColour colour_{};
     bool active_ = false;
+    const uint8_t *filledBuffer_ = nullptr;  // the output buffer whose border is in place
 };
 
 }  // namespace parvex_tool

@@ -96,7 +96,7 @@ int runConvert(const Options &o) {
 
     std::unique_ptr<FrameSink> sink = openSink(outPath, outKind, ow, oh, y4m, range == Range::Full, o.quality);
     // Found after the geometry is set and before the first frame.
-    const Border border(&engine, distort, o.fill, range);
+    Border border(&engine, distort, o.fill, range);
     Frame stored, engineIn, engineOut, converted;
     engineOut.allocate(layout, ow, oh);
     Progress progress(o.quiet);
@@ -111,7 +111,7 @@ int runConvert(const Options &o) {
         if (distort) engine.distort(out, in);
         else engine.process(out, in);
         const auto t1 = std::chrono::steady_clock::now();
-        border.fill(out);
+        border.fill(out, o.inPlace);
         const auto t2 = std::chrono::steady_clock::now();
         if (out->layout() != sink->layout()) {
             convert(*out, sink->layout(), range, &converted);

@@ -1,16 +1,17 @@
 #!/usr/bin/env bash
 # Builds and runs every test: x86-64 release (g++), x86-64 with
 # AddressSanitizer + UndefinedBehaviorSanitizer (clang), the runtime under
-# ThreadSanitizer, and 32-bit Arm (NEON) under qemu-arm. The calibration
-# import (calib/, with OpenCV, nlohmann-json and pugixml) and its tests
-# (label calib, among them the agreement with OpenCV's undistortion) run in
-# the x86-64 legs that build the tool.
+# ThreadSanitizer, 32-bit Arm (NEON) under qemu-arm and 64-bit Arm (NEON)
+# under qemu-aarch64. The calibration import (calib/, with OpenCV,
+# nlohmann-json and pugixml) and its tests (label calib, among them the
+# agreement with OpenCV's undistortion) run in the x86-64 legs that build the
+# tool, as do the GStreamer element's tests (label gst).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . tools/ensure-packages.sh
 ensure_packages cmake ninja-build g++ clang libclang-rt-14-dev googletest libgtest-dev \
     libbenchmark-dev libpng-dev libjpeg62-turbo-dev pkg-config binutils file \
-    g++-arm-linux-gnueabihf qemu-user \
+    g++-arm-linux-gnueabihf g++-aarch64-linux-gnu qemu-user \
     libopencv-dev nlohmann-json3-dev libpugixml-dev \
     libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev gstreamer1.0-tools gstreamer1.0-plugins-base
 
@@ -30,6 +31,10 @@ build_and_test sanitize -DCMAKE_BUILD_TYPE=RelWithDebInfo -DPVX_SANITIZE=address
 build_and_test tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DPVX_SANITIZE=thread \
     -DPVX_TEST_MODULES=runtime -DPVX_BUILD_TOOLS=OFF
 build_and_test arm -DCMAKE_BUILD_TYPE=Release -DCMAKE_TOOLCHAIN_FILE=cmake/arm-linux-gnueabihf.cmake \
+    -DPVX_BUILD_TOOLS=OFF
+
+# --- 64-bit Arm (AArch64, NEON) under qemu-aarch64 ---
+build_and_test aarch64 -DCMAKE_BUILD_TYPE=Release -DCMAKE_TOOLCHAIN_FILE=cmake/aarch64-linux-gnu.cmake \
     -DPVX_BUILD_TOOLS=OFF
 
 # --- GStreamer element: gst-launch-1.0 through parvexcorrect of the sanitizer

@@ -84,6 +84,7 @@ TEST_P(BorderFill, FillsExactlyTheBytesTheEngineLeavesAlone) {
     Engine e(format, w, h, 1.3, ow, oh);
     const Probed p(e, format, w, h, ow, oh);
     ASSERT_GT(p.fill.count, 0);
+    EXPECT_EQ(1, p.fill.keeps_destination);  // zoom 1: the border is never written
 
     // Independent model: with one random source, a byte is undrawn when its
     // value changes with the destination's old contents.
@@ -184,6 +185,7 @@ TEST(BorderFillZoom, OutputDoesNotDependOnStaleData) {
         ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_setZoomRatio(&e.handle, 1.1));
         const Probed p(e, format, w, h, w, h);
         EXPECT_GT(p.fill.count, 0);
+        EXPECT_EQ(0, p.fill.keeps_destination);
         Frame out(format, w, h, 0);
         ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_process(&e.handle, &out.data, &src.data));
         ASSERT_EQ(PARVEX_OK, parvex_BorderFill_apply(&p.fill, &out.data, parvex_BorderFill_black(format, 1)));
