@@ -165,6 +165,11 @@ TEST_P(Formats, EqualTheToolByteForByte) {
     const std::string zoom = std::string(GetParam()) == "BGR" ? "1" : "1.2";
     EXPECT_EQ(correct(in, caps, "k1=-0.15 zoom=" + zoom),
               toolOutput(GetParam(), tightBytes(in, caps), "--k1 -0.15 --zoom " + zoom));
+    // Other output sizes: given, and the library's recommendation.
+    EXPECT_EQ(correct(in, caps, "k1=0.2 output-width=400 output-height=300"),
+              toolOutput(GetParam(), tightBytes(in, caps), "--k1 0.2 --output-size 400x300"));
+    EXPECT_EQ(correct(in, caps, "k1=0.2 output-size=recommended"),
+              toolOutput(GetParam(), tightBytes(in, caps), "--k1 0.2 --output-size recommended"));
     // A table that leaves a border, which both fill with black.
     tool_test::TempDir dir;
     tool_test::writeFile(dir.file("lens.txt"), "0 0\n0.5 0.6\n1 1.3\n");
@@ -174,6 +179,24 @@ TEST_P(Formats, EqualTheToolByteForByte) {
 }
 
 INSTANTIATE_TEST_SUITE_P(All, Formats, ::testing::Values("NV12", "NV21", "I420", "RGB", "BGR"));
+
+// A calibration file gives the same lens and centre to both.
+TEST(ParvexCorrect, CalibrationFileEqualsTheTool) {
+    tool_test::TempDir dir;
+    const std::string file = dir.file("camera.yml");
+    tool_test::writeFile(file,
+                         "%YAML:1.0\n---\nimage_width: 322\nimage_height: 242\n"
+                         "cameraMatrix: !!opencv-matrix\n   rows: 3\n   cols: 3\n   dt: d\n"
+                         "   data: [ 250., 0., 150., 0., 250., 125., 0., 0., 1. ]\n"
+                         "distCoeffs: !!opencv-matrix\n   rows: 1\n   cols: 5\n   dt: d\n"
+                         "   data: [ -0.25, 0.08, 0., 0., -0.01 ]\n");
+    const std::string caps = capsText("NV12");
+    GstBuffer *in = testFrame(caps);
+    const Bytes element = correct(in, caps, "calibration=" + file);
+    EXPECT_EQ(element, toolOutput("NV12", tightBytes(in, caps), "--calibration " + file));
+    EXPECT_NE(element, tightBytes(in, caps));
+    gst_buffer_unref(in);
+}
 
 // A table that sends the outer output radii outside the input leaves a
 // border: fill paints exactly the pixels that fill=none leaves as they were.
