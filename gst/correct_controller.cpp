@@ -19,6 +19,22 @@ bool sameCrop(bool setA, const int32_t *a, bool setB, const int32_t *b) {
     return setA == setB && (!setA || memcmp(a, b, 4 * sizeof(int32_t)) == 0);
 }
 
+// The engine takes any crop; one outside the input or empty leaves nothing
+// sensible to draw, so the element refuses it.
+bool cropFits(bool set, const int32_t *c, int32_t width, int32_t height) {
+    return !set || (c[0] >= 0 && c[1] >= 0 && c[2] <= width && c[3] <= height && c[0] < c[2] && c[1] < c[3]);
+}
+
+Report cropReport(int32_t width, int32_t height) {
+    return {"crop", "crop: the rectangle must lie inside the " + sizeText(width, height) + " input and not be empty"};
+}
+
+Report zoomWithSizeReport(double zoom) {
+    return {"zoom", "zoom " + std::to_string(zoom) +
+                        " cannot be combined with an output size other than the input size "
+                        "(output-width/output-height/output-size); zoom stays as it was"};
+}
+
 }  // namespace
 
 bool parseFill(const std::string &text, const char *format, bool fullRange, bool *fill, parvex_BorderColour *colour) {
@@ -141,19 +157,12 @@ bool Controller::build(std::vector<Report> *reports) {
             continue;
         }
         if (wanted_.zoom != 1.0 && resized) {
-            reports->push_back({"zoom", "zoom " + std::to_string(wanted_.zoom) +
-                                            " cannot be combined with an output size other than the input size (" +
-                                            sizeText(shape_.outWidth, shape_.outHeight) + " from " +
-                                            sizeText(width, height) +
-                                            "; output-width/output-height/output-size); zoom stays 1"});
+            reports->push_back(zoomWithSizeReport(wanted_.zoom));
             wanted_.zoom = 1.0;
             continue;
         }
-        if (wanted_.cropSet && (wanted_.crop[0] < 0 || wanted_.crop[1] < 0 || wanted_.crop[2] > width ||
-                                wanted_.crop[3] > height || wanted_.crop[0] >= wanted_.crop[2] ||
-                                wanted_.crop[1] >= wanted_.crop[3])) {
-            reports->push_back({"crop", "crop: the rectangle must lie inside the " + sizeText(width, height) +
-                                            " input and not be empty"});
+        if (!cropFits(wanted_.cropSet, wanted_.crop, width, height)) {
+            reports->push_back(cropReport(width, height));
             if (!revert("crop")) wanted_.cropSet = false;
             continue;
         }
@@ -193,14 +202,11 @@ void Controller::applyRunTime(std::vector<Report> *reports) {
         return;
     }
     if (cropChanged) {
-        const int32_t *c = wanted_.crop;
-        if (wanted_.cropSet && (c[0] < 0 || c[1] < 0 || c[2] > now.width || c[3] > now.height || c[0] >= c[2] ||
-                                c[1] >= c[3])) {
-            reports->push_back({"crop", "crop: the rectangle must lie inside the " + sizeText(now.width, now.height) +
-                                            " input and not be empty"});
+        if (!cropFits(wanted_.cropSet, wanted_.crop, now.width, now.height)) {
+            reports->push_back(cropReport(now.width, now.height));
             wanted_.cropSet = now.cropSet;
             memcpy(wanted_.crop, now.crop, sizeof wanted_.crop);
-        } else if (const Refusal r = engine_->setCrop(wanted_.cropSet, c)) {
+        } else if (const Refusal r = engine_->setCrop(wanted_.cropSet, wanted_.crop)) {
             reports->push_back(refusalReport(r));
             revert("crop");
         }
@@ -213,9 +219,7 @@ void Controller::applyRunTime(std::vector<Report> *reports) {
     }
     if (wanted_.zoom != now.zoom) {
         if (wanted_.zoom != 1.0 && (now.outWidth != now.width || now.outHeight != now.height)) {
-            reports->push_back({"zoom", "zoom " + std::to_string(wanted_.zoom) +
-                                            " cannot be combined with an output size other than the input size "
-                                            "(output-width/output-height/output-size)"});
+            reports->push_back(zoomWithSizeReport(wanted_.zoom));
             wanted_.zoom = now.zoom;
         } else if (const Refusal r = engine_->setZoom(wanted_.zoom)) {
             reports->push_back(refusalReport(r));
