@@ -3,10 +3,8 @@
 #include <exception>
 
 #include "engine.h"
-#include "table_file.h"
-#ifdef PARVEX_GST_HAVE_CALIB
 #include "parvex_calib.h"
-#endif
+#include "table_file.h"
 
 namespace parvex_gst {
 
@@ -14,7 +12,6 @@ namespace {
 
 bool loadCalibration(const std::string &path, int32_t width, int32_t height, Lens *lens, double *centerX,
                      double *centerY, std::string *error) {
-#ifdef PARVEX_GST_HAVE_CALIB
     try {
         const parvex_calib::EngineLens found = parvex_calib::loadCalibrationFile(path, width, height);
         lens->mode = found.mode;
@@ -28,11 +25,6 @@ bool loadCalibration(const std::string &path, int32_t width, int32_t height, Len
         *error = e.what();
         return false;
     }
-#else
-    (void)width, (void)height, (void)lens, (void)centerX, (void)centerY;
-    *error = path + ": this build has no calibration module";
-    return false;
-#endif
 }
 
 }  // namespace
