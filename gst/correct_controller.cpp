@@ -52,7 +52,10 @@ bool parseFill(const std::string &text, const char *format, bool fullRange, bool
     uint32_t rgb = 0;
     for (size_t i = digits; i < text.size(); ++i) {
         const char c = text[i];
-        const int v = c >= '0' && c <= '9' ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
+        const int v = c >= '0' && c <= '9'   ? c - '0'
+                      : c >= 'a' && c <= 'f' ? c - 'a' + 10
+                      : c >= 'A' && c <= 'F' ? c - 'A' + 10
+                                             : -1;
         if (v < 0) return false;
         rgb = rgb << 4 | static_cast<uint32_t>(v);
     }
@@ -67,8 +70,8 @@ void Controller::setShape(const FrameShape &shape) {
     rebuild_ = true;
 }
 
-void Controller::outputSize(const char *format, int32_t width, int32_t height, int32_t *outWidth,
-                            int32_t *outHeight, std::vector<Report> *reports) {
+void Controller::outputSize(const char *format, int32_t width, int32_t height, int32_t *outWidth, int32_t *outHeight,
+                            std::vector<Report> *reports) {
     *outWidth = width;
     *outHeight = height;
     if (wanted_.recommended) {
@@ -126,16 +129,26 @@ bool Controller::revert(const std::string &property) {
     Settings &w = wanted_;
     const Settings &a = accepted_;
     const Settings before = w;
-    if (property == "k1..k4") memcpy(w.lens.coef, a.lens.coef, sizeof w.lens.coef);
-    else if (property == "table") w.lens.table = a.lens.table;
-    else if (property == "calibration") w.lens.calibration = a.lens.calibration;
-    else if (property == "center-x/center-y") w.centerX = a.centerX, w.centerY = a.centerY;
-    else if (property == "strength") w.strength = a.strength;
-    else if (property == "zoom") w.zoom = a.zoom == w.zoom ? 1.0 : a.zoom;
-    else if (property == "crop") w.cropSet = a.cropSet, memcpy(w.crop, a.crop, sizeof w.crop);
-    else if (property == "mode" || property == "mode/table") w.distort = a.distort;
-    else if (property == "fill") w.fill = a.fill == w.fill ? "none" : a.fill;
-    else return false;
+    if (property == "k1..k4")
+        memcpy(w.lens.coef, a.lens.coef, sizeof w.lens.coef);
+    else if (property == "table")
+        w.lens.table = a.lens.table;
+    else if (property == "calibration")
+        w.lens.calibration = a.lens.calibration;
+    else if (property == "center-x/center-y")
+        w.centerX = a.centerX, w.centerY = a.centerY;
+    else if (property == "strength")
+        w.strength = a.strength;
+    else if (property == "zoom")
+        w.zoom = a.zoom == w.zoom ? 1.0 : a.zoom;
+    else if (property == "crop")
+        w.cropSet = a.cropSet, memcpy(w.crop, a.crop, sizeof w.crop);
+    else if (property == "mode" || property == "mode/table")
+        w.distort = a.distort;
+    else if (property == "fill")
+        w.fill = a.fill == w.fill ? "none" : a.fill;
+    else
+        return false;
     return memcmp(before.lens.coef, w.lens.coef, sizeof w.lens.coef) != 0 || before.lens.table != w.lens.table ||
            before.lens.calibration != w.lens.calibration || before.centerX != w.centerX ||
            before.centerY != w.centerY || before.strength != w.strength || before.zoom != w.zoom ||
@@ -239,8 +252,7 @@ bool Controller::prepare(std::vector<Report> *reports) {
     return engine_ != nullptr;
 }
 
-bool Controller::run(const parvex_ImageDataEx &output, const parvex_ImageDataEx &input,
-                     std::vector<Report> *reports) {
+bool Controller::run(const parvex_ImageDataEx &output, const parvex_ImageDataEx &input, std::vector<Report> *reports) {
     if (!engine_) return false;
     Refusal r = engine_->run(output, input);
     if (!r) return true;

@@ -22,7 +22,7 @@ struct Settings {
     double strength = 1.0;
     double zoom = 1.0;
     bool cropSet = false;
-    int32_t crop[4] = {0, 0, 0, 0};     // left, top, right, bottom in input pixels
+    int32_t crop[4] = {0, 0, 0, 0};  // left, top, right, bottom in input pixels
     bool distort = false;
     int32_t outWidth = 0, outHeight = 0;  // both positive: this output size
     bool recommended = false;             // the library's recommended output size
@@ -38,7 +38,7 @@ struct Report {
 struct FrameShape {
     const char *format = nullptr;  // the engine's format name
     int32_t width = 0, height = 0, outWidth = 0, outHeight = 0;
-    bool fullRange = false;        // YUV levels 0..255 rather than 16..235
+    bool fullRange = false;  // YUV levels 0..255 rather than 16..235
 };
 
 // The fill property: "black" (in the frame's range), "none" or an RGB

@@ -104,8 +104,8 @@ Refusal Engine::configure() {
     Refusal r = init.initialize(s);
     if (r) return r;
     if (centreGiven(s)) {
-        r = refusal(parvex_DistortionCorrection_setInputCenter(&init.handle, s.centerX, s.centerY),
-                    "setInputCenter", "center-x/center-y");
+        r = refusal(parvex_DistortionCorrection_setInputCenter(&init.handle, s.centerX, s.centerY), "setInputCenter",
+                    "center-x/center-y");
         if (r) return r;
     }
     if (s.outWidth != s.width || s.outHeight != s.height) {
@@ -113,8 +113,8 @@ Refusal Engine::configure() {
                     "setOutputImageSize", "output-width/output-height");
         if (r) return r;
     }
-    r = refusal(parvex_DistortionCorrection_setCorrectionStrength(&init.handle, s.strength),
-                "setCorrectionStrength", "strength");
+    r = refusal(parvex_DistortionCorrection_setCorrectionStrength(&init.handle, s.strength), "setCorrectionStrength",
+                "strength");
     if (r) return r;
     r = refusal(parvex_DistortionCorrection_start(&init.handle), "start", s.lens.property);
     if (r) return r;
@@ -186,8 +186,8 @@ Refusal Engine::setCrop(bool set, const int32_t crop[4]) {
 // The strength reaches the mesh only when it is rebuilt, which setCropRect
 // does with the crop in force.
 Refusal Engine::setStrength(double strength) {
-    Refusal r = refusal(parvex_DistortionCorrection_setCorrectionStrength(&handle_, strength),
-                        "setCorrectionStrength", "strength");
+    Refusal r = refusal(parvex_DistortionCorrection_setCorrectionStrength(&handle_, strength), "setCorrectionStrength",
+                        "strength");
     if (r) return r;
     r = applyCrop(setup_.cropSet, setup_.crop);
     if (r) {
@@ -224,8 +224,8 @@ Refusal recommendedOutputSize(const EngineSetup &setup, int32_t *width, int32_t 
         if (r) return r;
     }
     int32_t w = 0, h = 0;
-    r = refusal(parvex_DistortionCorrection_getRecommendedOutputSize(&init.handle, &w, &h),
-                "getRecommendedOutputSize", "output-size");
+    r = refusal(parvex_DistortionCorrection_getRecommendedOutputSize(&init.handle, &w, &h), "getRecommendedOutputSize",
+                "output-size");
     if (r) return r;
     *width = w;
     *height = h;

@@ -18,17 +18,17 @@ namespace parvex_gst {
 
 // The lens as the engine takes it.
 struct Lens {
-    int32_t mode = 0;                 // 0: coefficients, 1: table
+    int32_t mode = 0;  // 0: coefficients, 1: table
     double coef[4] = {0, 0, 0, 0};
     std::vector<double> xs, ys;
-    std::string property = "k1";      // the property that described it, for messages
+    std::string property = "k1";  // the property that described it, for messages
 };
 
 // Everything that fixes an engine; a change to any of it builds a new one,
 // except zoom, crop and (for coefficient lenses) strength.
 struct EngineSetup {
-    const char *format = "RGB888";    // the engine's format name
-    int32_t width = 0, height = 0;    // input
+    const char *format = "RGB888";  // the engine's format name
+    int32_t width = 0, height = 0;  // input
     int32_t outWidth = 0, outHeight = 0;
     Lens lens;
     double centerX = -1, centerY = -1;  // negative: the picture's centre
@@ -37,7 +37,7 @@ struct EngineSetup {
     bool cropSet = false;
     int32_t crop[4] = {0, 0, 0, 0};
     bool distort = false;
-    bool fill = true;                 // paint the pixels the engine leaves undrawn
+    bool fill = true;  // paint the pixels the engine leaves undrawn
     parvex_BorderColour fillColour = {{0, 0, 0}};
 };
 

@@ -29,8 +29,8 @@ bool loadCalibration(const std::string &path, int32_t width, int32_t height, Len
 
 }  // namespace
 
-bool resolveLens(const LensSource &source, int32_t width, int32_t height, Lens *lens, double *centerX,
-                 double *centerY, std::string *error, std::string *property) {
+bool resolveLens(const LensSource &source, int32_t width, int32_t height, Lens *lens, double *centerX, double *centerY,
+                 std::string *error, std::string *property) {
     *lens = Lens();
     *centerX = *centerY = -1;
     if (!source.calibration.empty()) {

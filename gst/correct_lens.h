@@ -20,7 +20,7 @@ struct LensSource {
 // The lens for frames of width x height and the centre the calibration
 // gives (negative when it gives none). False with `error` (naming the file)
 // and `property` set when a file cannot be used.
-bool resolveLens(const LensSource &source, int32_t width, int32_t height, Lens *lens, double *centerX,
-                 double *centerY, std::string *error, std::string *property);
+bool resolveLens(const LensSource &source, int32_t width, int32_t height, Lens *lens, double *centerX, double *centerY,
+                 std::string *error, std::string *property);
 
 }  // namespace parvex_gst

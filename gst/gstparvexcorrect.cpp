@@ -22,18 +22,29 @@ namespace {
 
 // What the element keeps beside its GObject part.
 struct ElementState {
-    std::mutex lock;           // guards everything below; frames hold it
+    std::mutex lock;  // guards everything below; frames hold it
     Controller controller;
     GstBuffer *stagingIn = nullptr, *stagingOut = nullptr;  // for frames the engine cannot address
 };
 
 enum Property {
     PROP_0,
-    PROP_K1, PROP_K2, PROP_K3, PROP_K4,
-    PROP_TABLE, PROP_CALIBRATION,
-    PROP_CENTER_X, PROP_CENTER_Y,
-    PROP_STRENGTH, PROP_ZOOM, PROP_CROP, PROP_FILL, PROP_MODE,
-    PROP_OUTPUT_WIDTH, PROP_OUTPUT_HEIGHT, PROP_OUTPUT_SIZE,
+    PROP_K1,
+    PROP_K2,
+    PROP_K3,
+    PROP_K4,
+    PROP_TABLE,
+    PROP_CALIBRATION,
+    PROP_CENTER_X,
+    PROP_CENTER_Y,
+    PROP_STRENGTH,
+    PROP_ZOOM,
+    PROP_CROP,
+    PROP_FILL,
+    PROP_MODE,
+    PROP_OUTPUT_WIDTH,
+    PROP_OUTPUT_HEIGHT,
+    PROP_OUTPUT_SIZE,
 };
 
 enum OutputSize { OUTPUT_SIZE_INPUT, OUTPUT_SIZE_RECOMMENDED };
@@ -124,7 +135,10 @@ void set_property(GObject *object, guint id, const GValue *value, GParamSpec *ps
         parvex_gst::Settings &s = state->controller.wanted();
         Controller &c = state->controller;
         switch (id) {
-        case PROP_K1: case PROP_K2: case PROP_K3: case PROP_K4:
+        case PROP_K1:
+        case PROP_K2:
+        case PROP_K3:
+        case PROP_K4:
             s.lens.coef[id - PROP_K1] = g_value_get_double(value);
             c.rebuildLater();
             reconfigure = s.recommended;
@@ -139,8 +153,16 @@ void set_property(GObject *object, guint id, const GValue *value, GParamSpec *ps
             c.rebuildLater();
             reconfigure = s.recommended;
             break;
-        case PROP_CENTER_X: s.centerX = g_value_get_double(value); c.rebuildLater(); reconfigure = s.recommended; break;
-        case PROP_CENTER_Y: s.centerY = g_value_get_double(value); c.rebuildLater(); reconfigure = s.recommended; break;
+        case PROP_CENTER_X:
+            s.centerX = g_value_get_double(value);
+            c.rebuildLater();
+            reconfigure = s.recommended;
+            break;
+        case PROP_CENTER_Y:
+            s.centerY = g_value_get_double(value);
+            c.rebuildLater();
+            reconfigure = s.recommended;
+            break;
         case PROP_STRENGTH: s.strength = g_value_get_double(value); break;
         case PROP_ZOOM: s.zoom = g_value_get_double(value); break;
         case PROP_CROP: {
@@ -155,9 +177,16 @@ void set_property(GObject *object, guint id, const GValue *value, GParamSpec *ps
             }
             break;
         }
-        case PROP_FILL: s.fill = g_value_get_string(value) ? g_value_get_string(value) : "black"; c.rebuildLater(); break;
-        case PROP_MODE: s.distort = g_value_get_enum(value) == MODE_DISTORT; c.rebuildLater(); break;
-        case PROP_OUTPUT_WIDTH: case PROP_OUTPUT_HEIGHT: {
+        case PROP_FILL:
+            s.fill = g_value_get_string(value) ? g_value_get_string(value) : "black";
+            c.rebuildLater();
+            break;
+        case PROP_MODE:
+            s.distort = g_value_get_enum(value) == MODE_DISTORT;
+            c.rebuildLater();
+            break;
+        case PROP_OUTPUT_WIDTH:
+        case PROP_OUTPUT_HEIGHT: {
             const int32_t v = g_value_get_int(value);
             const int32_t w = id == PROP_OUTPUT_WIDTH ? v : s.outWidth, h = id == PROP_OUTPUT_HEIGHT ? v : s.outHeight;
             if (w > 0 && h > 0 && !parvex_gst::outputMeshFits(w, h)) {
@@ -170,7 +199,10 @@ void set_property(GObject *object, guint id, const GValue *value, GParamSpec *ps
             }
             break;
         }
-        case PROP_OUTPUT_SIZE: s.recommended = g_value_get_enum(value) == OUTPUT_SIZE_RECOMMENDED; reconfigure = true; break;
+        case PROP_OUTPUT_SIZE:
+            s.recommended = g_value_get_enum(value) == OUTPUT_SIZE_RECOMMENDED;
+            reconfigure = true;
+            break;
         default: G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, pspec); break;
         }
     }
@@ -183,7 +215,10 @@ void get_property(GObject *object, guint id, GValue *value, GParamSpec *pspec) {
     std::lock_guard<std::mutex> guard(state->lock);
     const parvex_gst::Settings &s = state->controller.wanted();
     switch (id) {
-    case PROP_K1: case PROP_K2: case PROP_K3: case PROP_K4: g_value_set_double(value, s.lens.coef[id - PROP_K1]); break;
+    case PROP_K1:
+    case PROP_K2:
+    case PROP_K3:
+    case PROP_K4: g_value_set_double(value, s.lens.coef[id - PROP_K1]); break;
     case PROP_TABLE: g_value_set_string(value, s.lens.table.empty() ? nullptr : s.lens.table.c_str()); break;
     case PROP_CALIBRATION:
         g_value_set_string(value, s.lens.calibration.empty() ? nullptr : s.lens.calibration.c_str());
@@ -389,38 +424,45 @@ static void gst_parvex_correct_class_init(GstParvexCorrectClass *klass) {
     gobject->get_property = get_property;
     gobject->finalize = finalize;
 
-    installDouble(gobject, PROP_K1, "k1", "Lens coefficient k1 of D(r) = 1 + k1 r^2 + k2 r^4 + k3 r^6 + k4 r^8 (r in half diagonals)", 0);
+    installDouble(gobject, PROP_K1, "k1",
+                  "Lens coefficient k1 of D(r) = 1 + k1 r^2 + k2 r^4 + k3 r^6 + k4 r^8 (r in half diagonals)", 0);
     installDouble(gobject, PROP_K2, "k2", "Lens coefficient k2", 0);
     installDouble(gobject, PROP_K3, "k3", "Lens coefficient k3", 0);
     installDouble(gobject, PROP_K4, "k4", "Lens coefficient k4", 0);
     installString(gobject, PROP_TABLE, "table",
                   "File of 2..256 lines \"OUT SRC\" (radii in units of the output centre-to-corner distance); "
-                  "replaces k1..k4", nullptr);
+                  "replaces k1..k4",
+                  nullptr);
     installString(gobject, PROP_CALIBRATION, "calibration",
                   "Calibration file (OpenCV YAML/XML, Android JSON, Lensfun XML); replaces table and k1..k4", nullptr);
     installDouble(gobject, PROP_CENTER_X, "center-x",
                   "Optical centre x in input pixels (negative: the calibration's, else the picture centre)", -1);
     installDouble(gobject, PROP_CENTER_Y, "center-y", "Optical centre y in input pixels (negative: as center-x)", -1);
-    installDouble(gobject, PROP_STRENGTH, "strength", "Correction strength 0 (none) .. 1 (full); changes while playing", 1);
-    installDouble(gobject, PROP_ZOOM, "zoom", "Zoom ratio, at least 1, only with the input size as output; changes while playing", 1);
+    installDouble(gobject, PROP_STRENGTH, "strength", "Correction strength 0 (none) .. 1 (full); changes while playing",
+                  1);
+    installDouble(gobject, PROP_ZOOM, "zoom",
+                  "Zoom ratio, at least 1, only with the input size as output; changes while playing", 1);
     installString(gobject, PROP_CROP, "crop",
                   "Crop rectangle left,top,right,bottom in input pixels (right, bottom exclusive; empty: the whole "
                   "frame); changes while playing. With a table lens the crop replaces the table by the plain lens",
                   "");
-    installString(gobject, PROP_FILL, "fill", "Colour of the pixels the correction leaves undrawn: black, none or 0xRRGGBB",
-                  "black");
-    g_object_class_install_property(
-        gobject, PROP_MODE,
-        g_param_spec_enum("mode", "mode", "Correct the lens distortion or apply it", mode_get_type(), MODE_CORRECT, kPlayingFlags));
+    installString(gobject, PROP_FILL, "fill",
+                  "Colour of the pixels the correction leaves undrawn: black, none or 0xRRGGBB", "black");
+    g_object_class_install_property(gobject, PROP_MODE,
+                                    g_param_spec_enum("mode", "mode", "Correct the lens distortion or apply it",
+                                                      mode_get_type(), MODE_CORRECT, kPlayingFlags));
     g_object_class_install_property(
         gobject, PROP_OUTPUT_WIDTH,
-        g_param_spec_int("output-width", "output-width", "Output width (0: the input's; needs output-height)", 0, G_MAXINT, 0, kPlayingFlags));
+        g_param_spec_int("output-width", "output-width", "Output width (0: the input's; needs output-height)", 0,
+                         G_MAXINT, 0, kPlayingFlags));
     g_object_class_install_property(
         gobject, PROP_OUTPUT_HEIGHT,
-        g_param_spec_int("output-height", "output-height", "Output height (0: the input's; needs output-width)", 0, G_MAXINT, 0, kPlayingFlags));
+        g_param_spec_int("output-height", "output-height", "Output height (0: the input's; needs output-width)", 0,
+                         G_MAXINT, 0, kPlayingFlags));
     g_object_class_install_property(
         gobject, PROP_OUTPUT_SIZE,
-        g_param_spec_enum("output-size", "output-size", "Output size: the input's (or output-width x output-height) or the recommended one",
+        g_param_spec_enum("output-size", "output-size",
+                          "Output size: the input's (or output-width x output-height) or the recommended one",
                           output_size_get_type(), OUTPUT_SIZE_INPUT, kPlayingFlags));
 
     gst_element_class_set_static_metadata(element, "Lens distortion correction", "Filter/Effect/Video",

@@ -239,7 +239,7 @@ TEST(ParvexCorrect, RunTimePropertiesApplyToTheNextFrame) {
     GstBuffer *in = testFrame(caps);
     Element e("k1=0.2", caps);
     EXPECT_EQ(e.push(in), correct(in, caps, "k1=0.2"));
-    const char *changes[][2] = {{"strength", "0.5"}, {"zoom", "1.5"}, {"crop", "16,8,300,230"},
+    const char *changes[][2] = {{"strength", "0.5"}, {"zoom", "1.5"},      {"crop", "16,8,300,230"},
                                 {"k2", "0.1"},       {"fill", "0xff0000"}, {"mode", "distort"}};
     std::string all = "k1=0.2";
     for (const auto &c : changes) {
@@ -262,7 +262,12 @@ TEST(ParvexCorrect, RefusedValuesNameCodeAndPropertyAndKeepTheLastGoodOne) {
         {"BGR", "k1=0.2", "zoom", "2", {"PARVEX_ERROR_IMAGE_FORMAT", "zoom"}},
         {"NV12", "k1=0.2 output-width=400 output-height=300", "zoom", "2", {"zoom", "output-width/output-height"}},
         {"NV12", "k1=0.2 output-height=9000", "output-width", "9000", {"output-width/output-height", "mesh"}},
-        {"NV12", "table=" "LENS", "mode", "distort", {"PARVEX_ERROR_PARAM", "mode"}},
+        {"NV12",
+         "table="
+         "LENS",
+         "mode",
+         "distort",
+         {"PARVEX_ERROR_PARAM", "mode"}},
         {"I420", "k1=0.2", "table", "/nonexistent/lens.txt", {"table", "/nonexistent/lens.txt"}},
         {"I420", "k1=0.2", "crop", "0,0,900,100", {"crop", "inside"}},
         {"I420", "k1=0.2", "fill", "purple", {"fill", "purple"}},
@@ -332,8 +337,8 @@ TEST(ParvexCorrect, PropertiesChangeWhilePlaying) {
     GstElement *pc = gst_bin_get_by_name(GST_BIN(pipeline), "pc");
     GstBus *bus = gst_element_get_bus(pipeline);
     gst_element_set_state(pipeline, GST_STATE_PLAYING);
-    const char *changes[][2] = {{"strength", "0.3"}, {"zoom", "1.7"}, {"crop", "10,10,600,400"},
-                                {"k2", "0.05"},      {"crop", ""},    {"mode", "distort"},
+    const char *changes[][2] = {{"strength", "0.3"}, {"zoom", "1.7"},  {"crop", "10,10,600,400"},
+                                {"k2", "0.05"},      {"crop", ""},     {"mode", "distort"},
                                 {"zoom", "1"},       {"fill", "none"}, {"mode", "correct"}};
     GstMessage *end = nullptr;
     for (int i = 0; !end; ++i) {
@@ -350,10 +355,10 @@ TEST(ParvexCorrect, PropertiesChangeWhilePlaying) {
 }
 
 TEST(ParvexCorrect, EosWithoutBuffers) {
-    GstElement *pipeline =
-        gst_parse_launch("videotestsrc num-buffers=0 ! video/x-raw,format=NV12,width=640,height=480 ! "
-                         "parvexcorrect k1=0.2 ! fakesink",
-                         nullptr);
+    GstElement *pipeline = gst_parse_launch(
+        "videotestsrc num-buffers=0 ! video/x-raw,format=NV12,width=640,height=480 ! "
+        "parvexcorrect k1=0.2 ! fakesink",
+        nullptr);
     ASSERT_NE(pipeline, nullptr);
     GstBus *bus = gst_element_get_bus(pipeline);
     gst_element_set_state(pipeline, GST_STATE_PLAYING);
