@@ -16,8 +16,8 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-// Odd multiples of 2 so that GStreamer's default strides pad every row.
-constexpr int kWidth = 322, kHeight = 242;
+// Odd sizes: GStreamer pads every row to 4 bytes, and 4:2:0 chroma rounds up.
+constexpr int kWidth = 323, kHeight = 241;
 
 std::string capsText(const char *format, int width = kWidth, int height = kHeight) {
     return std::string("video/x-raw,format=") + format + ",width=" + std::to_string(width) +
