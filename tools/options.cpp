@@ -22,12 +22,12 @@ enum OptionBit : unsigned {
     kSizeOpt = 1u << 4,
     kFileOpts = 1u << 5,   // --range --quality
     kQuiet = 1u << 6,
-    kCalibration = 1u << 7, // --calibration --kind --lens --focal --crop-factor --form
-    kFill = 1u << 8,       // --fill
+    kFill = 1u << 7,       // --fill
+    kCalibration = 1u << 8, // --calibration --kind --lens --focal --crop-factor --form
 };
 
 unsigned allowedFor(const std::string &command) {
-    if (command == "correct") return kLens | kTable | kFormat | kGeometry | kSizeOpt | kFileOpts | kQuiet | kCalibration | kFill;
+    if (command == "correct") return kLens | kTable | kFormat | kGeometry | kSizeOpt | kFileOpts | kQuiet | kFill | kCalibration;
     if (command == "distort") return kLens | kTable | kFormat | kGeometry | kSizeOpt | kFileOpts | kQuiet | kFill;
     if (command == "lens") return kTable | kSizeOpt | kCalibration;
     if (command == "demo") return kLens;
@@ -170,9 +170,9 @@ Options parseOptions(int argc, char **argv) {
         else if (arg == "--size") bit = kSizeOpt;
         else if (arg == "--range" || arg == "--quality") bit = kFileOpts;
         else if (arg == "--quiet") { bit = kQuiet; takesValue = false; }
+        else if (arg == "--fill") bit = kFill;
         else if (arg == "--calibration" || arg == "--kind" || arg == "--lens" || arg == "--focal" ||
                  arg == "--crop-factor" || arg == "--form") bit = kCalibration;
-        else if (arg == "--fill") bit = kFill;
         else throw UsageError("unknown option " + arg + " (try parvex --help)");
         if (!(allowed & bit)) throw UsageError(arg + " does not apply to \"" + o.command + "\"");
         if (!takesValue) {
@@ -235,11 +235,11 @@ Options parseOptions(int argc, char **argv) {
             if (!parseInt(value, &o.quality) || o.quality < 1 || o.quality > 100) badValue(arg, value, "a JPEG quality from 1 to 100");
         } else if (arg == "--quiet") {
             o.quiet = true;
-        } else if (bit == kCalibration) {
-            parseCalibrationOption(arg, value, &o);
         } else if (arg == "--fill") {
             if (!parseFillColour(value, &o.fill))
                 badValue(arg, value, "a colour (black, none, white, grey, red, green, blue, #RRGGBB or R,G,B)");
+        } else if (bit == kCalibration) {
+            parseCalibrationOption(arg, value, &o);
         }
     }
 

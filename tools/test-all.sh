@@ -37,6 +37,25 @@ build_and_test arm -DCMAKE_BUILD_TYPE=Release -DCMAKE_TOOLCHAIN_FILE=cmake/arm-l
 build_and_test aarch64 -DCMAKE_BUILD_TYPE=Release -DCMAKE_TOOLCHAIN_FILE=cmake/aarch64-linux-gnu.cmake \
     -DPVX_BUILD_TOOLS=OFF
 
+# ---- Python module -------------------------------------------------------
+# Built in the release tree (its library objects are already compiled) for
+# Debian's /usr/bin/python3; pytest checks it against the release parvex tool.
+ensure_packages python3-dev python3-numpy python3-pytest python3-opencv pybind11-dev \
+    libopencv-dev nlohmann-json3-dev libpugixml-dev
+echo "=== python ==="
+cmake -S . -B build/release -DPVX_BUILD_PYTHON=ON -DPython_EXECUTABLE=/usr/bin/python3 > build-python.log 2>&1 \
+    || { cat build-python.log; exit 1; }
+rm -f build-python.log
+cmake --build build/release -j "$jobs" --target parvex_python parvex
+pytest_rc=0
+PYTHONPATH=build/release/python PARVEX_TOOL=build/release/tools/parvex PYTHONDONTWRITEBYTECODE=1 \
+    /usr/bin/python3 -m pytest -q -p no:cacheprovider tests/python || pytest_rc=$?
+case $pytest_rc in
+    0) ;;
+    5) echo "python: pytest collected no tests"; exit 1 ;;
+    *) echo "python: pytest failed (exit code $pytest_rc)"; exit 1 ;;
+esac
+
 # --- GStreamer element: gst-launch-1.0 through parvexcorrect of the sanitizer
 # build (its gst-check tests ran in the release and sanitize legs above). The
 # host program is not instrumented, so the sanitizer runtime is preloaded and
