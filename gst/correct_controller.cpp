@@ -78,7 +78,9 @@ void Controller::outputSize(const char *format, int32_t width, int32_t height, i
         Lens lens;
         double cx, cy;
         std::string error, property;
-        if (!resolveLens(wanted_.lens, width, height, &lens, &cx, &cy, &error, &property)) {
+        LensSource source = wanted_.lens;
+        source.coefficientsOnly = wanted_.strength != 1.0 || wanted_.cropSet;
+        if (!resolveLens(source, width, height, &lens, &cx, &cy, &error, &property)) {
             reports->push_back({property, property + ": " + error});
             return;
         }
@@ -164,6 +166,7 @@ bool Controller::build(std::vector<Report> *reports) {
         Lens lens;
         double cx, cy;
         std::string error, property;
+        wanted_.lens.coefficientsOnly = wanted_.strength != 1.0 || wanted_.cropSet;
         if (!resolveLens(wanted_.lens, width, height, &lens, &cx, &cy, &error, &property)) {
             reports->push_back({property, property + ": " + error});
             if (!revert(property)) return false;

@@ -10,10 +10,12 @@ namespace parvex_gst {
 
 namespace {
 
-bool loadCalibration(const std::string &path, int32_t width, int32_t height, Lens *lens, double *centerX,
-                     double *centerY, std::string *error) {
+bool loadCalibration(const std::string &path, bool coefficientsOnly, int32_t width, int32_t height, Lens *lens,
+                     double *centerX, double *centerY, std::string *error) {
     try {
-        const parvex_calib::EngineLens found = parvex_calib::loadCalibrationFile(path, width, height);
+        parvex_calib::Options options;
+        if (coefficientsOnly) options.form = parvex_calib::Form::Coefficients;
+        const parvex_calib::EngineLens found = parvex_calib::loadCalibrationFile(path, width, height, options);
         lens->mode = found.mode;
         for (int i = 0; i < 4; ++i) lens->coef[i] = found.coef[i];
         lens->xs = found.xs;
@@ -35,7 +37,8 @@ bool resolveLens(const LensSource &source, int32_t width, int32_t height, Lens *
     *centerX = *centerY = -1;
     if (!source.calibration.empty()) {
         lens->property = *property = "calibration";
-        return loadCalibration(source.calibration, width, height, lens, centerX, centerY, error);
+        return loadCalibration(source.calibration, source.coefficientsOnly, width, height, lens, centerX, centerY,
+                               error);
     }
     if (!source.table.empty()) {
         lens->property = *property = "table";

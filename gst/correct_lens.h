@@ -15,6 +15,9 @@ struct LensSource {
     double coef[4] = {0, 0, 0, 0};
     std::string table;        // file of "OUT SRC" lines
     std::string calibration;  // calibration file
+    // The engine applies strength and crop to coefficient lenses only, so a
+    // calibration is then converted to coefficients rather than a table.
+    bool coefficientsOnly = false;
 };
 
 // The lens for frames of width x height and the centre the calibration

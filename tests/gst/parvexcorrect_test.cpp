@@ -195,6 +195,15 @@ TEST(ParvexCorrect, CalibrationFileEqualsTheTool) {
     const Bytes element = correct(in, caps, "calibration=" + file);
     EXPECT_EQ(element, toolOutput("NV12", tightBytes(in, caps), "--calibration " + file));
     EXPECT_NE(element, tightBytes(in, caps));
+    // Strength reaches coefficient lenses only: both convert the calibration
+    // to coefficients then, the element also when the strength changes later.
+    const Bytes half = toolOutput("NV12", tightBytes(in, caps), "--calibration " + file + " --strength 0.5");
+    EXPECT_EQ(correct(in, caps, "calibration=" + file + " strength=0.5"), half);
+    Element e("calibration=" + file, caps);
+    EXPECT_EQ(e.push(in), element);
+    e.set("strength", "0.5");
+    EXPECT_EQ(e.push(in), half);
+    EXPECT_EQ(postedErrors(e.bus), "");
     gst_buffer_unref(in);
 }
 
