@@ -1,0 +1,344 @@
+// Span leaves against their C references at every CPU level: random spans
+// (steps below, at and above one pixel, slopes, random fractions, odd
+// starts, lengths that are not multiples of 16, missing rows and chroma),
+// compared byte for byte with sentinels around the written runs. Every
+// source row sits against a guard page (after the last column the
+// reference's taps reach, or before the first), rows outside the taps' range
+// are not mapped, so a leaf that reads outside the taps' rectangle crashes.
+// With --bench, each leaf is timed against its reference on the row pairs of
+// a lens-corrected 1920x1080 frame.
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "render/pvx_draw_reference.h"
+#include "render/pvx_draw_span.h"
+#include "runtime/pvx_cpu.h"
+#include "tests/simd/simd_levels.h"
+#include "tests/support/test_random.h"
+
+namespace {
+
+using namespace pvx_draw;
+
+const char *const kKindNames[] = {"general", "parallelogram", "unrotated"};
+
+// Rows 0..rows-1 of `pitch` = two pages each: one page of data, one guard
+// page; rows before `firstRow` are not accessible at all. With Side::End,
+// column `edge` of every row is the last byte before a guard page; with
+// Side::Start it is the first byte after one.
+class RowGuardedPlane {
+public:
+    enum class Side { End, Start };
+    RowGuardedPlane(int32_t firstRow, int32_t rows, int32_t edge, Side side, std::mt19937_64 &rng) {
+        page_ = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+        size_ = (2 * static_cast<size_t>(rows) + 1) * page_;
+        void *m = mmap(nullptr, size_, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        if (m == MAP_FAILED) abort();
+        map_ = static_cast<uint8_t *>(m);
+        for (int32_t r = firstRow; r < rows; ++r) {
+            uint8_t *data = map_ + (2 * static_cast<size_t>(r) + 1) * page_;
+            if (mprotect(data, page_, PROT_READ | PROT_WRITE) != 0) abort();
+            for (size_t i = 0; i < page_; ++i) data[i] = static_cast<uint8_t>(rng());
+        }
+        // Column 0 of row 0; the edge column of every row sits at a page edge.
+        base_ = side == Side::Start ? map_ + page_ - edge : map_ + 2 * page_ - 1 - edge;
+    }
+    ~RowGuardedPlane() { munmap(map_, size_); }
+    RowGuardedPlane(const RowGuardedPlane &) = delete;
+    RowGuardedPlane &operator=(const RowGuardedPlane &) = delete;
+
+    const uint8_t *base() const { return base_; }
+    ptrdiff_t pitch() const { return static_cast<ptrdiff_t>(2 * page_); }
+
+private:
+    size_t page_ = 0, size_ = 0;
+    uint8_t *map_ = nullptr;
+    const uint8_t *base_ = nullptr;
+};
+
+// The rectangle of columns and rows that the scalar span's taps cover, for
+// luma and for chroma (columns in bytes: two per interleaved sample),
+// worked out from the spans' rules.
+struct Box {
+    int32_t x0 = INT32_MAX, x1 = INT32_MIN, y0 = INT32_MAX, y1 = INT32_MIN;
+    void add(int32_t x, int32_t y, int32_t w, int32_t h) {
+        x0 = std::min(x0, x);
+        x1 = std::max(x1, x + w - 1);
+        y0 = std::min(y0, y);
+        y1 = std::max(y1, y + h - 1);
+    }
+    bool empty() const { return x0 > x1; }
+};
+
+struct Case {
+    SpanKind kind;
+    bool planar;
+    SpanArgs a;
+    int32_t off16[16];
+    bool row0, row1, chroma;
+};
+
+void reachOf(const Case &c, Box *luma, Box *chroma) {
+    const SpanArgs &a = c.a;
+    const int32_t cb = c.planar ? 1 : 2;  // bytes of a chroma sample on its row
+    for (int32_t k = 0; k < a.n; ++k) {
+        const bool even = ((a.dx + k) & 1) == 0;
+        if (c.kind == kSpanNoRot) {
+            const int32_t p16 = wadd(wadd(a.sx, wmul(k & ~15, a.ux)) >> 11, a.off16[k & 15]);
+            const int32_t r = a.sy >> 15;
+            if (c.row0) luma->add(p16 >> 4, r, 2, 2);
+            if (c.row1) luma->add(p16 >> 4, r + 1, 2, 2);
+            if (c.chroma && even) chroma->add(cb * ((p16 >> 1) >> 4), a.sy >> 16, 2 * cb, 2);
+        } else {
+            const int32_t x = wadd(a.sx, wmul(k, a.ux)), y = wadd(a.sy, wmul(k, a.uy));
+            if (c.row0) luma->add(x >> 15, y >> 15, 2, 2);
+            if (c.row1) luma->add(wadd(x, a.hx) >> 15, wadd(y, a.hy) >> 15, 2, 2);
+            if (c.chroma && even) chroma->add(cb * ((x >> 12) >> 4), (y >> 12) >> 4, 2 * cb, 2);
+        }
+    }
+}
+
+// Destination rows of `width` bytes filled with a sentinel.
+constexpr uint8_t kSentinel = 0x5A;
+
+struct Dest {
+    std::vector<uint8_t> y0, y1, c0, c1;
+    explicit Dest(int32_t width)
+        : y0(width, kSentinel), y1(width, kSentinel), c0(width, kSentinel), c1(width, kSentinel) {}
+};
+
+// Steps along a row: a mix of the ranges that change how a group gathers.
+int32_t randomStep(std::mt19937_64 &rng) {
+    const int32_t special[] = {32768, 16384, 32767, 32769, 0, 1, 29000, 30719, 30720, 61439, 61440, 65535, -3000};
+    switch (rng() % 4) {
+        case 0:
+            return special[rng() % (sizeof special / sizeof special[0])];
+        case 1:
+            return 1 + static_cast<int32_t>(rng() % 32768);  // below one pixel
+        case 2:
+            return 32768 + static_cast<int32_t>(rng() % 32768);  // one to two pixels
+        default:
+            return 24000 + static_cast<int32_t>(rng() % 20000);  // around one pixel
+    }
+}
+
+// Vertical steps along a row: level, gentle and steep slopes either way.
+int32_t randomSlope(std::mt19937_64 &rng) {
+    switch (rng() % 4) {
+        case 0:
+            return 0;
+        case 1:
+            return static_cast<int32_t>(rng() % 2001) - 1000;
+        case 2:
+            return static_cast<int32_t>(rng() % 8001) - 4000;
+        default:
+            return static_cast<int32_t>(rng() % 20001) - 10000;
+    }
+}
+
+Case randomCase(std::mt19937_64 &rng, SpanKind kind, bool planar) {
+    Case c;
+    c.kind = kind;
+    c.planar = planar;
+    SpanArgs &a = c.a;
+    memset(&a, 0, sizeof a);
+    a.ux = randomStep(rng);
+    for (int i = 0; i < 16; ++i) c.off16[i] = static_cast<int32_t>((static_cast<int64_t>(a.ux >> 3) * i) >> 8);
+    a.off16 = c.off16;
+    const int32_t lengths[] = {1, 15, 16, 17, 31, 32, 33, 48, 64};
+    a.n = rng() % 3 == 0 ? lengths[rng() % 9] : 1 + static_cast<int32_t>(rng() % 100);
+    a.dx = static_cast<int32_t>(rng() % 40);
+    a.hy = 32768;
+    if (kind != kSpanNoRot) {
+        a.uy = randomSlope(rng);
+        if (rng() % 2 == 0) {  // row y+1 mapped through the lattice (otherwise the row below)
+            a.hx = static_cast<int32_t>(rng() % 40001) - 20000;
+            a.hy = 20000 + static_cast<int32_t>(rng() % 25000);
+        }
+    }
+    // Far enough right and down that backward steps stay at row and column 0 or beyond.
+    a.sx = (a.ux < 0 ? 200 * 32768 : 0) + 32768 + static_cast<int32_t>(rng() % (60 * 32768));
+    a.sy = std::max(0, -(a.n - 1) * a.uy) + static_cast<int32_t>(rng() % (3 * 32768));
+    const int rows = static_cast<int>(rng() % 3);  // 0: both rows, 1: row y only, 2: row y+1 only
+    c.row0 = rows != 2;
+    c.row1 = rows != 1;
+    c.chroma = c.row0 && rng() % 4 != 0;
+    return c;
+}
+
+DrawSpanTable tableAt(uint32_t level) {
+    ScopedCpuLevel scope(level);
+    DrawSpanTable t;
+    fillDrawSpanTable(&t, pvx_Cpu_flags());
+    return t;
+}
+
+// The leaf, then the reference for what the leaf left; returns what the leaf drew.
+int32_t draw(SpanLeaf leaf, SpanLeaf reference, const SpanArgs &a) {
+    const int32_t done = leaf(a);
+    if (done < a.n) reference(linearFrom(a, done));   // unrotated spans have uy 0
+    return done;
+}
+
+int32_t run(const Case &c, SpanLeaf leaf, SpanLeaf reference, const SrcPlanes &s, Dest &d) {
+    SpanArgs a = c.a;
+    a.src = &s;
+    a.dy0 = c.row0 ? d.y0.data() : nullptr;
+    a.dy1 = c.row1 ? d.y1.data() : nullptr;
+    a.dc00 = a.dc01 = nullptr;
+    if (c.chroma) {
+        a.dc00 = d.c0.data();
+        a.dc01 = c.planar ? d.c1.data() : d.c0.data() + 1;
+    }
+    return draw(leaf, reference, a);
+}
+
+std::string describe(const Case &c) {
+    const SpanArgs &a = c.a;
+    return std::string(kKindNames[c.kind]) + (c.planar ? " planar" : " semiplanar") + " n=" + std::to_string(a.n) +
+           " dx=" + std::to_string(a.dx) + " sx=" + std::to_string(a.sx) + " sy=" + std::to_string(a.sy) +
+           " ux=" + std::to_string(a.ux) + " uy=" + std::to_string(a.uy) + " hx=" + std::to_string(a.hx) +
+           " hy=" + std::to_string(a.hy) + " rows=" + std::to_string(c.row0) + std::to_string(c.row1) +
+           " chroma=" + std::to_string(c.chroma);
+}
+
+class SpanLeaves : public ::testing::TestWithParam<SpanKind> {};
+
+TEST_P(SpanLeaves, MatchTheReferenceAtEveryLevel) {
+    const SpanKind kind = GetParam();
+    const DrawSpanTable ref = tableAt(PVX_CPU_LEVEL_C);
+    for (uint32_t level : supportedCpuLevels()) {
+        if (level == PVX_CPU_LEVEL_C) continue;
+        const DrawSpanTable t = tableAt(level);
+        std::mt19937_64 rng = pvx_test::makeRng(41 + kind);
+        int32_t drawn = 0, spans = 0;
+        for (int round = 0; round < pvx_test::rounds(1200); ++round) {
+            const bool planar = round & 1;
+            const SpanFamily family = planar ? kSpanPlanar : kSpanSemiplanar;
+            const Case c = randomCase(rng, kind, planar);
+            Box luma, chroma;
+            reachOf(c, &luma, &chroma);
+            const auto side = rng() & 1 ? RowGuardedPlane::Side::End : RowGuardedPlane::Side::Start;
+            const bool end = side == RowGuardedPlane::Side::End;
+            RowGuardedPlane y(luma.y0, luma.y1 + 1, end ? luma.x1 : luma.x0, side, rng);
+            const bool chromaRead = !chroma.empty();
+            const int32_t cEdge = !chromaRead ? 0 : end ? chroma.x1 : chroma.x0;
+            const int32_t cFirst = chromaRead ? chroma.y0 : 0, cRows = chromaRead ? chroma.y1 + 1 : 1;
+            RowGuardedPlane u(cFirst, cRows, cEdge, side, rng), v(cFirst, cRows, cEdge, side, rng);
+            SrcPlanes s;
+            s.y = y.base();
+            s.yPitch = y.pitch();
+            s.c0 = u.base();
+            s.c0Pitch = u.pitch();
+            s.c1 = planar ? v.base() : u.base() + 1;
+            s.c1Pitch = planar ? v.pitch() : u.pitch();
+            s.w = s.h = s.cw = s.ch = 0;  // unused by the unchecked spans
+
+            const int32_t width = c.a.dx + c.a.n + 24;
+            const SpanLeaf reference = ref.leaf[family][kind];
+            Dest want(width), got(width);
+            ASSERT_EQ(c.a.n, run(c, reference, reference, s, want));
+            const int32_t done = run(c, t.leaf[family][kind], reference, s, got);
+            ASSERT_EQ(0, done % 16) << describe(c);
+            ASSERT_LE(done, c.a.n) << describe(c);
+            drawn += done > 0;
+            ++spans;
+            const std::vector<uint8_t> *w[4] = {&want.y0, &want.y1, &want.c0, &want.c1};
+            const std::vector<uint8_t> *g[4] = {&got.y0, &got.y1, &got.c0, &got.c1};
+            for (int i = 0; i < 4; ++i)
+                ASSERT_TRUE(*w[i] == *g[i]) << cpuLevelName(level) << " " << describe(c) << " buffer " << i;
+            for (int32_t x = 0; x < width; ++x)   // the reference writes only its own span
+                if (x < c.a.dx || x >= c.a.dx + c.a.n) {
+                    ASSERT_EQ(kSentinel, want.y0[x]) << x;
+                }
+        }
+        // The sweep must exercise the leaf, not only its refusals.
+        EXPECT_GT(drawn, spans / 4) << cpuLevelName(level);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, SpanLeaves, ::testing::Values(kSpanNoRot, kSpanGeneral, kSpanParallel),
+                         [](const ::testing::TestParamInfo<SpanKind> &i) {
+                             return std::string(i.param == kSpanNoRot     ? "Unrotated"
+                                                : i.param == kSpanGeneral ? "General"
+                                                                          : "Parallelogram");
+                         });
+
+// --bench: 32-pixel row pairs of a 1920x1080 frame walked cell by cell, with
+// the steps of a lens-corrected frame (about one pixel a pixel, slopes up to
+// a tenth of a pixel); best of 20 passes, ns per drawn pixel.
+TEST(SpanLeavesBench, EachLeafAgainstItsReference) {
+    if (!simdBenchMode()) GTEST_SKIP() << "timing runs with --bench";
+    constexpr int32_t kW = 1920, kH = 1080, kSpan = 32, kSpans = 4096;
+    std::mt19937_64 rng(12345);
+    std::vector<uint8_t> srcY(static_cast<size_t>(kW) * kH), srcU(srcY.size() / 2), srcV(srcY.size() / 2);
+    for (auto *p : {&srcY, &srcU, &srcV})
+        for (uint8_t &b : *p) b = static_cast<uint8_t>(rng());
+    std::vector<uint8_t> dstY(srcY.size()), dstU(srcU.size()), dstV(srcV.size());
+    std::uniform_real_distribution<double> unit(0, 1);
+    const DrawSpanTable ref = tableAt(PVX_CPU_LEVEL_C);
+    for (SpanFamily family : {kSpanSemiplanar, kSpanPlanar}) {
+        const bool planar = family == kSpanPlanar;
+        SrcPlanes src{srcY.data(), srcU.data(), planar ? srcV.data() : srcU.data() + 1, kW, planar ? kW / 2 : kW,
+                      planar ? kW / 2 : kW, kW, kH, kW / 2, kH / 2};
+        for (SpanKind kind : {kSpanNoRot, kSpanGeneral, kSpanParallel}) {
+            std::vector<SpanArgs> spans(kSpans);
+            std::vector<int32_t> off(16 * kSpans);
+            int32_t ux = 0, uy = 0, hx = 0, hy = 32768;
+            for (int32_t i = 0; i < kSpans; ++i) {
+                const int32_t cell = i / 16, pair = i % 16;
+                const int32_t cx = 1 + cell % (kW / kSpan - 2), cy = 1 + (cell / (kW / kSpan - 2)) % (kH / kSpan - 2);
+                if (pair == 0) {
+                    ux = static_cast<int32_t>((0.8 + 0.45 * unit(rng)) * 32768);
+                    uy = kind != kSpanNoRot ? static_cast<int32_t>((unit(rng) - 0.5) * 0.2 * 32768) : 0;
+                    hx = kind == kSpanParallel ? static_cast<int32_t>((unit(rng) - 0.5) * 0.1 * 32768) : 0;
+                    hy = kind == kSpanParallel ? static_cast<int32_t>((0.95 + 0.1 * unit(rng)) * 32768) : 32768;
+                }
+                SpanArgs &a = spans[i];
+                memset(&a, 0, sizeof a);
+                a.ux = ux, a.uy = uy, a.hx = hx, a.hy = hy, a.n = kSpan;
+                for (int k = 0; k < 16; ++k) off[16 * i + k] = static_cast<int32_t>((static_cast<int64_t>(ux >> 3) * k) >> 8);
+                a.off16 = &off[16 * i];
+                const int32_t x = cx * kSpan, y = cy * kSpan + 2 * pair;
+                a.sx = x * 32768 + static_cast<int32_t>(unit(rng) * 32768);
+                a.sy = y * 32768 + static_cast<int32_t>(unit(rng) * 32768);
+                a.dx = x;
+                a.dy0 = dstY.data() + static_cast<ptrdiff_t>(y) * kW;
+                a.dy1 = a.dy0 + kW;
+                a.dc00 = (planar ? dstU.data() : dstY.data()) + static_cast<ptrdiff_t>(y / 2) * (planar ? kW / 2 : kW);
+                a.dc01 = planar ? dstV.data() + static_cast<ptrdiff_t>(y / 2) * (kW / 2) : a.dc00 + 1;
+                a.src = &src;
+            }
+            const auto timeLeaf = [&](SpanLeaf leaf) {
+                double best = 1e30;
+                for (int r = 0; r < 20; ++r) {
+                    const auto t0 = std::chrono::steady_clock::now();
+                    for (const SpanArgs &a : spans) draw(leaf, ref.leaf[family][kind], a);
+                    const double ns = std::chrono::duration<double, std::nano>(std::chrono::steady_clock::now() - t0).count();
+                    best = std::min(best, ns / (2.0 * kSpan * kSpans));
+                }
+                return best;
+            };
+            const double c = timeLeaf(ref.leaf[family][kind]);
+            std::printf("%-10s %-13s c %6.3f ns/px", planar ? "planar" : "semiplanar", kKindNames[kind], c);
+            for (uint32_t level : supportedCpuLevels()) {
+                if (level == PVX_CPU_LEVEL_C) continue;
+                const double v = timeLeaf(tableAt(level).leaf[family][kind]);
+                std::printf("  %s %6.3f (%.2fx)", cpuLevelName(level), v, c / v);
+            }
+            std::printf("\n");
+        }
+    }
+}
+
+}  // namespace
