@@ -71,7 +71,6 @@ SpanLeaf drawSpanLeaf(SpanFamily family, SpanKind kind);
 
 // Per instruction set: overwrite the slots that set has leaves for.
 void initDrawSpansSsse3(DrawSpanTable *t);
-void initDrawSpansAvx2(DrawSpanTable *t);
 void initDrawSpansNeon(DrawSpanTable *t);
 
 }  // namespace pvx_draw

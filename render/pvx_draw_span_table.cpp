@@ -42,7 +42,6 @@ void fillDrawSpanTable(DrawSpanTable *t, uint32_t cpuFlags) {
     t->leaf[kSpanPlanar][kSpanNoRot] = referenceLeaf<LayoutYuv420Planar, kNoRot>;
 #if defined(__x86_64__) || defined(__i386__)
     if (cpuFlags & PVX_CPU_SSSE3) initDrawSpansSsse3(t);
-    if (cpuFlags & PVX_CPU_AVX2) initDrawSpansAvx2(t);
 #elif defined(__ARM_NEON)
     if (cpuFlags & PVX_CPU_NEON) initDrawSpansNeon(t);
 #else
