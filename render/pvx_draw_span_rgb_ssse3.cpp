@@ -2,11 +2,13 @@
 // unrotated, general and parallelogram.
 //
 // Each pixel's 2x2 neighbourhood is two runs of 6 bytes (p0 and p1 of a
-// row, three channels each), fetched per pixel with one 8-byte load (two
-// smaller ones at the right edge of the taps, so that nothing past the last
-// tap is read). Two pixels share a register: pshufb pairs each channel's
-// p0 and p1, pmaddubsw weights them by (16 - fx, fx), and the two rows are
-// blended in 16-bit lanes by (16 - fy, fy).
+// row, three channels each), fetched per pixel with one 8-byte load (a
+// copy of 6 bytes at the right edge of the taps, so that nothing past the
+// last tap is read). Two pixels share a register: pshufb pairs each
+// channel's p0 and p1, pmaddubsw weights them by (16 - fx, fx), and the
+// rows are blended in 16-bit lanes by (16 - fy, fy). When row y+1 reads the
+// row below row y's taps (unrotated, general), the middle row's sums serve
+// both rows.
 #if (defined(__x86_64__) || defined(__i386__)) && defined(__SSSE3__)
 
 #include <string.h>
@@ -17,56 +19,85 @@
 namespace pvx_draw {
 namespace {
 
-// p0 and p1 of a row from `p`; the two bytes above them are not used.
-inline int64_t sixBytes(const uint8_t *p, bool whole) {
-    uint64_t v = 0;
-    if (whole) {
-        memcpy(&v, p, 8);
-    } else {
-        uint32_t a;
-        uint16_t b;
-        memcpy(&a, p, 4);
-        memcpy(&b, p + 4, 2);
-        v = a | static_cast<uint64_t>(b) << 32;
-    }
-    return static_cast<int64_t>(v);
-}
-
-// One pixel's taps on one output row: the top row at its column, the
-// weights, and whether 8 bytes may be loaded there.
+// One pixel's taps: its top-left tap in the source, weights, and whether 8
+// bytes may be loaded there.
 struct Tap {
     const uint8_t *p;
     int32_t fx, fy;
     bool whole;
 };
 
-// 6 output bytes of two pixels (8 written).
-template <bool Round>
-inline void twoPixels(uint8_t *out, const Tap &a, const Tap &b, ptrdiff_t pitch) {
-    const __m128i pairs = _mm_setr_epi8(0, 3, 1, 4, 2, 5, 8, 11, 9, 12, 10, 13, -128, -128, -128, -128);
-    const __m128i top = _mm_set_epi64x(sixBytes(b.p, b.whole), sixBytes(a.p, a.whole));
-    const __m128i bottom = _mm_set_epi64x(sixBytes(b.p + pitch, b.whole), sixBytes(a.p + pitch, a.whole));
-    const int16_t wa = static_cast<int16_t>((16 - a.fx) | a.fx << 8), wb = static_cast<int16_t>((16 - b.fx) | b.fx << 8);
-    const __m128i wx = _mm_setr_epi16(wa, wa, wa, wb, wb, wb, 0, 0);
-    const __m128i t = _mm_maddubs_epi16(_mm_shuffle_epi8(top, pairs), wx);
-    const __m128i u = _mm_maddubs_epi16(_mm_shuffle_epi8(bottom, pairs), wx);
-    const int16_t fa = static_cast<int16_t>(a.fy), fb = static_cast<int16_t>(b.fy);
-    const __m128i fy = _mm_setr_epi16(fa, fa, fa, fb, fb, fb, 0, 0);
-    __m128i v = _mm_add_epi16(_mm_mullo_epi16(t, _mm_sub_epi16(_mm_set1_epi16(16), fy)), _mm_mullo_epi16(u, fy));
-    if constexpr (Round) v = _mm_add_epi16(v, _mm_set1_epi16(128));
-    v = _mm_srli_epi16(v, 8);
-    _mm_storel_epi64(reinterpret_cast<__m128i *>(out), _mm_packus_epi16(v, v));
+// p0 and p1 of a row (bytes 0..5) from `p`; bytes 6 and 7 are not used.
+inline __m128i sixBytes(const uint8_t *p, bool whole) {
+    if (whole) return _mm_loadl_epi64(reinterpret_cast<const __m128i *>(p));
+    alignas(8) uint8_t b[8] = {0};
+    memcpy(b, p, 6);
+    return _mm_loadl_epi64(reinterpret_cast<const __m128i *>(b));
 }
 
+// Horizontal sums of two pixels on the row `offset` bytes below their taps:
+// words 0..2 the first pixel's channels, 4..6 the second's.
+inline __m128i rowSums(const Tap &a, const Tap &b, ptrdiff_t offset, __m128i wx) {
+    const __m128i pairs = _mm_setr_epi8(0, 3, 1, 4, 2, 5, -128, -128, 8, 11, 9, 12, 10, 13, -128, -128);
+    const __m128i v = _mm_unpacklo_epi64(sixBytes(a.p + offset, a.whole), sixBytes(b.p + offset, b.whole));
+    return _mm_maddubs_epi16(_mm_shuffle_epi8(v, pairs), wx);
+}
+inline __m128i twoWords(int32_t a, int32_t b) {
+    return _mm_unpacklo_epi64(_mm_set1_epi16(static_cast<int16_t>(a)), _mm_set1_epi16(static_cast<int16_t>(b)));
+}
 template <bool Round>
-inline void drawGroup(uint8_t *d, const Tap *taps, ptrdiff_t pitch) {
-    alignas(16) uint8_t block[56];
-    for (int i = 0; i < 16; i += 2) twoPixels<Round>(block + 3 * i, taps[i], taps[i + 1], pitch);
-    memcpy(d, block, 48);
+inline __m128i blend(__m128i top, __m128i bottom, __m128i fy) {
+    __m128i v = _mm_add_epi16(_mm_mullo_epi16(top, _mm_sub_epi16(_mm_set1_epi16(16), fy)), _mm_mullo_epi16(bottom, fy));
+    if constexpr (Round) v = _mm_add_epi16(v, _mm_set1_epi16(128));
+    return _mm_srli_epi16(v, 8);
+}
+// Four pixels' words (two registers of two) to 12 bytes at `out` (16 written).
+inline void store12(uint8_t *out, __m128i ab, __m128i cd) {
+    const __m128i compact = _mm_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -128, -128, -128, -128);
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(out), _mm_shuffle_epi8(_mm_packus_epi16(ab, cd), compact));
+}
+
+// 16 pixels of row y from `t0` and, with `t1` null, of row y+1 from the
+// rows below the same taps (d1); with `t1`, row y+1 from its own taps.
+template <bool Round>
+inline void drawGroup(uint8_t *d0, uint8_t *d1, const Tap *t0, const Tap *t1, ptrdiff_t pitch) {
+    alignas(16) uint8_t b0[64], b1[64];
+    for (int q = 0; q < 16; q += 4) {
+        __m128i o0[2] = {_mm_setzero_si128(), _mm_setzero_si128()}, o1[2] = {o0[0], o0[0]};
+        for (int h = 0; h < 2; ++h) {
+            const Tap &a = t0[q + 2 * h], &b = t0[q + 2 * h + 1];
+            const __m128i wx = twoWords((16 - a.fx) | a.fx << 8, (16 - b.fx) | b.fx << 8);
+            const __m128i fy = twoWords(a.fy, b.fy);
+            if (d0 != nullptr || t1 == nullptr) {   // t0 are taps of a drawn row
+                const __m128i mid = rowSums(a, b, pitch, wx);
+                if (d0 != nullptr) o0[h] = blend<Round>(rowSums(a, b, 0, wx), mid, fy);
+                if (d1 != nullptr && t1 == nullptr) o1[h] = blend<Round>(mid, rowSums(a, b, 2 * pitch, wx), fy);
+            }
+            if (d1 != nullptr && t1 != nullptr) {
+                const Tap &c = t1[q + 2 * h], &e = t1[q + 2 * h + 1];
+                const __m128i wx1 = twoWords((16 - c.fx) | c.fx << 8, (16 - e.fx) | e.fx << 8);
+                o1[h] = blend<Round>(rowSums(c, e, 0, wx1), rowSums(c, e, pitch, wx1), twoWords(c.fy, e.fy));
+            }
+        }
+        if (d0 != nullptr) store12(b0 + 3 * q, o0[0], o0[1]);
+        if (d1 != nullptr) store12(b1 + 3 * q, o1[0], o1[1]);
+    }
+    if (d0 != nullptr) memcpy(d0, b0, 48);
+    if (d1 != nullptr) memcpy(d1, b1, 48);
 }
 
 // Column just past the taps of a row whose pixels sit at x and x + (n-1)*ux.
 inline int64_t lastTapColumn(int64_t x, int64_t last) { return ((x > x + last ? x : x + last) >> 15) + 1; }
+
+// Taps of 16 pixels at (px, py) + i * (ux, uy).
+inline void linearTaps(const SpanArgs &a, int32_t px, int32_t py, int64_t hi, Tap *t) {
+    const SrcPlanes &s = *a.src;
+    for (int i = 0; i < 16; ++i, px = laneAdd(px, a.ux), py = laneAdd(py, a.uy)) {
+        const int32_t x = px >> 15;
+        t[i] = Tap{s.y + static_cast<ptrdiff_t>(py >> 15) * s.yPitch + static_cast<ptrdiff_t>(x) * 3, (px >> 11) & 15,
+                   (py >> 11) & 15, x + 2 <= hi};
+    }
+}
 
 template <int K>
 int32_t rgbLeaf(const SpanArgs &a) {
@@ -74,6 +105,8 @@ int32_t rgbLeaf(const SpanArgs &a) {
     const int32_t groups = a.n >> 4;
     if (groups == 0) return 0;
     const SrcPlanes &s = *a.src;
+    // Row y+1 reads the rows below row y's taps unless it has its own.
+    const bool own1 = K != kSpanNoRot && a.dy1 != nullptr && !(a.hx == 0 && a.hy == 32768);
     // An 8-byte load at column x reads to byte 3x + 7: inside the taps
     // while x + 2 is still a tap column.
     int64_t hi = INT64_MIN;
@@ -82,41 +115,32 @@ int32_t rgbLeaf(const SpanArgs &a) {
         hi = (p0 > p1 ? p0 : p1) + 1;
     } else {
         const int64_t last = static_cast<int64_t>(a.n - 1) * a.ux;
-        if (a.dy0 != nullptr) hi = lastTapColumn(a.sx, last);
-        if (a.dy1 != nullptr) {
+        if (a.dy0 != nullptr || !own1) hi = lastTapColumn(a.sx, last);
+        if (own1) {
             const int64_t h1 = lastTapColumn(static_cast<int64_t>(a.sx) + a.hx, last);
             hi = hi > h1 ? hi : h1;
         }
     }
-    Tap taps[16];
+    Tap t0[16], t1[16];
     for (int32_t g = 0; g < groups; ++g) {
         const int32_t k = 16 * g;
-        for (int row = 0; row < 2; ++row) {
-            uint8_t *d = row == 0 ? a.dy0 : a.dy1;
-            if (d == nullptr) continue;
-            if constexpr (K == kSpanNoRot) {
-                const int32_t group = laneAdd(a.sx, laneMul(k, a.ux)) >> 11;
-                const int32_t r = (a.sy >> 15) + row, fy = (a.sy >> 11) & 15;
-                const uint8_t *base = s.y + static_cast<ptrdiff_t>(r) * s.yPitch;
-                for (int i = 0; i < 16; ++i) {
-                    const int32_t p16 = laneAdd(group, a.off16[i]);
-                    const int32_t x = p16 >> 4;
-                    taps[i] = Tap{base + static_cast<ptrdiff_t>(x) * 3, p16 & 15, fy, x + 2 <= hi};
-                }
-            } else {
-                int32_t px = laneAdd(a.sx, laneMul(k, a.ux)), py = laneAdd(a.sy, laneMul(k, a.uy));
-                if (row == 1) {
-                    px = laneAdd(px, a.hx);
-                    py = laneAdd(py, a.hy);
-                }
-                for (int i = 0; i < 16; ++i, px = laneAdd(px, a.ux), py = laneAdd(py, a.uy)) {
-                    const int32_t x = px >> 15;
-                    taps[i] = Tap{s.y + static_cast<ptrdiff_t>(py >> 15) * s.yPitch + static_cast<ptrdiff_t>(x) * 3,
-                                  (px >> 11) & 15, (py >> 11) & 15, x + 2 <= hi};
-                }
+        if constexpr (K == kSpanNoRot) {
+            const int32_t group = laneAdd(a.sx, laneMul(k, a.ux)) >> 11;
+            const int32_t fy = (a.sy >> 11) & 15;
+            const uint8_t *base = s.y + static_cast<ptrdiff_t>(a.sy >> 15) * s.yPitch;
+            for (int i = 0; i < 16; ++i) {
+                const int32_t p16 = laneAdd(group, a.off16[i]);
+                const int32_t x = p16 >> 4;
+                t0[i] = Tap{base + static_cast<ptrdiff_t>(x) * 3, p16 & 15, fy, x + 2 <= hi};
             }
-            drawGroup<kRound>(d + static_cast<ptrdiff_t>(a.dx + k) * 3, taps, s.yPitch);
+        } else {
+            const int32_t px = laneAdd(a.sx, laneMul(k, a.ux)), py = laneAdd(a.sy, laneMul(k, a.uy));
+            linearTaps(a, px, py, hi, t0);
+            if (own1) linearTaps(a, laneAdd(px, a.hx), laneAdd(py, a.hy), hi, t1);
         }
+        const ptrdiff_t o = static_cast<ptrdiff_t>(a.dx + k) * 3;
+        drawGroup<kRound>(a.dy0 != nullptr ? a.dy0 + o : nullptr, a.dy1 != nullptr ? a.dy1 + o : nullptr, t0,
+                          own1 ? t1 : nullptr, s.yPitch);
     }
     return 16 * groups;
 }
