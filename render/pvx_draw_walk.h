@@ -192,36 +192,6 @@ void pairDestinations(const Cell &c, int64_t p, SpanArgs *a) {
 }
 
 // ---------------------------------------------------------------------------
-// Prefetch of the source lines a row pair reads, issued one pair ahead: a
-// cell walks short runs of many rows, which the hardware's stream
-// prefetchers do not anticipate. The run is bounded by the pair's first and
-// last positions along x (clamped to the image); rows r .. r + 2 of luma
-// and, for 4:2:0 chroma, the pair's two chroma rows.
-
-inline void prefetchRun(const uint8_t *plane, ptrdiff_t pitch, int32_t rows, int64_t row, int64_t from, int64_t to,
-                        int64_t count) {
-    for (int64_t r = row; r < row + count; ++r) {
-        if (r < 0 || r >= rows) continue;
-        const uint8_t *line = plane + static_cast<ptrdiff_t>(r) * pitch;
-        for (int64_t b = from; b <= to; b += 64) __builtin_prefetch(line + b);
-        __builtin_prefetch(line + to);
-    }
-}
-
-template <class L>
-inline void prefetchPair(const Cell &c, int32_t sx, int32_t sy, int32_t ux) {
-    const int64_t xa = sx >> 15, xb = (static_cast<int64_t>(sx) + (c.w - 1) * static_cast<int64_t>(ux)) >> 15;
-    const int64_t x0 = max64(0, min64(xa, xb)), x1 = min64(static_cast<int64_t>(c.s.w) - 1, max64(xa, xb) + 1);
-    if (x0 > x1) return;
-    prefetchRun(c.s.y, c.s.yPitch, c.s.h, sy >> 15, x0 * L::kYStride, x1 * L::kYStride + L::kYStride - 1, 3);
-    if constexpr (L::kChroma == kChroma420) {
-        const int64_t from = (x0 >> 1) * L::kCStride, to = min64(static_cast<int64_t>(c.s.cw) - 1, (x1 >> 1) + 1) * L::kCStride;
-        prefetchRun(c.s.c0, c.s.c0Pitch, c.s.ch, sy >> 16, from, to, 2);
-        if constexpr (L::kPlanes == kThreePlanes) prefetchRun(c.s.c1, c.s.c1Pitch, c.s.ch, sy >> 16, from, to, 2);
-    }
-}
-
-// ---------------------------------------------------------------------------
 // The three sampling kernels.
 //
 // General: row starts from the left edge (TL advanced per pair by
@@ -289,7 +259,6 @@ pvx_Result drawCell(const pvx_Renderer2_DrawArg *arg) {
     }
     for (int64_t p = c.pBegin; p < c.pEnd; ++p) {
         const int32_t sx = wadd(c.tlx, wmul(p, c.dsx0)), sy = wadd(c.tly, wmul(p, c.dsy0));
-        if (p + 1 < c.pEnd) prefetchPair<L>(c, wadd(sx, c.dsx0), wadd(sy, c.dsy0), K == kGeneral ? q31ToQ15(uxT) : ux);
         if constexpr (K == kGeneral) {
             ux = q31ToQ15(uxT + p * dux);
             uy = q31ToQ15(uyT + p * duy);
