@@ -163,6 +163,56 @@ inline bool planLinear(const SpanArgs &a, int32_t pairBytes, int32_t chromaReach
     return true;
 }
 
+// ---------------------------------------------------------------------------
+// The group loops shared by every instruction set: a leaf supplies only the
+// arithmetic of one 16-pixel group.
+
+// Unrotated: group k (a multiple of 16) starts at 1/16 position G.
+template <class Draw>
+inline int32_t forEachNoRotGroup(const SpanArgs &a, const NoRotPlan &p, Draw &&draw) {
+    for (int32_t g = 0; g < p.groups; ++g) {
+        const int32_t k = 16 * g;
+        draw(k, laneAdd(a.sx, laneMul(k, a.ux)) >> 11);
+    }
+    return 16 * p.groups;
+}
+
+// General and parallelogram: one group as the loop hands it to a leaf.
+struct LinearGroup {
+    int32_t k;               // first pixel of the group in the span
+    int32_t x0, y0, x1, y1;  // Q15 position of that pixel on rows y and y+1
+    uint8_t *d0, *d1;        // luma destinations of the group, or null
+    bool own1;               // row y+1 has taps of its own (not the rows below row y's)
+    int32_t low0, spread0;   // lane rows of row y: low0 .. low0 + spread0 from y0 >> 15
+    int32_t low1, spread1;   // the same for row y+1 when it has its own taps
+    int32_t clow, cspread;   // chroma rows, from y0 >> 16
+};
+
+// Positions and the lane-row checks; a group whose rows spread too far ends
+// the leaf's part of the span (the C reference draws the rest). Returns the
+// pixels drawn.
+template <class Draw>
+inline int32_t forEachLinearGroup(const SpanArgs &a, const LinearPlan &p, Draw &&draw) {
+    for (int32_t g = 0; g < p.groups; ++g) {
+        LinearGroup q;
+        q.k = 16 * g;
+        q.x0 = laneAdd(a.sx, laneMul(q.k, a.ux));
+        q.y0 = laneAdd(a.sy, laneMul(q.k, a.uy));
+        q.x1 = laneAdd(q.x0, a.hx);
+        q.y1 = laneAdd(q.y0, a.hy);
+        q.own1 = !p.shared && a.dy1 != nullptr;
+        q.low0 = q.spread0 = q.low1 = q.spread1 = q.clow = q.cspread = 0;
+        if (!laneRows(q.y0, a.uy, &q.low0, &q.spread0) || (q.own1 && !laneRows(q.y1, a.uy, &q.low1, &q.spread1)) ||
+            (p.chroma && !chromaRows(p.par, q.y0, a.uy, &q.clow, &q.cspread)))
+            return q.k;
+        q.d0 = a.dy0 != nullptr ? a.dy0 + a.dx + q.k : nullptr;
+        q.d1 = a.dy1 != nullptr ? a.dy1 + a.dx + q.k : nullptr;
+        draw(q);
+    }
+    return 16 * p.groups;
+}
+
+
 // Whether the W bytes at column `base` lie in [lo, hi]. Otherwise, when
 // [lo, hi] holds 16 bytes, the leaf loads the 16 bytes of [lo, hi] nearest
 // to the window and moves them into place with a byte shuffle whose indices
