@@ -252,7 +252,7 @@ TEST_P(SpanLeaves, MatchTheReferenceAtEveryLevel) {
             Dest want(width), got(width);
             ASSERT_EQ(c.a.n, run(c, reference, reference, s, want));
             const int32_t done = run(c, t.leaf[family][kind], reference, s, got);
-            ASSERT_EQ(0, done % 16) << describe(c);
+            ASSERT_TRUE(done % 16 == 0 || done == c.a.n) << describe(c);   // a C slot draws it all
             ASSERT_LE(done, c.a.n) << describe(c);
             drawn += done > 0;
             ++spans;
