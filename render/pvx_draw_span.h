@@ -74,5 +74,6 @@ SpanLeaf drawSpanLeaf(SpanFamily family, SpanKind kind);
 void initDrawSpansSsse3(DrawSpanTable *t);
 void initDrawSpansRgbSsse3(DrawSpanTable *t);
 void initDrawSpansNeon(DrawSpanTable *t);
+void initDrawSpansRgbNeon(DrawSpanTable *t);
 
 }  // namespace pvx_draw

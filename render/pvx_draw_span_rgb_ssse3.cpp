@@ -19,14 +19,6 @@
 namespace pvx_draw {
 namespace {
 
-// One pixel's taps: its top-left tap in the source, weights, and whether 8
-// bytes may be loaded there.
-struct Tap {
-    const uint8_t *p;
-    int32_t fx, fy;
-    bool whole;
-};
-
 // p0 and p1 of a row (bytes 0..5) from `p`; bytes 6 and 7 are not used.
 inline __m128i sixBytes(const uint8_t *p, bool whole) {
     if (whole) return _mm_loadl_epi64(reinterpret_cast<const __m128i *>(p));
@@ -59,8 +51,9 @@ inline void store12(uint8_t *out, __m128i ab, __m128i cd) {
 
 // 16 pixels of row y from `t0` and, with `t1` null, of row y+1 from the
 // rows below the same taps (d1); with `t1`, row y+1 from its own taps.
+struct RgbSsse3 {
 template <bool Round>
-inline void drawGroup(uint8_t *d0, uint8_t *d1, const Tap *t0, const Tap *t1, ptrdiff_t pitch) {
+static void drawGroup(uint8_t *d0, uint8_t *d1, const Tap *t0, const Tap *t1, ptrdiff_t pitch) {
     alignas(16) uint8_t b0[64], b1[64];
     for (int q = 0; q < 16; q += 4) {
         __m128i o0[2] = {_mm_setzero_si128(), _mm_setzero_si128()}, o1[2] = {o0[0], o0[0]};
@@ -85,72 +78,14 @@ inline void drawGroup(uint8_t *d0, uint8_t *d1, const Tap *t0, const Tap *t1, pt
     if (d0 != nullptr) memcpy(d0, b0, 48);
     if (d1 != nullptr) memcpy(d1, b1, 48);
 }
-
-// Column just past the taps of a row whose pixels sit at x and x + (n-1)*ux.
-inline int64_t lastTapColumn(int64_t x, int64_t last) { return ((x > x + last ? x : x + last) >> 15) + 1; }
-
-// Taps of 16 pixels at (px, py) + i * (ux, uy).
-inline void linearTaps(const SpanArgs &a, int32_t px, int32_t py, int64_t hi, Tap *t) {
-    const SrcPlanes &s = *a.src;
-    for (int i = 0; i < 16; ++i, px = laneAdd(px, a.ux), py = laneAdd(py, a.uy)) {
-        const int32_t x = px >> 15;
-        t[i] = Tap{s.y + static_cast<ptrdiff_t>(py >> 15) * s.yPitch + static_cast<ptrdiff_t>(x) * 3, (px >> 11) & 15,
-                   (py >> 11) & 15, x + 2 <= hi};
-    }
-}
-
-template <int K>
-int32_t rgbLeaf(const SpanArgs &a) {
-    constexpr bool kRound = K != kSpanGeneral;
-    const int32_t groups = a.n >> 4;
-    if (groups == 0) return 0;
-    const SrcPlanes &s = *a.src;
-    // Row y+1 reads the rows below row y's taps unless it has its own.
-    const bool own1 = K != kSpanNoRot && a.dy1 != nullptr && !(a.hx == 0 && a.hy == 32768);
-    // An 8-byte load at column x reads to byte 3x + 7: inside the taps
-    // while x + 2 is still a tap column.
-    int64_t hi = INT64_MIN;
-    if constexpr (K == kSpanNoRot) {
-        const int32_t p0 = noRotP16(a, 0) >> 4, p1 = noRotP16(a, a.n - 1) >> 4;
-        hi = (p0 > p1 ? p0 : p1) + 1;
-    } else {
-        const int64_t last = static_cast<int64_t>(a.n - 1) * a.ux;
-        if (a.dy0 != nullptr || !own1) hi = lastTapColumn(a.sx, last);
-        if (own1) {
-            const int64_t h1 = lastTapColumn(static_cast<int64_t>(a.sx) + a.hx, last);
-            hi = hi > h1 ? hi : h1;
-        }
-    }
-    Tap t0[16], t1[16];
-    for (int32_t g = 0; g < groups; ++g) {
-        const int32_t k = 16 * g;
-        if constexpr (K == kSpanNoRot) {
-            const int32_t group = laneAdd(a.sx, laneMul(k, a.ux)) >> 11;
-            const int32_t fy = (a.sy >> 11) & 15;
-            const uint8_t *base = s.y + static_cast<ptrdiff_t>(a.sy >> 15) * s.yPitch;
-            for (int i = 0; i < 16; ++i) {
-                const int32_t p16 = laneAdd(group, a.off16[i]);
-                const int32_t x = p16 >> 4;
-                t0[i] = Tap{base + static_cast<ptrdiff_t>(x) * 3, p16 & 15, fy, x + 2 <= hi};
-            }
-        } else {
-            const int32_t px = laneAdd(a.sx, laneMul(k, a.ux)), py = laneAdd(a.sy, laneMul(k, a.uy));
-            linearTaps(a, px, py, hi, t0);
-            if (own1) linearTaps(a, laneAdd(px, a.hx), laneAdd(py, a.hy), hi, t1);
-        }
-        const ptrdiff_t o = static_cast<ptrdiff_t>(a.dx + k) * 3;
-        drawGroup<kRound>(a.dy0 != nullptr ? a.dy0 + o : nullptr, a.dy1 != nullptr ? a.dy1 + o : nullptr, t0,
-                          own1 ? t1 : nullptr, s.yPitch);
-    }
-    return 16 * groups;
-}
+};
 
 }  // namespace
 
 void initDrawSpansRgbSsse3(DrawSpanTable *t) {
-    t->leaf[kSpanRgb][kSpanGeneral] = rgbLeaf<kSpanGeneral>;
-    t->leaf[kSpanRgb][kSpanParallel] = rgbLeaf<kSpanParallel>;
-    t->leaf[kSpanRgb][kSpanNoRot] = rgbLeaf<kSpanNoRot>;
+    t->leaf[kSpanRgb][kSpanGeneral] = rgbGroups<RgbSsse3, kSpanGeneral>;
+    t->leaf[kSpanRgb][kSpanParallel] = rgbGroups<RgbSsse3, kSpanParallel>;
+    t->leaf[kSpanRgb][kSpanNoRot] = rgbGroups<RgbSsse3, kSpanNoRot>;
 }
 
 }  // namespace pvx_draw

@@ -50,7 +50,10 @@ void fillDrawSpanTable(DrawSpanTable *t, uint32_t cpuFlags) {
         initDrawSpansRgbSsse3(t);
     }
 #elif defined(__ARM_NEON)
-    if (cpuFlags & PVX_CPU_NEON) initDrawSpansNeon(t);
+    if (cpuFlags & PVX_CPU_NEON) {
+        initDrawSpansNeon(t);
+        initDrawSpansRgbNeon(t);
+    }
 #else
     (void)cpuFlags;
 #endif
