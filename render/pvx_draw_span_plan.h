@@ -77,7 +77,7 @@ inline bool planNoRot(const SpanArgs &a, int32_t pairBytes, int32_t chromaReach,
 // 16-bit lanes give the 1/16 positions exactly, relative to X0 >> 15.
 
 // Rows a group may span (lane rows differing by at most this) in the leaves.
-constexpr int32_t kMaxRowSpread = 2;
+constexpr int32_t kMaxRowSpread = 4;
 
 struct LinearPlan {
     int32_t groups;              // whole 16-pixel groups in the span
