@@ -280,8 +280,8 @@ int32_t rgbGroups(const SpanArgs &a) {
             if (own1) linearTaps(a, laneAdd(px, a.hx), laneAdd(py, a.hy), hi, t1);
         }
         const ptrdiff_t o = static_cast<ptrdiff_t>(a.dx + k) * 3;
-        Arith::template drawGroup<kRound>(a.dy0 != nullptr ? a.dy0 + o : nullptr, a.dy1 != nullptr ? a.dy1 + o : nullptr, t0,
-                          own1 ? t1 : nullptr, s.yPitch);
+        uint8_t *d0 = a.dy0 != nullptr ? a.dy0 + o : nullptr, *d1 = a.dy1 != nullptr ? a.dy1 + o : nullptr;
+        Arith::template drawGroup<kRound>(d0, d1, t0, own1 ? t1 : nullptr, s.yPitch);
     }
     return 16 * groups;
 }
