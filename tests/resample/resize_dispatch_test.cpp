@@ -214,7 +214,7 @@ TEST(ResizeDispatch, BandsRefuseZeroDimensions) {
         pvx_Image d = b.img, s = a.img;
         int32_t *dims[4] = {&d.width, &d.height, &s.width, &s.height};
         *dims[which] = 0;
-        pvx_ResizeJob job = {&d, &s, scratch, 1, m};
+        pvx_ResizeJob job = {&d, &s, scratch, 1, m, pvx_ImageProc2_referenceLeaves()};
         EXPECT_EQ(pvx_ImageProc2_resizeBilinearBand(&job, 0), PVX_ERROR_FAIL);
         EXPECT_EQ(pvx_ImageProc2_shrinkHalfBand(&job, 0), PVX_ERROR_FAIL);
     }
