@@ -7,7 +7,7 @@ cd "$(dirname "$0")/.."
 . tools/ensure-packages.sh
 ensure_packages cmake ninja-build g++ clang libclang-rt-14-dev googletest libgtest-dev \
     libbenchmark-dev libpng-dev libjpeg62-turbo-dev pkg-config binutils file \
-    g++-arm-linux-gnueabihf qemu-user
+    g++-arm-linux-gnueabihf qemu-user libopencv-dev g++-aarch64-linux-gnu
 
 jobs=$(nproc)
 build_and_test() {
@@ -26,4 +26,10 @@ build_and_test tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DPVX_SANITIZE=thread \
     -DPVX_TEST_MODULES=runtime -DPVX_BUILD_TOOLS=OFF
 build_and_test arm -DCMAKE_BUILD_TYPE=Release -DCMAKE_TOOLCHAIN_FILE=cmake/arm-linux-gnueabihf.cmake \
     -DPVX_BUILD_TOOLS=OFF
+
+# --- SIMD leaves on 64-bit Arm: the equality program under qemu-aarch64 ---
+build_and_test aarch64 -DCMAKE_BUILD_TYPE=Release -DCMAKE_TOOLCHAIN_FILE=cmake/aarch64-linux-gnu.cmake \
+    -DPVX_BUILD_TOOLS=OFF -DPVX_TEST_MODULES=simd
+# --- end of the aarch64 leg ---
+
 echo "All builds passed."
