@@ -1,4 +1,4 @@
-// NEON twins of the bilinear 4:2:0 spans (luma and chroma): unrotated,
+// NEON leaves of the bilinear 4:2:0 spans (luma and chroma): unrotated,
 // general and parallelogram.
 //
 // A 16-pixel group's taps lie within 32 bytes of its first pixel's column:
@@ -151,7 +151,7 @@ int32_t noRotSemiplanar(const SpanArgs &a, const NoRotPlan &p) {
     const uint8x8_t alternate = vreinterpret_u8_u16(vdup_n_u16(0x0100));  // 0, 1, 0, 1, ...
     for (int32_t g = 0; g < p.groups; ++g) {
         const int32_t k = 16 * g;
-        const int32_t G = twinAdd(a.sx, twinMul(k, a.ux)) >> 11;
+        const int32_t G = laneAdd(a.sx, laneMul(k, a.ux)) >> 11;
         lumaGroupRows<Wide>(a, p, lumaGroup(o.lo, o.hi, G & 15), G >> 4, k);
         if (!p.chroma) continue;
         // Output byte b is channel b & 1 of chroma pixel b >> 1: taps at
@@ -183,7 +183,7 @@ int32_t noRotPlanar(const SpanArgs &a, const NoRotPlan &p) {
     const uint8_t *v0 = s.c1 + static_cast<ptrdiff_t>(p.cr) * s.c1Pitch, *v1 = v0 + s.c1Pitch;
     for (int32_t g = 0; g < p.groups; ++g) {
         const int32_t k = 16 * g;
-        const int32_t G = twinAdd(a.sx, twinMul(k, a.ux)) >> 11;
+        const int32_t G = laneAdd(a.sx, laneMul(k, a.ux)) >> 11;
         lumaGroupRows<Wide>(a, p, lumaGroup(o.lo, o.hi, G & 15), G >> 4, k);
         if (!p.chroma) continue;
         uint8x8_t idx, f;
@@ -340,8 +340,8 @@ int32_t linearSpan(const SpanArgs &a, const LinearPlan &p) {
     uint16x8_t h[kMaxRowSpread + 3][2];
     for (int32_t g = 0; g < p.groups; ++g) {
         const int32_t k = 16 * g;
-        const int32_t x0 = twinAdd(a.sx, twinMul(k, a.ux)), y0 = twinAdd(a.sy, twinMul(k, a.uy));
-        const int32_t x1 = twinAdd(x0, a.hx), y1 = twinAdd(y0, a.hy);
+        const int32_t x0 = laneAdd(a.sx, laneMul(k, a.ux)), y0 = laneAdd(a.sy, laneMul(k, a.uy));
+        const int32_t x1 = laneAdd(x0, a.hx), y1 = laneAdd(y0, a.hy);
         const bool own1 = !p.shared && a.dy1 != nullptr;
         int32_t low0 = 0, spread0 = 0, low1 = 0, spread1 = 0, clow = 0, cspread = 0;
         if (!laneRows(y0, a.uy, &low0, &spread0) || (own1 && !laneRows(y1, a.uy, &low1, &spread1)) ||
@@ -409,29 +409,39 @@ int32_t linearSpan(const SpanArgs &a, const LinearPlan &p) {
 }
 
 template <bool Round, bool Planar>
-int32_t linearTwin(const SpanArgs &a) {
+int32_t linearLeaf(const SpanArgs &a) {
     LinearPlan p;
     if (!planLinear(a, Planar ? 1 : 2, Planar ? 15 : 31, &p)) return 0;
     return p.wideLuma ? linearSpan<true, Round, Planar>(a, p) : linearSpan<false, Round, Planar>(a, p);
 }
-}  // namespace
 
-int32_t spanNoRotSemiplanarNeon(const SpanArgs &a) {
+int32_t leafNoRotSemiplanarNeon(const SpanArgs &a) {
     NoRotPlan p;
     if (!planNoRot(a, 2, 31, &p)) return 0;
     return p.wideLuma ? noRotSemiplanar<true>(a, p) : noRotSemiplanar<false>(a, p);
 }
 
-int32_t spanNoRotPlanarNeon(const SpanArgs &a) {
+int32_t leafNoRotPlanarNeon(const SpanArgs &a) {
     NoRotPlan p;
     if (!planNoRot(a, 1, 15, &p)) return 0;
     return p.wideLuma ? noRotPlanar<true>(a, p) : noRotPlanar<false>(a, p);
 }
 
-int32_t spanGeneralSemiplanarNeon(const SpanArgs &a) { return linearTwin<false, false>(a); }
-int32_t spanGeneralPlanarNeon(const SpanArgs &a) { return linearTwin<false, true>(a); }
-int32_t spanParallelSemiplanarNeon(const SpanArgs &a) { return linearTwin<true, false>(a); }
-int32_t spanParallelPlanarNeon(const SpanArgs &a) { return linearTwin<true, true>(a); }
+int32_t leafGeneralSemiplanarNeon(const SpanArgs &a) { return linearLeaf<false, false>(a); }
+int32_t leafGeneralPlanarNeon(const SpanArgs &a) { return linearLeaf<false, true>(a); }
+int32_t leafParallelSemiplanarNeon(const SpanArgs &a) { return linearLeaf<true, false>(a); }
+int32_t leafParallelPlanarNeon(const SpanArgs &a) { return linearLeaf<true, true>(a); }
+
+}  // namespace
+
+void initDrawSpansNeon(DrawSpanTable *t) {
+    t->leaf[kSpanSemiplanar][kSpanGeneral] = leafGeneralSemiplanarNeon;
+    t->leaf[kSpanSemiplanar][kSpanParallel] = leafParallelSemiplanarNeon;
+    t->leaf[kSpanSemiplanar][kSpanNoRot] = leafNoRotSemiplanarNeon;
+    t->leaf[kSpanPlanar][kSpanGeneral] = leafGeneralPlanarNeon;
+    t->leaf[kSpanPlanar][kSpanParallel] = leafParallelPlanarNeon;
+    t->leaf[kSpanPlanar][kSpanNoRot] = leafNoRotPlanarNeon;
+}
 
 }  // namespace pvx_draw
 

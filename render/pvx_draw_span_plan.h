@@ -1,11 +1,11 @@
-// What a vector twin of a span works out before its groups: the span's row
+// What a vector leaf of a span works out before its groups: the span's row
 // and weight constants (unrotated) or the split steps (general and
 // parallelogram), and per plane the range of columns the scalar span reads,
 // so that no vector load reaches outside them; then the windows that load
 // a row's bytes within that range.
 //
-// Included by the twin files only. Everything here has internal linkage, so
-// each twin file compiles its own copy with its own instruction-set flags.
+// Included by the leaf files only. Everything here has internal linkage, so
+// each leaf file compiles its own copy with its own instruction-set flags.
 #pragma once
 
 #include <stdint.h>
@@ -16,16 +16,16 @@
 namespace pvx_draw {
 namespace {
 
-inline int32_t twinAdd(int32_t a, int32_t b) {
+inline int32_t laneAdd(int32_t a, int32_t b) {
     return static_cast<int32_t>(static_cast<uint32_t>(a) + static_cast<uint32_t>(b));
 }
-inline int32_t twinMul(int32_t a, int32_t b) {
+inline int32_t laneMul(int32_t a, int32_t b) {
     return static_cast<int32_t>(static_cast<uint32_t>(a) * static_cast<uint32_t>(b));
 }
 
 // 1/16 luma position of pixel k of the span, as the scalar span forms it.
 inline int32_t noRotP16(const SpanArgs &a, int32_t k) {
-    return twinAdd(twinAdd(a.sx, twinMul(k & ~15, a.ux)) >> 11, a.off16[k & 15]);
+    return laneAdd(laneAdd(a.sx, laneMul(k & ~15, a.ux)) >> 11, a.off16[k & 15]);
 }
 
 struct NoRotPlan {
@@ -39,7 +39,7 @@ struct NoRotPlan {
     int32_t cr, cfy;             // chroma row and vertical weight
 };
 
-// False when the span does not suit the twin: no whole group, a backward
+// False when the span does not suit the leaf: no whole group, a backward
 // step, or a group whose taps reach past 32 luma bytes or `chromaReach`
 // chroma bytes (`pairBytes` bytes per chroma sample on the chroma row).
 inline bool planNoRot(const SpanArgs &a, int32_t pairBytes, int32_t chromaReach, NoRotPlan *p) {
@@ -76,7 +76,7 @@ inline bool planNoRot(const SpanArgs &a, int32_t pairBytes, int32_t chromaReach,
 // X >> 11 = H + i*uh + ((l + i*ul) >> 11), where l + i*ul < 32768 for i < 16:
 // 16-bit lanes give the 1/16 positions exactly, relative to X0 >> 15.
 
-// Rows a group may span (lane rows differing by at most this) in the twins.
+// Rows a group may span (lane rows differing by at most this) in the leaves.
 constexpr int32_t kMaxRowSpread = 2;
 
 struct LinearPlan {
@@ -116,7 +116,7 @@ inline bool chromaRows(int32_t par, int32_t y0, int32_t uy, int32_t *low, int32_
     return *spread <= kMaxRowSpread;
 }
 
-// False when the span does not suit the twin: no whole group, a backward
+// False when the span does not suit the leaf: no whole group, a backward
 // step along x, steps too large for a group's taps to fit the windows.
 inline bool planLinear(const SpanArgs &a, int32_t pairBytes, int32_t chromaReach, LinearPlan *p) {
     p->groups = a.n >> 4;
@@ -164,7 +164,7 @@ inline bool planLinear(const SpanArgs &a, int32_t pairBytes, int32_t chromaReach
 }
 
 // Whether the W bytes at column `base` lie in [lo, hi]. Otherwise, when
-// [lo, hi] holds 16 bytes, the twin loads the 16 bytes of [lo, hi] nearest
+// [lo, hi] holds 16 bytes, the leaf loads the 16 bytes of [lo, hi] nearest
 // to the window and moves them into place with a byte shuffle whose indices
 // come from kSlide (16 + shift onwards; 0x80 selects zero); else it copies
 // the part inside into a zeroed block (`windowPart`). The bytes outside are

@@ -1,4 +1,4 @@
-// SSSE3 twins of the bilinear 4:2:0 spans (luma and chroma): unrotated,
+// SSSE3 leaves of the bilinear 4:2:0 spans (luma and chroma): unrotated,
 // general and parallelogram.
 //
 // A 16-pixel group's taps lie within 32 bytes of its first pixel's column,
@@ -160,7 +160,7 @@ int32_t noRotSemiplanar(const SpanArgs &a, const NoRotPlan &p) {
     const uint8_t *c1 = c0 + s.c0Pitch;
     for (int32_t g = 0; g < p.groups; ++g) {
         const int32_t k = 16 * g;
-        const int32_t G = twinAdd(a.sx, twinMul(k, a.ux)) >> 11;
+        const int32_t G = laneAdd(a.sx, laneMul(k, a.ux)) >> 11;
         lumaGroupRows<Wide>(a, p, lumaGroup(o.lo, o.hi, G & 15, Wide), G >> 4, k);
         if (!p.chroma) continue;
         // Output byte b is channel b & 1 of chroma pixel b >> 1: taps at
@@ -193,7 +193,7 @@ int32_t noRotPlanar(const SpanArgs &a, const NoRotPlan &p) {
     const uint8_t *v0 = s.c1 + static_cast<ptrdiff_t>(p.cr) * s.c1Pitch, *v1 = v0 + s.c1Pitch;
     for (int32_t g = 0; g < p.groups; ++g) {
         const int32_t k = 16 * g;
-        const int32_t G = twinAdd(a.sx, twinMul(k, a.ux)) >> 11;
+        const int32_t G = laneAdd(a.sx, laneMul(k, a.ux)) >> 11;
         lumaGroupRows<Wide>(a, p, lumaGroup(o.lo, o.hi, G & 15, Wide), G >> 4, k);
         if (!p.chroma) continue;
         __m128i idx, f;
@@ -353,8 +353,8 @@ int32_t linearSpan(const SpanArgs &a, const LinearPlan &p) {
     __m128i h[kMaxRowSpread + 3][2];
     for (int32_t g = 0; g < p.groups; ++g) {
         const int32_t k = 16 * g;
-        const int32_t x0 = twinAdd(a.sx, twinMul(k, a.ux)), y0 = twinAdd(a.sy, twinMul(k, a.uy));
-        const int32_t x1 = twinAdd(x0, a.hx), y1 = twinAdd(y0, a.hy);
+        const int32_t x0 = laneAdd(a.sx, laneMul(k, a.ux)), y0 = laneAdd(a.sy, laneMul(k, a.uy));
+        const int32_t x1 = laneAdd(x0, a.hx), y1 = laneAdd(y0, a.hy);
         const bool own1 = !p.shared && a.dy1 != nullptr;
         int32_t low0 = 0, spread0 = 0, low1 = 0, spread1 = 0, clow = 0, cspread = 0;
         if (!laneRows(y0, a.uy, &low0, &spread0) || (own1 && !laneRows(y1, a.uy, &low1, &spread1)) ||
@@ -425,29 +425,39 @@ int32_t linearSpan(const SpanArgs &a, const LinearPlan &p) {
 }
 
 template <bool Round, bool Planar>
-int32_t linearTwin(const SpanArgs &a) {
+int32_t linearLeaf(const SpanArgs &a) {
     LinearPlan p;
     if (!planLinear(a, Planar ? 1 : 2, Planar ? 15 : 31, &p)) return 0;
     return p.wideLuma ? linearSpan<true, Round, Planar>(a, p) : linearSpan<false, Round, Planar>(a, p);
 }
-}  // namespace
 
-int32_t spanNoRotSemiplanarSsse3(const SpanArgs &a) {
+int32_t leafNoRotSemiplanar(const SpanArgs &a) {
     NoRotPlan p;
     if (!planNoRot(a, 2, 31, &p)) return 0;
     return p.wideLuma ? noRotSemiplanar<true>(a, p) : noRotSemiplanar<false>(a, p);
 }
 
-int32_t spanNoRotPlanarSsse3(const SpanArgs &a) {
+int32_t leafNoRotPlanar(const SpanArgs &a) {
     NoRotPlan p;
     if (!planNoRot(a, 1, 15, &p)) return 0;
     return p.wideLuma ? noRotPlanar<true>(a, p) : noRotPlanar<false>(a, p);
 }
 
-int32_t spanGeneralSemiplanarSsse3(const SpanArgs &a) { return linearTwin<false, false>(a); }
-int32_t spanGeneralPlanarSsse3(const SpanArgs &a) { return linearTwin<false, true>(a); }
-int32_t spanParallelSemiplanarSsse3(const SpanArgs &a) { return linearTwin<true, false>(a); }
-int32_t spanParallelPlanarSsse3(const SpanArgs &a) { return linearTwin<true, true>(a); }
+int32_t leafGeneralSemiplanar(const SpanArgs &a) { return linearLeaf<false, false>(a); }
+int32_t leafGeneralPlanar(const SpanArgs &a) { return linearLeaf<false, true>(a); }
+int32_t leafParallelSemiplanar(const SpanArgs &a) { return linearLeaf<true, false>(a); }
+int32_t leafParallelPlanar(const SpanArgs &a) { return linearLeaf<true, true>(a); }
+
+}  // namespace
+
+void initDrawSpansSsse3(DrawSpanTable *t) {
+    t->leaf[kSpanSemiplanar][kSpanGeneral] = leafGeneralSemiplanar;
+    t->leaf[kSpanSemiplanar][kSpanParallel] = leafParallelSemiplanar;
+    t->leaf[kSpanSemiplanar][kSpanNoRot] = leafNoRotSemiplanar;
+    t->leaf[kSpanPlanar][kSpanGeneral] = leafGeneralPlanar;
+    t->leaf[kSpanPlanar][kSpanParallel] = leafParallelPlanar;
+    t->leaf[kSpanPlanar][kSpanNoRot] = leafNoRotPlanar;
+}
 
 }  // namespace pvx_draw
 
