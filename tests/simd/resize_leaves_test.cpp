@@ -42,7 +42,7 @@ struct GroupCase {
 template <class Out, class Fn>
 void checkGroups(const char *what, Fn ref, Fn leaf, int32_t pixelBytes, int32_t outPerGroup, int32_t maxStep,
                  std::mt19937_64 &rng) {
-    for (int round = 0; round < pvx_test::rounds(1000); ++round) {
+    for (int round = 0; round < pvx_test::rounds(600); ++round) {
         GroupCase c;
         c.groups = 1 + static_cast<int32_t>(rng() % (rng() % 4 == 0 ? 3 : 40));
         const int32_t steps[] = {1, 128, 21845, 32767, 32768, maxStep};
@@ -80,7 +80,7 @@ TEST(ResizeLeaves, BlendsMatchTheReference) {
     for (uint32_t level : supportedCpuLevels()) {
         SCOPED_TRACE(cpuLevelName(level));
         const pvx_ResizeLeaves leaves = leavesAt(level);
-        for (int round = 0; round < pvx_test::rounds(800); ++round) {
+        for (int round = 0; round < pvx_test::rounds(500); ++round) {
             const int64_t groups = 1 + static_cast<int64_t>(rng() % (rng() % 4 == 0 ? 5 : 120));
             const size_t n = 8 * static_cast<size_t>(groups);
             const auto side = rng() % 2 ? GuardedBuffer::Side::End : GuardedBuffer::Side::Start;
