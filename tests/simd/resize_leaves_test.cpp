@@ -1,6 +1,6 @@
 // The resizer's leaves at every CPU level against their C references: each
 // leaf on random groups, steps and weights with its reads fenced by guard
-// pages at the stated reach; the row functions around them (edges, groups
+// pages at the reach leaves may use; the row functions around them (edges, groups
 // near the row end, tails) on random geometries; whole resizes per format.
 // With --bench, each leaf is timed against its C reference.
 #include <gtest/gtest.h>
