@@ -84,8 +84,8 @@ void resampleRow(void *line, const uint8_t *src, int32_t sw, int32_t dw, int64_t
         x += step;
     }
 
-    // Enlarging only: step <= 32768, so every lane offset fits 16 bits.
-    if (dw >= sw) {
+    // Enlarging only: 0 < step <= 32768, so every lane offset fits 16 bits.
+    if (dw >= sw && step > 0) {
         const int32_t groups = groupCount(j, dw, safe);
         if (groups7 != nullptr && groups > 0)
             pvx_ImageProc2_runGroups7(groups7, C, reinterpret_cast<uint8_t *>(out + static_cast<ptrdiff_t>(j) * C),
