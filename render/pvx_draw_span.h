@@ -50,9 +50,10 @@ struct SpanArgs {
 // reference's taps (inside the source, as the span is unchecked).
 typedef int32_t (*SpanLeaf)(const SpanArgs &a);
 
-// Slots of the dispatch table: pixel layout family and kernel kind of the
-// unchecked bilinear spans.
-enum SpanFamily : int { kSpanSemiplanar = 0, kSpanPlanar = 1, kSpanFamilyCount = 2 };
+// Slots of the dispatch table: pixel layout family (interleaved and planar
+// 4:2:0 chroma, three bytes a pixel) and kernel kind of the unchecked
+// bilinear spans.
+enum SpanFamily : int { kSpanSemiplanar = 0, kSpanPlanar = 1, kSpanRgb = 2, kSpanFamilyCount = 3 };
 enum SpanKind : int { kSpanGeneral = 0, kSpanParallel = 1, kSpanNoRot = 2, kSpanKindCount = 3 };
 
 struct DrawSpanTable {
@@ -71,6 +72,8 @@ SpanLeaf drawSpanLeaf(SpanFamily family, SpanKind kind);
 
 // Per instruction set: overwrite the slots that set has leaves for.
 void initDrawSpansSsse3(DrawSpanTable *t);
+void initDrawSpansRgbSsse3(DrawSpanTable *t);
 void initDrawSpansNeon(DrawSpanTable *t);
+void initDrawSpansRgbNeon(DrawSpanTable *t);
 
 }  // namespace pvx_draw

@@ -77,7 +77,7 @@ inline bool planNoRot(const SpanArgs &a, int32_t pairBytes, int32_t chromaReach,
 // 16-bit lanes give the 1/16 positions exactly, relative to X0 >> 15.
 
 // Rows a group may span (lane rows differing by at most this) in the leaves.
-constexpr int32_t kMaxRowSpread = 2;
+constexpr int32_t kMaxRowSpread = 4;
 
 struct LinearPlan {
     int32_t groups;              // whole 16-pixel groups in the span
@@ -161,6 +161,129 @@ inline bool planLinear(const SpanArgs &a, int32_t pairBytes, int32_t chromaReach
         p->chromaHi = pairBytes * (((a.sx + static_cast<int64_t>(kc1) * a.ux) >> 16) + 1) + pairBytes - 1;
     }
     return true;
+}
+
+// ---------------------------------------------------------------------------
+// The group loops shared by every instruction set: a leaf supplies only the
+// arithmetic of one 16-pixel group.
+
+// Unrotated: group k (a multiple of 16) starts at 1/16 position G.
+template <class Draw>
+inline int32_t forEachNoRotGroup(const SpanArgs &a, const NoRotPlan &p, Draw &&draw) {
+    for (int32_t g = 0; g < p.groups; ++g) {
+        const int32_t k = 16 * g;
+        draw(k, laneAdd(a.sx, laneMul(k, a.ux)) >> 11);
+    }
+    return 16 * p.groups;
+}
+
+// General and parallelogram: one group as the loop hands it to a leaf.
+struct LinearGroup {
+    int32_t k;               // first pixel of the group in the span
+    int32_t x0, y0, x1, y1;  // Q15 position of that pixel on rows y and y+1
+    uint8_t *d0, *d1;        // luma destinations of the group, or null
+    bool own1;               // row y+1 has taps of its own (not the rows below row y's)
+    int32_t low0, spread0;   // lane rows of row y: low0 .. low0 + spread0 from y0 >> 15
+    int32_t low1, spread1;   // the same for row y+1 when it has its own taps
+    int32_t clow, cspread;   // chroma rows, from y0 >> 16
+};
+
+// Positions and the lane-row checks; a group whose rows spread too far ends
+// the leaf's part of the span (the C reference draws the rest). Returns the
+// pixels drawn.
+template <class Draw>
+inline int32_t forEachLinearGroup(const SpanArgs &a, const LinearPlan &p, Draw &&draw) {
+    for (int32_t g = 0; g < p.groups; ++g) {
+        LinearGroup q;
+        q.k = 16 * g;
+        q.x0 = laneAdd(a.sx, laneMul(q.k, a.ux));
+        q.y0 = laneAdd(a.sy, laneMul(q.k, a.uy));
+        q.x1 = laneAdd(q.x0, a.hx);
+        q.y1 = laneAdd(q.y0, a.hy);
+        q.own1 = !p.shared && a.dy1 != nullptr;
+        q.low0 = q.spread0 = q.low1 = q.spread1 = q.clow = q.cspread = 0;
+        if (!laneRows(q.y0, a.uy, &q.low0, &q.spread0) || (q.own1 && !laneRows(q.y1, a.uy, &q.low1, &q.spread1)) ||
+            (p.chroma && !chromaRows(p.par, q.y0, a.uy, &q.clow, &q.cspread)))
+            return q.k;
+        q.d0 = a.dy0 != nullptr ? a.dy0 + a.dx + q.k : nullptr;
+        q.d1 = a.dy1 != nullptr ? a.dy1 + a.dx + q.k : nullptr;
+        draw(q);
+    }
+    return 16 * p.groups;
+}
+
+
+// ---------------------------------------------------------------------------
+// Three-bytes-a-pixel spans: per pixel, its top-left tap and weights; the
+// group loop hands 16 of them (and those of row y+1 when it has taps of its
+// own) to the instruction set's arithmetic, `Arith::drawGroup<Round>(d0,
+// d1, t0, t1, pitch)`.
+
+// One pixel's taps: its top-left tap in the source, weights, and whether 8
+// bytes may be loaded there.
+struct Tap {
+    const uint8_t *p;
+    int32_t fx, fy;
+    bool whole;
+};
+
+// Column just past the taps of a row whose pixels sit at x and x + (n-1)*ux.
+inline int64_t lastTapColumn(int64_t x, int64_t last) { return ((x > x + last ? x : x + last) >> 15) + 1; }
+
+// Taps of 16 pixels at (px, py) + i * (ux, uy).
+inline void linearTaps(const SpanArgs &a, int32_t px, int32_t py, int64_t hi, Tap *t) {
+    const SrcPlanes &s = *a.src;
+    for (int i = 0; i < 16; ++i, px = laneAdd(px, a.ux), py = laneAdd(py, a.uy)) {
+        const int32_t x = px >> 15;
+        t[i] = Tap{s.y + static_cast<ptrdiff_t>(py >> 15) * s.yPitch + static_cast<ptrdiff_t>(x) * 3, (px >> 11) & 15,
+                   (py >> 11) & 15, x + 2 <= hi};
+    }
+}
+
+template <class Arith, int K>
+int32_t rgbGroups(const SpanArgs &a) {
+    constexpr bool kRound = K != kSpanGeneral;
+    const int32_t groups = a.n >> 4;
+    if (groups == 0) return 0;
+    const SrcPlanes &s = *a.src;
+    // Row y+1 reads the rows below row y's taps unless it has its own.
+    const bool own1 = K != kSpanNoRot && a.dy1 != nullptr && !(a.hx == 0 && a.hy == 32768);
+    // An 8-byte load at column x reads to byte 3x + 7: inside the taps
+    // while x + 2 is still a tap column.
+    int64_t hi = INT64_MIN;
+    if constexpr (K == kSpanNoRot) {
+        const int32_t p0 = noRotP16(a, 0) >> 4, p1 = noRotP16(a, a.n - 1) >> 4;
+        hi = (p0 > p1 ? p0 : p1) + 1;
+    } else {
+        const int64_t last = static_cast<int64_t>(a.n - 1) * a.ux;
+        if (a.dy0 != nullptr || !own1) hi = lastTapColumn(a.sx, last);
+        if (own1) {
+            const int64_t h1 = lastTapColumn(static_cast<int64_t>(a.sx) + a.hx, last);
+            hi = hi > h1 ? hi : h1;
+        }
+    }
+    Tap t0[16], t1[16];
+    for (int32_t g = 0; g < groups; ++g) {
+        const int32_t k = 16 * g;
+        if constexpr (K == kSpanNoRot) {
+            const int32_t group = laneAdd(a.sx, laneMul(k, a.ux)) >> 11;
+            const int32_t fy = (a.sy >> 11) & 15;
+            const uint8_t *base = s.y + static_cast<ptrdiff_t>(a.sy >> 15) * s.yPitch;
+            for (int i = 0; i < 16; ++i) {
+                const int32_t p16 = laneAdd(group, a.off16[i]);
+                const int32_t x = p16 >> 4;
+                t0[i] = Tap{base + static_cast<ptrdiff_t>(x) * 3, p16 & 15, fy, x + 2 <= hi};
+            }
+        } else {
+            const int32_t px = laneAdd(a.sx, laneMul(k, a.ux)), py = laneAdd(a.sy, laneMul(k, a.uy));
+            linearTaps(a, px, py, hi, t0);
+            if (own1) linearTaps(a, laneAdd(px, a.hx), laneAdd(py, a.hy), hi, t1);
+        }
+        const ptrdiff_t o = static_cast<ptrdiff_t>(a.dx + k) * 3;
+        uint8_t *d0 = a.dy0 != nullptr ? a.dy0 + o : nullptr, *d1 = a.dy1 != nullptr ? a.dy1 + o : nullptr;
+        Arith::template drawGroup<kRound>(d0, d1, t0, own1 ? t1 : nullptr, s.yPitch);
+    }
+    return 16 * groups;
 }
 
 // Whether the W bytes at column `base` lie in [lo, hi]. Otherwise, when

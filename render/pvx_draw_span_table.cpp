@@ -29,7 +29,8 @@ std::atomic<SpanLeaf> g_leaf[kSpanFamilyCount][kSpanKindCount] = {
     {referenceLeaf<LayoutYuv420Semiplanar, kGeneral>, referenceLeaf<LayoutYuv420Semiplanar, kParallel>,
      referenceLeaf<LayoutYuv420Semiplanar, kNoRot>},
     {referenceLeaf<LayoutYuv420Planar, kGeneral>, referenceLeaf<LayoutYuv420Planar, kParallel>,
-     referenceLeaf<LayoutYuv420Planar, kNoRot>}};
+     referenceLeaf<LayoutYuv420Planar, kNoRot>},
+    {referenceLeaf<LayoutRgb888, kGeneral>, referenceLeaf<LayoutRgb888, kParallel>, referenceLeaf<LayoutRgb888, kNoRot>}};
 
 }  // namespace
 
@@ -40,10 +41,19 @@ void fillDrawSpanTable(DrawSpanTable *t, uint32_t cpuFlags) {
     t->leaf[kSpanPlanar][kSpanGeneral] = referenceLeaf<LayoutYuv420Planar, kGeneral>;
     t->leaf[kSpanPlanar][kSpanParallel] = referenceLeaf<LayoutYuv420Planar, kParallel>;
     t->leaf[kSpanPlanar][kSpanNoRot] = referenceLeaf<LayoutYuv420Planar, kNoRot>;
+    t->leaf[kSpanRgb][kSpanGeneral] = referenceLeaf<LayoutRgb888, kGeneral>;
+    t->leaf[kSpanRgb][kSpanParallel] = referenceLeaf<LayoutRgb888, kParallel>;
+    t->leaf[kSpanRgb][kSpanNoRot] = referenceLeaf<LayoutRgb888, kNoRot>;
 #if defined(__x86_64__) || defined(__i386__)
-    if (cpuFlags & PVX_CPU_SSSE3) initDrawSpansSsse3(t);
+    if (cpuFlags & PVX_CPU_SSSE3) {
+        initDrawSpansSsse3(t);
+        initDrawSpansRgbSsse3(t);
+    }
 #elif defined(__ARM_NEON)
-    if (cpuFlags & PVX_CPU_NEON) initDrawSpansNeon(t);
+    if (cpuFlags & PVX_CPU_NEON) {
+        initDrawSpansNeon(t);
+        initDrawSpansRgbNeon(t);
+    }
 #else
     (void)cpuFlags;
 #endif

@@ -252,8 +252,11 @@ pvx_Result drawCell(const pvx_Renderer2_DrawArg *arg) {
     }
     // The leaf of the unchecked span, from the table filled at start.
     SpanLeaf leaf = nullptr;
-    if constexpr (Mode == kBilinear && L::kChroma == kChroma420 && L::kYStride == 1)
+    if constexpr (Mode == kBilinear && L::kChroma == kChroma420 && L::kYStride == 1) {
         leaf = drawSpanLeaf(L::kPlanes == kTwoPlanes ? kSpanSemiplanar : kSpanPlanar, static_cast<SpanKind>(K));
+    } else if constexpr (Mode == kBilinear && L::kYStride == 3 && L::kChannels == 3) {
+        leaf = drawSpanLeaf(kSpanRgb, static_cast<SpanKind>(K));
+    }
     for (int64_t p = c.pBegin; p < c.pEnd; ++p) {
         const int32_t sx = wadd(c.tlx, wmul(p, c.dsx0)), sy = wadd(c.tly, wmul(p, c.dsy0));
         if constexpr (K == kGeneral) {

@@ -76,7 +76,7 @@ TEST_P(FrameLevels, EveryLevelAndWorkerCountGivesThePlainCFrame) {
     for (uint32_t level : levels) {
         for (int32_t workers : {1, 2, 16}) {
             if (level == PVX_CPU_LEVEL_C && workers == 1) continue;
-            if (workers == 16 && level != levels.back()) continue;
+            if (workers != 1 && level != levels.back()) continue;   // worker counts at the top level
             ScopedCpuLevel scope(level);
             Frame got(c.format_id, c.w, c.h);
             correct(c, workers, in, got);
