@@ -1,5 +1,5 @@
-// AVX-512 VBMI leaves of the three-bytes-a-pixel general and parallelogram
-// spans ("RGB888", "BGR888").
+// AVX-512 VBMI leaves of the three-bytes-a-pixel spans ("RGB888",
+// "BGR888"): unrotated, general and parallelogram.
 //
 // The 16 pixels of a group read columns within 32 of the group's first
 // column (steps of at most two pixels), so each source row the group
@@ -96,6 +96,11 @@ struct RowSet {
     int32_t row, spread;     // lane rows are row .. row + spread
 };
 
+inline __m512i perPixelBytes(__m512i col3, __m512i fx, __m512i rr, __m512i fy) {
+    return _mm512_or_si512(_mm512_or_si512(col3, _mm512_slli_epi32(fx, 8)),
+                           _mm512_or_si512(_mm512_slli_epi32(rr, 16), _mm512_slli_epi32(fy, 24)));
+}
+
 // False when the lanes spread over too many rows.
 inline bool rowSet(__m512i x, __m512i y, int32_t x0, int32_t y0, int32_t y15, RowSet *s) {
     const int32_t r0 = y0 >> 15, r15 = y15 >> 15;
@@ -109,10 +114,21 @@ inline bool rowSet(__m512i x, __m512i y, int32_t x0, int32_t y0, int32_t y15, Ro
     const __m512i fx = _mm512_and_si512(_mm512_srai_epi32(x, 11), m15);
     const __m512i rr = _mm512_sub_epi32(_mm512_srai_epi32(y, 15), _mm512_set1_epi32(s->row));
     const __m512i fy = _mm512_and_si512(_mm512_srai_epi32(y, 11), m15);
-    const __m512i perPixel = _mm512_or_si512(_mm512_or_si512(col3, _mm512_slli_epi32(fx, 8)),
-                                             _mm512_or_si512(_mm512_slli_epi32(rr, 16), _mm512_slli_epi32(fy, 24)));
-    s->ch = channels(perPixel);
+    s->ch = channels(perPixelBytes(col3, fx, rr, fy));
     return true;
+}
+
+// The unrotated row set: lanes at 1/16 positions p16 on row r with weight fy.
+inline RowSet noRotRowSet(__m512i p16, int32_t r, int32_t fy) {
+    RowSet s;
+    s.row = r;
+    s.spread = 0;
+    s.c0 = _mm_cvtsi128_si32(_mm512_castsi512_si128(p16)) >> 4;
+    const __m512i col = _mm512_sub_epi32(_mm512_srai_epi32(p16, 4), _mm512_set1_epi32(s.c0));
+    const __m512i col3 = _mm512_add_epi32(col, _mm512_add_epi32(col, col));
+    const __m512i fx = _mm512_and_si512(p16, _mm512_set1_epi32(15));
+    s.ch = channels(perPixelBytes(col3, fx, _mm512_setzero_si512(), _mm512_set1_epi32(fy)));
+    return s;
 }
 
 // Horizontal sums (16 - fx) * p0 + fx * p1 of the 48 channels on source row
@@ -220,11 +236,36 @@ int32_t rgbLinear(const SpanArgs &a) {
     return 16 * groups;
 }
 
+// Unrotated: every pixel reads rows r and r + 1 (row y+1: r + 1 and r + 2)
+// at the 1/16 positions the offset table gives.
+int32_t rgbNoRot(const SpanArgs &a) {
+    const int32_t groups = a.n >> 4;
+    if (groups == 0 || a.ux < 0 || a.ux > 65536) return 0;
+    const SrcPlanes &src = *a.src;
+    const int32_t p0 = noRotP16(a, 0) >> 4, p1 = noRotP16(a, a.n - 1) >> 4;
+    const int32_t loB = 3 * p0, hiB = 3 * ((p0 > p1 ? p0 : p1) + 1) + 2;
+    const int32_t r = a.sy >> 15, fy = (a.sy >> 11) & 15;
+    const __m512i off = _mm512_loadu_si512(reinterpret_cast<const void *>(a.off16));
+    Sums sums[3];
+    for (int32_t g = 0; g < groups; ++g) {
+        const int32_t k = 16 * g;
+        const int32_t base = laneAdd(a.sx, laneMul(k, a.ux)) >> 11;
+        const RowSet s = noRotRowSet(_mm512_add_epi32(off, _mm512_set1_epi32(base)), r, fy);
+        const ptrdiff_t o = static_cast<ptrdiff_t>(a.dx + k) * 3;
+        for (int32_t j = a.dy0 != nullptr ? 0 : 1; j <= (a.dy1 != nullptr ? 2 : 1); ++j)
+            sums[j] = rowSums(src, s, j, loB, hiB);
+        if (a.dy0 != nullptr) store48<true>(a.dy0 + o, sums, s, 0);
+        if (a.dy1 != nullptr) store48<true>(a.dy1 + o, sums, s, 1);
+    }
+    return 16 * groups;
+}
+
 }  // namespace
 
 void initDrawSpansRgbAvx512Vbmi(DrawSpanTable *t) {
     t->leaf[kSpanRgb][kSpanGeneral] = rgbLinear<kSpanGeneral>;
     t->leaf[kSpanRgb][kSpanParallel] = rgbLinear<kSpanParallel>;
+    t->leaf[kSpanRgb][kSpanNoRot] = rgbNoRot;
 }
 
 }  // namespace pvx_draw
