@@ -1,5 +1,5 @@
-// AVX-512 VBMI leaves of the bilinear 4:2:0 general and parallelogram spans
-// (luma and chroma, interleaved and planar chroma).
+// AVX-512 VBMI leaves of the bilinear 4:2:0 spans (luma and chroma,
+// interleaved and planar chroma): general, parallelogram and unrotated.
 //
 // A group is 32 pixels (16 at a span's end, or where 32 lanes would spread
 // over too many rows). Its lanes' positions are one add from fixed lane
@@ -241,9 +241,7 @@ inline void drawChroma(const SpanArgs &a, const LinearPlan &p, const Gather &g, 
     }
 }
 
-struct LaneSteps {
-    Lanes ux, uy;  // i * ux and i * uy of lanes 0..31
-};
+// i * u of lanes 0..31.
 inline Lanes laneTimes(int32_t u) {
     const __m512i iota = _mm512_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
     const __m512i uv = _mm512_set1_epi32(u);
@@ -251,25 +249,25 @@ inline Lanes laneTimes(int32_t u) {
     return Lanes{lo, _mm512_add_epi32(lo, _mm512_set1_epi32(laneMul(16, u)))};
 }
 
+// Positions of a group's lanes: Q15 (x, y) of the 32 lanes; lane 0, the
+// last lane drawn, the first chroma lane (the parity's) and the last.
+struct GroupPos {
+    Lanes x, y;
+    int32_t x0, y0, yLast, xc, yc, ycLast;
+};
+
 // One group of `width` pixels from pixel k; false when its lanes spread
 // over too many rows (nothing drawn then).
 template <bool Round, bool Planar>
-inline bool group(const SpanArgs &a, const LinearPlan &p, const LaneSteps &st, int32_t k, int32_t width) {
+inline bool group(const SpanArgs &a, const LinearPlan &p, const GroupPos &q, int32_t k, int32_t width) {
     const SrcPlanes &s = *a.src;
-    const int32_t x0 = laneAdd(a.sx, laneMul(k, a.ux)), y0 = laneAdd(a.sy, laneMul(k, a.uy));
-    const int32_t yLast = laneAdd(y0, laneMul(width - 1, a.uy));
-    const Lanes x = plus(st.ux, x0), y = plus(st.uy, y0);
     const bool own1 = !p.shared && a.dy1 != nullptr;
     Gather g0, g1, gc;
-    if ((!own1 || a.dy0 != nullptr) && !lumaGather(x, y, x0, y0, yLast, &g0)) return false;
-    if (own1 && !lumaGather(plus(x, a.hx), plus(y, a.hy), laneAdd(x0, a.hx), laneAdd(y0, a.hy),
-                            laneAdd(yLast, a.hy), &g1))
+    if ((!own1 || a.dy0 != nullptr) && !lumaGather(q.x, q.y, q.x0, q.y0, q.yLast, &g0)) return false;
+    if (own1 && !lumaGather(plus(q.x, a.hx), plus(q.y, a.hy), laneAdd(q.x0, a.hx), laneAdd(q.y0, a.hy),
+                            laneAdd(q.yLast, a.hy), &g1))
         return false;
-    if (p.chroma) {
-        const int32_t xc = laneAdd(x0, laneMul(p.par, a.ux)), yc = laneAdd(y0, laneMul(p.par, a.uy));
-        const int32_t ycLast = laneAdd(yc, laneMul(width - 2, a.uy));
-        if (!chromaGather<Planar>(x, y, p.par, xc, yc, ycLast, &gc)) return false;
-    }
+    if (p.chroma && !chromaGather<Planar>(q.x, q.y, p.par, q.xc, q.yc, q.ycLast, &gc)) return false;
     uint8_t *d0 = a.dy0 != nullptr ? a.dy0 + a.dx + k : nullptr;
     uint8_t *d1 = a.dy1 != nullptr ? a.dy1 + a.dx + k : nullptr;
     if (!own1) {
@@ -282,27 +280,85 @@ inline bool group(const SpanArgs &a, const LinearPlan &p, const LaneSteps &st, i
     return true;
 }
 
+// Groups of 32 pixels while they fit, else 16; a group whose lanes spread
+// too far is retried as 16, then ends the leaf's part. `at(k, width, &q)`
+// gives the positions of the group at pixel k.
+template <bool Round, bool Planar, class At>
+inline int32_t groups(const SpanArgs &a, const LinearPlan &p, At &&at) {
+    int32_t k = 0;
+    bool narrow = false;  // the last try of 32 lanes spread too far
+    GroupPos q;
+    while (a.n - k >= 16) {
+        const int32_t width = a.n - k >= 32 && !narrow ? 32 : 16;
+        at(k, width, &q);
+        if (group<Round, Planar>(a, p, q, k, width)) {
+            k += width;
+            narrow = false;
+        } else if (width == 16) {
+            break;
+        } else {
+            narrow = true;
+        }
+    }
+    return k;
+}
+
 template <bool Round, bool Planar>
 int32_t linearLeaf(const SpanArgs &a) {
     LinearPlan p;
     if (!planLinear(a, Planar ? 1 : 2, 127, &p)) return 0;
-    const LaneSteps st{laneTimes(a.ux), laneTimes(a.uy)};
-    int32_t k = 0;
-    while (a.n - k >= 16) {
-        int32_t width = a.n - k >= 32 ? 32 : 16;
-        if (!group<Round, Planar>(a, p, st, k, width)) {
-            if (width == 16 || !group<Round, Planar>(a, p, st, k, 16)) break;
-            width = 16;
-        }
-        k += width;
-    }
-    return k;
+    const Lanes ux = laneTimes(a.ux), uy = laneTimes(a.uy);
+    return groups<Round, Planar>(a, p, [&](int32_t k, int32_t width, GroupPos *q) {
+        q->x0 = laneAdd(a.sx, laneMul(k, a.ux));
+        q->y0 = laneAdd(a.sy, laneMul(k, a.uy));
+        q->yLast = laneAdd(q->y0, laneMul(width - 1, a.uy));
+        q->x = plus(ux, q->x0);
+        q->y = plus(uy, q->y0);
+        q->xc = laneAdd(q->x0, laneMul(p.par, a.ux));
+        q->yc = laneAdd(q->y0, laneMul(p.par, a.uy));
+        q->ycLast = laneAdd(q->yc, laneMul(width - 2, a.uy));
+    });
+}
+
+// Unrotated: pixel k at 1/16 position p16 (from the group's position and
+// the offset table) becomes the Q15 lane p16 << 11, so that the linear
+// arithmetic above reads the same columns and weights; every lane sits on
+// row sy.
+template <bool Planar>
+int32_t noRotLeaf(const SpanArgs &a) {
+    NoRotPlan np;
+    if (!planNoRot(a, Planar ? 1 : 2, 127, &np)) return 0;
+    // Keep p16 << 11 within 32 bits.
+    if (noRotP16(a, 0) < 0 || noRotP16(a, a.n - 1) >= (1 << 19)) return 0;
+    LinearPlan p;
+    p.shared = true;
+    p.lumaLo = np.lumaLo;
+    p.lumaHi = np.lumaHi;
+    p.chroma = np.chroma;
+    p.par = np.par;
+    p.chromaLo = np.chromaLo;
+    p.chromaHi = np.chromaHi;
+    const __m512i off = _mm512_loadu_si512(reinterpret_cast<const void *>(a.off16));
+    const __m512i y = _mm512_set1_epi32(a.sy);
+    return groups<true, Planar>(a, p, [&](int32_t k, int32_t width, GroupPos *q) {
+        const int32_t g0 = laneAdd(a.sx, laneMul(k, a.ux)) >> 11;
+        const int32_t g1 = laneAdd(a.sx, laneMul(k + 16, a.ux)) >> 11;
+        q->x.lo = _mm512_slli_epi32(_mm512_add_epi32(off, _mm512_set1_epi32(g0)), 11);
+        q->x.hi = _mm512_slli_epi32(_mm512_add_epi32(off, _mm512_set1_epi32(g1)), 11);
+        q->y = Lanes{y, y};
+        q->x0 = (g0 + a.off16[0]) << 11;
+        q->xc = (g0 + a.off16[p.par]) << 11;
+        q->y0 = q->yLast = q->yc = q->ycLast = a.sy;
+        (void)width;
+    });
 }
 
 int32_t leafGeneralSemiplanar(const SpanArgs &a) { return linearLeaf<false, false>(a); }
 int32_t leafGeneralPlanar(const SpanArgs &a) { return linearLeaf<false, true>(a); }
 int32_t leafParallelSemiplanar(const SpanArgs &a) { return linearLeaf<true, false>(a); }
 int32_t leafParallelPlanar(const SpanArgs &a) { return linearLeaf<true, true>(a); }
+int32_t leafNoRotSemiplanar(const SpanArgs &a) { return noRotLeaf<false>(a); }
+int32_t leafNoRotPlanar(const SpanArgs &a) { return noRotLeaf<true>(a); }
 
 }  // namespace
 
@@ -311,6 +367,8 @@ void initDrawSpansAvx512Vbmi(DrawSpanTable *t) {
     t->leaf[kSpanSemiplanar][kSpanParallel] = leafParallelSemiplanar;
     t->leaf[kSpanPlanar][kSpanGeneral] = leafGeneralPlanar;
     t->leaf[kSpanPlanar][kSpanParallel] = leafParallelPlanar;
+    t->leaf[kSpanSemiplanar][kSpanNoRot] = leafNoRotSemiplanar;
+    t->leaf[kSpanPlanar][kSpanNoRot] = leafNoRotPlanar;
 }
 
 }  // namespace pvx_draw
