@@ -159,10 +159,21 @@ inline bool chromaGather(const Lanes &x, const Lanes &y, int32_t par, int32_t xc
 struct Window {
     __m512i a, b;
 };
-inline __m512i part(const uint8_t *row, int32_t from, int32_t lo, int32_t hi) {
-    const uint64_t m = rangeBits(lo - from, hi - from);
-    // Only formed when a byte of it is inside the taps, so the address is too.
-    return m != 0 ? _mm512_maskz_loadu_epi8(m, row + from) : _mm512_setzero_si512();
+// Masks of the two 64-byte halves of a window from byte `base` that keep
+// it inside bytes [lo, hi]; the same for every row of a group.
+struct WindowMasks {
+    uint64_t m0, m1;
+};
+inline WindowMasks windowMasks(int32_t base, int32_t lo, int32_t hi) {
+    return WindowMasks{rangeBits(lo - base, hi - base), rangeBits(lo - base - 64, hi - base - 64)};
+}
+// The 64 bytes at row + at under mask m; the address is only formed when a
+// byte of it is inside the taps, so it lies inside the plane.
+inline __m512i part(const uint8_t *row, ptrdiff_t at, uint64_t m) {
+    return m != 0 ? _mm512_maskz_loadu_epi8(m, row + at) : _mm512_setzero_si512();
+}
+inline Window window(const uint8_t *row, int32_t base, const WindowMasks &m) {
+    return Window{part(row, base, m.m0), part(row, static_cast<ptrdiff_t>(base) + 64, m.m1)};
 }
 inline __m512i sums(const Window &w, const Gather &g) {
     return _mm512_maddubs_epi16(_mm512_permutex2var_epi8(w.a, g.idx, w.b), g.wx);
@@ -199,10 +210,9 @@ inline void drawLuma(const SrcPlanes &s, const LinearPlan &p, const Gather &g, u
                      int32_t width) {
     __m512i h[kSpreadMax + 3];
     const int32_t j0 = d0 != nullptr ? 0 : 1, j1 = g.spread + (d1 != nullptr ? 2 : 1);
-    for (int32_t j = j0; j <= j1; ++j) {
-        const uint8_t *row = s.y + static_cast<ptrdiff_t>(g.row + j) * s.yPitch;
-        h[j] = sums(Window{part(row, g.base, p.lumaLo, p.lumaHi), part(row, g.base + 64, p.lumaLo, p.lumaHi)}, g);
-    }
+    const WindowMasks m = windowMasks(g.base, p.lumaLo, p.lumaHi);
+    for (int32_t j = j0; j <= j1; ++j)
+        h[j] = sums(window(s.y + static_cast<ptrdiff_t>(g.row + j) * s.yPitch, g.base, m), g);
     if (d0 != nullptr) storeBytes(d0, blendRows<Round>(h, g, 0), width);
     if (d1 != nullptr) storeBytes(d1, blendRows<Round>(h, g, 1), width);
 }
@@ -211,17 +221,15 @@ template <bool Round, bool Planar>
 inline void drawChroma(const SpanArgs &a, const LinearPlan &p, const Gather &g, int32_t k, int32_t width) {
     const SrcPlanes &s = *a.src;
     __m512i h[kSpreadMax + 2];
+    const WindowMasks m = windowMasks(g.base, p.chromaLo, p.chromaHi);
     for (int32_t j = 0; j <= g.spread + 1; ++j) {
         const ptrdiff_t r = g.row + j;
-        Window w;
         if constexpr (Planar) {
-            w = Window{part(s.c0 + r * s.c0Pitch, g.base, p.chromaLo, p.chromaHi),
-                       part(s.c1 + r * s.c1Pitch, g.base, p.chromaLo, p.chromaHi)};
+            // U beside V: the first half's mask for both planes.
+            h[j] = sums(Window{part(s.c0 + r * s.c0Pitch, g.base, m.m0), part(s.c1 + r * s.c1Pitch, g.base, m.m0)}, g);
         } else {
-            const uint8_t *row = s.c0 + r * s.c0Pitch;
-            w = Window{part(row, g.base, p.chromaLo, p.chromaHi), part(row, g.base + 64, p.chromaLo, p.chromaHi)};
+            h[j] = sums(window(s.c0 + r * s.c0Pitch, g.base, m), g);
         }
-        h[j] = sums(w, g);
     }
     const __m512i out = blendRows<Round>(h, g, 0);
     const ptrdiff_t co = (a.dx + k + p.par) >> 1;
