@@ -175,6 +175,17 @@ inline __m512i part(const uint8_t *row, ptrdiff_t at, uint64_t m) {
 inline Window window(const uint8_t *row, int32_t base, const WindowMasks &m) {
     return Window{part(row, base, m.m0), part(row, static_cast<ptrdiff_t>(base) + 64, m.m1)};
 }
+// Starts fetching 128 bytes from byte `at` of row `row` of a plane: the
+// row pairs below read them next. Prefetches never fault; the address is
+// formed as an integer, so it may lie outside the plane.
+inline void prefetch(const uint8_t *plane, ptrdiff_t pitch, int32_t row, int32_t at) {
+    const uintptr_t p = reinterpret_cast<uintptr_t>(plane) + static_cast<uintptr_t>(row * pitch + at);
+    _mm_prefetch(reinterpret_cast<const char *>(p), _MM_HINT_T0);
+    _mm_prefetch(reinterpret_cast<const char *>(p + 64), _MM_HINT_T0);
+}
+// Rows ahead of the last row read: luma advances two rows a row pair, chroma one.
+constexpr int32_t kLumaAhead = 4, kChromaAhead = 2;
+
 inline __m512i sums(const Window &w, const Gather &g) {
     return _mm512_maddubs_epi16(_mm512_permutex2var_epi8(w.a, g.idx, w.b), g.wx);
 }
@@ -213,6 +224,7 @@ inline void drawLuma(const SrcPlanes &s, const LinearPlan &p, const Gather &g, u
     const WindowMasks m = windowMasks(g.base, p.lumaLo, p.lumaHi);
     for (int32_t j = j0; j <= j1; ++j)
         h[j] = sums(window(s.y + static_cast<ptrdiff_t>(g.row + j) * s.yPitch, g.base, m), g);
+    prefetch(s.y, s.yPitch, g.row + j1 + kLumaAhead, g.base);
     if (d0 != nullptr) storeBytes(d0, blendRows<Round>(h, g, 0), width);
     if (d1 != nullptr) storeBytes(d1, blendRows<Round>(h, g, 1), width);
 }
@@ -231,6 +243,9 @@ inline void drawChroma(const SpanArgs &a, const LinearPlan &p, const Gather &g, 
             h[j] = sums(window(s.c0 + r * s.c0Pitch, g.base, m), g);
         }
     }
+    const int32_t ahead = g.row + g.spread + 1 + kChromaAhead;
+    prefetch(s.c0, s.c0Pitch, ahead, g.base);
+    if constexpr (Planar) prefetch(s.c1, s.c1Pitch, ahead, g.base);
     const __m512i out = blendRows<Round>(h, g, 0);
     const ptrdiff_t co = (a.dx + k + p.par) >> 1;
     if constexpr (Planar) {

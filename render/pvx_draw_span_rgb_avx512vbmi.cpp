@@ -148,6 +148,18 @@ inline Sums rowSums(const SrcPlanes &src, const RowSet &s, int32_t j, int32_t lo
     return r;
 }
 
+// Starts fetching the 128 bytes from byte 3 * c0 of the row kAhead rows
+// below the last row of `s` read: the row pairs below read them next.
+// Prefetches never fault; the address is formed as an integer, so it may
+// lie outside the plane.
+constexpr ptrdiff_t kAhead = 4;
+inline void prefetchBelow(const SrcPlanes &src, const RowSet &s, int32_t lastRow) {
+    const uintptr_t at = reinterpret_cast<uintptr_t>(src.y) +
+                         static_cast<uintptr_t>((s.row + lastRow + kAhead) * src.yPitch + 3 * static_cast<ptrdiff_t>(s.c0));
+    _mm_prefetch(reinterpret_cast<const char *>(at), _MM_HINT_T0);
+    _mm_prefetch(reinterpret_cast<const char *>(at + 64), _MM_HINT_T0);
+}
+
 // 16 pixels (48 bytes) of one destination row from the sums of rows
 // from + j (top) and from + j + 1 (bottom) for the lanes of row j.
 template <bool Round>
@@ -213,6 +225,7 @@ int32_t rgbLinear(const SpanArgs &a) {
             if (!rowSet(x, y, x0, y0, laneAdd(y0, reach15y), &s)) return k;
             const int32_t j0 = a.dy0 != nullptr ? 0 : 1, j1 = s.spread + (a.dy1 != nullptr ? 2 : 1);
             for (int32_t j = j0; j <= j1; ++j) sums[j] = rowSums(src, s, j, loB, hiB);
+            prefetchBelow(src, s, j1);
             if (a.dy0 != nullptr) store48<kRound>(a.dy0 + o, sums, s, 0);
             if (a.dy1 != nullptr) store48<kRound>(a.dy1 + o, sums, s, 1);
         } else {
@@ -223,9 +236,11 @@ int32_t rgbLinear(const SpanArgs &a) {
                 return k;
             if (a.dy0 != nullptr) {
                 for (int32_t j = 0; j <= s0.spread + 1; ++j) sums[j] = rowSums(src, s0, j, loB, hiB);
+                prefetchBelow(src, s0, s0.spread + 1);
                 store48<kRound>(a.dy0 + o, sums, s0, 0);
             }
             for (int32_t j = 0; j <= s1.spread + 1; ++j) sums[j] = rowSums(src, s1, j, loB, hiB);
+            prefetchBelow(src, s1, s1.spread + 1);
             store48<kRound>(a.dy1 + o, sums, s1, 0);
         }
         x = _mm512_add_epi32(x, stepX);
@@ -254,6 +269,7 @@ int32_t rgbNoRot(const SpanArgs &a) {
         const ptrdiff_t o = static_cast<ptrdiff_t>(a.dx + k) * 3;
         for (int32_t j = a.dy0 != nullptr ? 0 : 1; j <= (a.dy1 != nullptr ? 2 : 1); ++j)
             sums[j] = rowSums(src, s, j, loB, hiB);
+        prefetchBelow(src, s, 2);
         if (a.dy0 != nullptr) store48<true>(a.dy0 + o, sums, s, 0);
         if (a.dy1 != nullptr) store48<true>(a.dy1 + o, sums, s, 1);
     }
