@@ -224,7 +224,10 @@ inline void drawLuma(const SrcPlanes &s, const LinearPlan &p, const Gather &g, u
     const WindowMasks m = windowMasks(g.base, p.lumaLo, p.lumaHi);
     for (int32_t j = j0; j <= j1; ++j)
         h[j] = sums(window(s.y + static_cast<ptrdiff_t>(g.row + j) * s.yPitch, g.base, m), g);
+    // Both rows of the pair when this set draws both; otherwise the set of
+    // the other row fetches the other one.
     prefetch(s.y, s.yPitch, g.row + j1 + kLumaAhead, g.base);
+    if (d0 != nullptr && d1 != nullptr) prefetch(s.y, s.yPitch, g.row + j1 + kLumaAhead - 1, g.base);
     if (d0 != nullptr) storeBytes(d0, blendRows<Round>(h, g, 0), width);
     if (d1 != nullptr) storeBytes(d1, blendRows<Round>(h, g, 1), width);
 }

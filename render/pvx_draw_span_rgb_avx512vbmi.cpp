@@ -226,6 +226,7 @@ int32_t rgbLinear(const SpanArgs &a) {
             const int32_t j0 = a.dy0 != nullptr ? 0 : 1, j1 = s.spread + (a.dy1 != nullptr ? 2 : 1);
             for (int32_t j = j0; j <= j1; ++j) sums[j] = rowSums(src, s, j, loB, hiB);
             prefetchBelow(src, s, j1);
+            prefetchBelow(src, s, j1 - 1);
             if (a.dy0 != nullptr) store48<kRound>(a.dy0 + o, sums, s, 0);
             if (a.dy1 != nullptr) store48<kRound>(a.dy1 + o, sums, s, 1);
         } else {
@@ -270,6 +271,7 @@ int32_t rgbNoRot(const SpanArgs &a) {
         for (int32_t j = a.dy0 != nullptr ? 0 : 1; j <= (a.dy1 != nullptr ? 2 : 1); ++j)
             sums[j] = rowSums(src, s, j, loB, hiB);
         prefetchBelow(src, s, 2);
+        prefetchBelow(src, s, 1);
         if (a.dy0 != nullptr) store48<true>(a.dy0 + o, sums, s, 0);
         if (a.dy1 != nullptr) store48<true>(a.dy1 + o, sums, s, 1);
     }
