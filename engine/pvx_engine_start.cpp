@@ -75,6 +75,7 @@ extern "C" PARVEX_API uint32_t parvex_DistortionCorrection_start(parvex_Distorti
     pvx_Pel_init(&ctx->pel, nullptr);
     ctx->lens.pel = &ctx->pel;
     pvx_ImageProc2_setPel(&ctx->imgproc, &ctx->pel);
+    pvx_ImageProc2_init(&ctx->imgproc);   // picks the resize kernels for the processor
     pvx_Renderer2_initWithPel(&ctx->renderer, &ctx->pel);
     pvx_construct_Image(&ctx->src_image, &ctx->env);
     pvx_construct_Image(&ctx->dst_image, &ctx->env);
