@@ -4,6 +4,7 @@
 #include <string>
 
 #include "border.h"
+#include "calibration.h"
 #include "colour.h"
 #include "commands.h"
 #include "engine.h"
@@ -69,16 +70,25 @@ int runConvert(const Options &o) {
         throw UsageError("--size applies only to raw input (.yuv, .nv12, .nv21); " + inPath + " has its own size");
     if (distort && !o.tableFile.empty())
         throw UsageError("distort needs a lens given by --k1..--k4; a --table lens can only correct");
-    const Lens lens = lensFromOptions(o);
-
     std::unique_ptr<FrameSource> source = openSource(inPath, inKind, o.size.width, o.size.height);
     const int w = source->width(), h = source->height();
+    // A calibration file gives the lens and the optical centre (unless
+    // --center moves it) for this frame size.
+    Options settings = o;
+    double calibrationCenter[2] = {-1.0, -1.0};
+    const Lens lens = o.calibrationFile.empty() ? lensFromOptions(o)
+                                                : lensFromCalibration(o, w, h, calibrationCenter, o.quiet);
+    if (!o.calibrationFile.empty() && !o.centerGiven) {
+        settings.centerGiven = true;
+        settings.center[0] = calibrationCenter[0];
+        settings.center[1] = calibrationCenter[1];
+    }
     const Layout layout = o.formatGiven ? o.format : source->layout();
     const Y4mHeader *y4m = source->y4mHeader();
     const Range range = o.rangeGiven ? o.range : (y4m && y4m->fullRange ? Range::Full : Range::Limited);
 
     Engine engine(layout, w, h, lens);
-    configure(&engine, o);
+    configure(&engine, settings);
     const int ow = engine.outputWidth(), oh = engine.outputHeight();
     if (isPicture(outKind) && source->frameCount() > 1)
         throw UsageError(outPath + " holds one picture, but " + inPath + " has " +

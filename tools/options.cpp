@@ -6,6 +6,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "calibration.h"
 #include "tool_error.h"
 
 namespace parvex_tool {
@@ -22,10 +23,13 @@ enum OptionBit : unsigned {
     kFileOpts = 1u << 5,   // --range --quality
     kQuiet = 1u << 6,
     kFill = 1u << 7,       // --fill
+    kCalibration = 1u << 8, // --calibration --kind --lens --focal --crop-factor --form
 };
 
 unsigned allowedFor(const std::string &command) {
-    if (command == "correct" || command == "distort") return kLens | kTable | kFormat | kGeometry | kSizeOpt | kFileOpts | kQuiet | kFill;
+    if (command == "correct") return kLens | kTable | kFormat | kGeometry | kSizeOpt | kFileOpts | kQuiet | kFill | kCalibration;
+    if (command == "distort") return kLens | kTable | kFormat | kGeometry | kSizeOpt | kFileOpts | kQuiet | kFill;
+    if (command == "lens") return kTable | kSizeOpt | kCalibration;
     if (command == "demo") return kLens;
     if (command == "info") return kFormat | kSizeOpt;
     return 0;
@@ -167,6 +171,8 @@ Options parseOptions(int argc, char **argv) {
         else if (arg == "--range" || arg == "--quality") bit = kFileOpts;
         else if (arg == "--quiet") { bit = kQuiet; takesValue = false; }
         else if (arg == "--fill") bit = kFill;
+        else if (arg == "--calibration" || arg == "--kind" || arg == "--lens" || arg == "--focal" ||
+                 arg == "--crop-factor" || arg == "--form") bit = kCalibration;
         else throw UsageError("unknown option " + arg + " (try parvex --help)");
         if (!(allowed & bit)) throw UsageError(arg + " does not apply to \"" + o.command + "\"");
         if (!takesValue) {
@@ -232,9 +238,21 @@ Options parseOptions(int argc, char **argv) {
         } else if (arg == "--fill") {
             if (!parseFillColour(value, &o.fill))
                 badValue(arg, value, "a colour (black, none, white, grey, red, green, blue, #RRGGBB or R,G,B)");
+        } else if (bit == kCalibration) {
+            parseCalibrationOption(arg, value, &o);
         }
     }
 
+    if (o.command == "lens") {
+        if (o.files.size() != 1) throw UsageError("lens takes one calibration file");
+        if (!o.calibrationFile.empty()) throw UsageError("lens takes the calibration file as its argument, not with --calibration");
+        o.calibrationFile = o.files[0];
+        return o;
+    }
+    if (!o.calibrationFile.empty() && (o.anyCoef() || !o.tableFile.empty()))
+        throw UsageError("--calibration describes the lens; leave out --k1..--k4 and --table");
+    if (o.calibrationFile.empty() && (!o.lensName.empty() || o.focal > 0 || o.cropFactor > 0 || !o.calibrationKind.empty() || !o.lensForm.empty()))
+        throw UsageError("--kind, --lens, --focal, --crop-factor and --form go with --calibration FILE");
     if (!o.tableFile.empty() && o.anyCoef()) throw UsageError("--table and --k1..--k4 describe the lens two ways; give one");
     if (o.inPlace && o.outputSizeGiven) {
         if (o.outputRecommended)

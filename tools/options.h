@@ -26,7 +26,7 @@ struct Size {
 };
 
 struct Options {
-    std::string command;                 // "demo", "correct", "distort", "info" or "help"
+    std::string command;                 // "demo", "correct", "distort", "info", "lens" or "help"
     std::vector<std::string> files;      // positional arguments
 
     bool coefGiven[4] = {false, false, false, false};
@@ -54,6 +54,14 @@ struct Options {
     int quality = 95;
     FillColour fill;                     // --fill
     bool quiet = false;
+
+    // Calibration import (correct, lens).
+    std::string calibrationFile;         // --calibration FILE (the file argument of "lens")
+    std::string calibrationKind;         // --kind: opencv, fisheye, android, lensfun ("" detects)
+    std::string lensName;                // --lens NAME (Lensfun)
+    double focal = 0.0;                  // --focal MM (Lensfun)
+    double cropFactor = 0.0;             // --crop-factor F (Lensfun)
+    std::string lensForm;                // --form: best, coefficients, table
 
     bool anyCoef() const { return coefGiven[0] || coefGiven[1] || coefGiven[2] || coefGiven[3]; }
 };
