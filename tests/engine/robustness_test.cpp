@@ -182,6 +182,7 @@ TEST(Robustness, SettersRefuseNaN) {
 // does not fit is reported by the call that needed it.
 TEST(Robustness, ShortBuffersAreReportedNeverDrawnAsNothing) {
     const parvex_DistortionCorrection_InitParam param = coefficientParam(kFormat, kW, kH);
+    const int32_t asked = parvex_DistortionCorrection_getBufferSize(&param);
     const Frame src = source();
     Frame dst(kFormatValue, kW, kH);
     const parvex_ImageData o = dst.data(), i = src.data();
