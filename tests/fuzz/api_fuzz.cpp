@@ -104,11 +104,19 @@ struct Image {
             const Plane &pl = planes[p];
             if (!pl.mem) continue;
             const uint8_t *now = pl.mem->data();
-            for (size_t i = 0; i < pl.mem->size(); ++i, ++at) {
-                if (now[i] == before[at]) continue;
-                if (!rowsMayChange || i < kSlack) return false;
-                const int64_t off = static_cast<int64_t>(i - kSlack);
-                if (off / pl.pitch >= pl.rows || off % pl.pitch >= pl.rowBytes) return false;
+            const uint8_t *was = before.data() + at;
+            const size_t size = pl.mem->size();
+            at += size;
+            if (!rowsMayChange) {
+                if (memcmp(now, was, size) != 0) return false;
+                continue;
+            }
+            if (memcmp(now, was, kSlack) != 0) return false;
+            for (size_t off = kSlack; off < size; off += static_cast<size_t>(pl.pitch)) {
+                const int64_t row = static_cast<int64_t>(off - kSlack) / pl.pitch;
+                const size_t keep = row < pl.rows ? static_cast<size_t>(pl.rowBytes) : 0;
+                const size_t end = off + static_cast<size_t>(pl.pitch) < size ? off + static_cast<size_t>(pl.pitch) : size;
+                if (off + keep < end && memcmp(now + off + keep, was + off + keep, end - off - keep) != 0) return false;
             }
         }
         return true;
@@ -149,13 +157,20 @@ void makeImage(FuzzedDataProvider &in, Image *img, int32_t format, int32_t w, in
         const size_t bytes = kSlack + static_cast<size_t>(pl.pitch * rows);
         if (in.ConsumeIntegralInRange(0, 40) == 0) continue;   // a missing plane
         pl.mem.reset(new GuardedBuffer(bytes, GuardedBuffer::Side::End, 1));
-        for (size_t i = 0; i < bytes; ++i) pl.mem->data()[i] = static_cast<uint8_t>(fill + i * 7 + (i >> 9));
+        memset(pl.mem->data(), fill + p, bytes);
     }
+}
+
+// Work buffers end at the same guard page; the memory is mapped once.
+uint8_t *workBufferEndingAtGuard(size_t bytes) {
+    static GuardedBuffer area(80u << 20, GuardedBuffer::Side::End, 16);
+    if (bytes > area.size()) abort();
+    return area.data() + ((area.size() - bytes) & ~size_t{15});
 }
 
 struct Session {
     parvex_DistortionCorrection handle{nullptr};
-    std::unique_ptr<GuardedBuffer> buffer;
+    uint8_t *buffer = nullptr;
     bool live = false;             // initialize was called on `buffer` and no finalize succeeded since
     int threadsBefore = 0;
     int32_t format = 0, inW = 0, inH = 0, outW = 0, outH = 0;
@@ -178,7 +193,7 @@ struct Session {
                 return;
             }
             live = defunct = false;
-            buffer.reset();
+            buffer = nullptr;
             handle.p = nullptr;
         }
         CHECK(!live);
@@ -227,10 +242,10 @@ struct Session {
         if (size > 64 * 1024 * 1024) size = 64 * 1024 * 1024;
         const size_t align = in.PickValueInArray({16, 16, 16, 8, 4, 1});
         const size_t bytes = size > 0 ? static_cast<size_t>(size) : 1;
-        buffer.reset(new GuardedBuffer(bytes, GuardedBuffer::Side::End, 16));
+        buffer = workBufferEndingAtGuard(bytes);
         // Misaligned by 16 - align bytes, ending at the same guard page.
         const int64_t shift = static_cast<int64_t>((16 - align) % 16);
-        uint8_t *base = buffer->data() + shift;
+        uint8_t *base = buffer + shift;
         size = size > shift ? size - shift : 0;
         threadsBefore = threadCount();
         const uint32_t r =
