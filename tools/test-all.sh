@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds and runs every test: x86-64 release (g++), x86-64 with
 # AddressSanitizer + UndefinedBehaviorSanitizer (clang), the runtime under
-# ThreadSanitizer, and 32-bit Arm (NEON) under qemu-arm.
+# ThreadSanitizer, and 32-bit Arm (NEON) under qemu-arm; then the fuzz targets
+# briefly and the engine under ThreadSanitizer.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . tools/ensure-packages.sh
@@ -26,4 +27,20 @@ build_and_test tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DPVX_SANITIZE=thread \
     -DPVX_TEST_MODULES=runtime -DPVX_BUILD_TOOLS=OFF
 build_and_test arm -DCMAKE_BUILD_TYPE=Release -DCMAKE_TOOLCHAIN_FILE=cmake/arm-linux-gnueabihf.cmake \
     -DPVX_BUILD_TOOLS=OFF
+
+# --- Robustness: fuzz targets and ThreadSanitizer over the whole engine ---
+# Each fuzz target runs briefly over its seed corpus in the sanitizer build
+# (longer runs: bash tools/fuzz.sh api 3600).
+echo "=== fuzz ==="
+PVX_FUZZ_BUILD=build/sanitize bash tools/fuzz.sh api 35
+PVX_FUZZ_BUILD=build/sanitize bash tools/fuzz.sh reader 25
+# Frames at 1, 2, 3, 16 and more workers, zoomed and in place, under TSan:
+# the engine's robustness suite only, added to the tsan tree.
+echo "=== tsan engine ==="
+cmake -S . -B build/tsan -DPVX_TEST_MODULES="runtime;engine" > /dev/null
+tsan_engine=robustness_test
+if ninja -C build/tsan -t targets all | grep -q '^engine_test:'; then tsan_engine=engine_test; fi
+cmake --build build/tsan -j "$jobs" --target "$tsan_engine"
+"build/tsan/tests/$tsan_engine" --gtest_filter='Robustness.*'
+
 echo "All builds passed."

@@ -39,10 +39,17 @@ private:
 const Layout kLayouts[] = {Layout::RGB888, Layout::BGR888, Layout::YUV420_PLANAR, Layout::YUV420_SEMIPLANAR,
                            Layout::YVU420_SEMIPLANAR};
 
+// The tool hands a stream's or picture's size to the engine, which refuses
+// sizes outside its limits, before it reads any pixels.
+bool engineTakes(int width, int height) {
+    return width >= kMinWidth && width <= kMaxWidth && height >= kMinHeight && height <= kMaxHeight;
+}
+
 void readY4m(const MemoryFile &file) {
     FILE *f = file.open();
     if (!f) abort();
     Y4mReader reader(f, "fuzz.y4m");
+    if (!engineTakes(reader.header().width, reader.header().height)) return;
     Frame frame;
     for (int n = 0; n < 4 && reader.next(&frame); ++n) {
         if (frame.width() != reader.header().width || frame.height() != reader.header().height) abort();
@@ -62,9 +69,7 @@ void readRaw(const MemoryFile &file, const uint8_t *data, size_t size) {
 
 void readPicture(const MemoryFile &file, ImageType type) {
     auto reader = ImageReader::open(file.path(), type);
-    // Pictures the tool would take as engine input; bigger ones are only
-    // measured, as the tool refuses them before decoding.
-    if (reader->width() < 1 || reader->height() < 1 || reader->width() > 2048 || reader->height() > 2048) return;
+    if (!engineTakes(reader->width(), reader->height())) return;
     Frame rgb;
     reader->read(&rgb);
     if (rgb.width() != reader->width() || rgb.height() != reader->height()) abort();
