@@ -236,7 +236,7 @@ struct Session {
             size = more < asked ? more : asked - 1;
             break;
         }
-        case 2: size = asked + in.ConsumeIntegralInRange(1, 100000); break;
+        case 2: size = static_cast<int64_t>(asked) + in.ConsumeIntegralInRange(1, 100000); break;
         default: break;
         }
         if (size > 64 * 1024 * 1024) size = 64 * 1024 * 1024;
