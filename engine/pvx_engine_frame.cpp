@@ -65,7 +65,7 @@ int32_t zoomedSide(int32_t side, double zoom) {
 
 // Renders the whole input-size picture into the intermediate image and
 // scales its centred part up into the destination. An intermediate image
-// the heap cannot hold, or a render that failed, is reported before any
+// the heap cannot hold, or a render that failed, is reported without a
 // resize: the destination would otherwise get a picture never drawn.
 uint32_t renderZoomed(pvx_EngineContext *ctx, double zoom) {
     const pvx_Result image = pvx_Image_init(&ctx->work_image, ctx->in_width, ctx->in_height, nullptr, ctx->format);
@@ -77,8 +77,15 @@ uint32_t renderZoomed(pvx_EngineContext *ctx, double zoom) {
     pvx_Image part;
     pvx_construct_Image(&part, &ctx->env);
     pvx_Image_initSubImage(&part, &ctx->work_image, sx, sy, sw, sh);
-    uint32_t status = pvx_Renderer2_render(&ctx->renderer, &ctx->work_image, &ctx->src_image, &ctx->render_params);
-    if (status == PVX_OK) status = pvx_ImageProc2_resizeImage(&ctx->imgproc, &ctx->dst_image, &part);
+    // A render whose wait timed out is complete all the same (the wait goes
+    // on until the workers are done): it is scaled, and the time-out reported.
+    const uint32_t rendered =
+        pvx_Renderer2_render(&ctx->renderer, &ctx->work_image, &ctx->src_image, &ctx->render_params);
+    uint32_t status = rendered;
+    if (rendered == PVX_OK || rendered == PVX_ERROR_TIMEOUT) {
+        status = pvx_ImageProc2_resizeImage(&ctx->imgproc, &ctx->dst_image, &part);
+        if (status == PVX_OK) status = rendered;
+    }
     pvx_destruct_Image(&part);
     return status;
 }

@@ -5,6 +5,8 @@
 #include <dirent.h>
 #include <gtest/gtest.h>
 
+#include <thread>
+
 #include "engine_fixture.h"
 #include "frame_images.h"
 #include "runtime/pvx_heap2_fault.h"
@@ -19,7 +21,14 @@ using pvx_test::Frame;
 const int32_t kFormatValue = 26;   // YUV420_PLANAR: three planes to allocate and copy
 const int32_t kW = 322, kH = 242;
 
+// Threads of the process. The first thread a program starts may bring
+// helpers of its own (ThreadSanitizer's), so one is started and joined first.
 int threadCount() {
+    static const bool settled = [] {
+        std::thread([] {}).join();
+        return true;
+    }();
+    (void)settled;
     int n = 0;
     DIR *d = opendir("/proc/self/task");
     while (dirent *e = d ? readdir(d) : nullptr)
