@@ -78,9 +78,22 @@ void drawText(Frame *rgb, int x, int y, int scale, const std::string &text, cons
     }
 }
 
+static int chartCell(int height) { return std::max(16, height / 9); }
+
+std::vector<Point> chartCrossings(int width, int height) {
+    const int cell = chartCell(height), cx = width / 2, cy = height / 2;
+    std::vector<Point> points;
+    for (int j = -(cy / cell); j <= (height - cy) / cell; ++j)
+        for (int i = -(cx / cell); i <= (width - cx) / cell; ++i) {
+            const int x = cx + i * cell, y = cy + j * cell;
+            if (x >= 1 && x < width && y >= 1 && y < height) points.push_back({x - 0.5, y - 0.5});
+        }
+    return points;
+}
+
 Frame drawChart(int width, int height) {
     Frame f(Layout::RGB888, width, height);
-    const int cell = std::max(16, height / 9);
+    const int cell = chartCell(height);
     const int cx = width / 2, cy = height / 2;
     auto cellX = [&](int i) { return cx + i * cell; };
     auto cellY = [&](int j) { return cy + j * cell; };

@@ -3,6 +3,8 @@
 #include <chrono>
 #include <string>
 
+#include "border.h"
+#include "calibration.h"
 #include "colour.h"
 #include "commands.h"
 #include "engine.h"
@@ -71,10 +73,19 @@ int runConvert(const Options &o) {
         throw UsageError("--size applies only to raw input (.yuv, .nv12, .nv21); " + inPath + " has its own size");
     if (distort && !o.tableFile.empty())
         throw UsageError("distort needs a lens given by --k1..--k4; a --table lens can only correct");
-    const Lens lens = lensFromOptions(o);
-
     std::unique_ptr<FrameSource> source = openSource(inPath, inKind, o.size.width, o.size.height);
     const int w = source->width(), h = source->height();
+    // A calibration file gives the lens and the optical centre (unless
+    // --center moves it) for this frame size.
+    Options settings = o;
+    double calibrationCenter[2] = {-1.0, -1.0};
+    const Lens lens = o.calibrationFile.empty() ? lensFromOptions(o)
+                                                : lensFromCalibration(o, w, h, calibrationCenter, o.quiet);
+    if (!o.calibrationFile.empty() && !o.centerGiven) {
+        settings.centerGiven = true;
+        settings.center[0] = calibrationCenter[0];
+        settings.center[1] = calibrationCenter[1];
+    }
     const Layout layout = o.formatGiven ? o.format : source->layout();
     const Y4mHeader *y4m = source->y4mHeader();
     const Range range = o.rangeGiven ? o.range : (y4m && y4m->fullRange ? Range::Full : Range::Limited);
@@ -89,13 +100,15 @@ int runConvert(const Options &o) {
         checkZoomWithOutputSize(o.zoom, w, h, 0, 0, "--output-size recommended");
     }
     Engine engine(layout, w, h, lens);
-    configure(&engine, o);
+    configure(&engine, settings);
     const int ow = engine.outputWidth(), oh = engine.outputHeight();
     if (isPicture(outKind) && source->frameCount() > 1)
         throw UsageError(outPath + " holds one picture, but " + inPath + " has " +
                          std::to_string(source->frameCount()) + " frames (write .yuv, .nv12, .nv21, .y4m or -)");
 
     std::unique_ptr<FrameSink> sink = openSink(outPath, outKind, ow, oh, y4m, range == Range::Full, o.quality);
+    // Found after the geometry is set and before the first frame.
+    Border border(&engine, distort, o.fill, range);
     Frame stored, engineIn, engineOut, converted;
     engineOut.allocate(layout, ow, oh);
     Progress progress(o.quiet);
@@ -109,13 +122,15 @@ int runConvert(const Options &o) {
         const auto t0 = std::chrono::steady_clock::now();
         if (distort) engine.distort(out, in);
         else engine.process(out, in);
-        const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+        const auto t1 = std::chrono::steady_clock::now();
+        border.fill(out, o.inPlace);
+        const auto t2 = std::chrono::steady_clock::now();
         if (out->layout() != sink->layout()) {
             convert(*out, sink->layout(), range, &converted);
             out = &converted;
         }
         sink->write(*out);
-        progress.frameDone(seconds);
+        progress.frameDone(std::chrono::duration<double>(t1 - t0).count(), std::chrono::duration<double>(t2 - t1).count());
     }
     if (progress.frames() == 0) throw ToolError(inPath == "-" ? "no frames on standard input" : inPath + ": no frames");
     sink->finish();

@@ -1,4 +1,5 @@
-// parvex demo: chart -> distort -> correct, one PNG and two numbers.
+// parvex demo: chart -> distort -> correct; a sheet of the three, a picture
+// of the corner displacements, the frame time and the geometric error.
 #include <math.h>
 #include <stdio.h>
 #include <string.h>
@@ -7,9 +8,11 @@
 #include <chrono>
 #include <vector>
 
+#include "border.h"
 #include "chart.h"
 #include "colour.h"
 #include "commands.h"
+#include "demo_geometry.h"
 #include "engine.h"
 #include "image_file.h"
 #include "lens_math.h"
@@ -23,27 +26,20 @@ namespace {
 
 constexpr int kWidth = 1920, kHeight = 1080;
 constexpr int kTimedFrames = 15;
-// The demo's YUV is JPEG-style full range, so the PSNR covers all 256 levels.
+// The demo's YUV is JPEG-style full range.
 constexpr Range kDemoRange = Range::Full;
+// Displacement arrows are drawn this many times their length.
+constexpr double kArrowScale = 40.0;
 
-// Luma PSNR over the middle half of the picture in each direction, with
-// `block` x `block` means compared (1: every pixel).
-double centrePsnr(const Frame &a, const Frame &b, int block) {
-    const int x0 = a.width() / 4, x1 = a.width() - a.width() / 4;
-    const int y0 = a.height() / 4, y1 = a.height() - a.height() / 4;
-    double sum = 0.0;
-    long count = 0;
-    for (int y = y0; y + block <= y1; y += block)
-        for (int x = x0; x + block <= x1; x += block) {
-            double d = 0.0;
-            for (int j = 0; j < block; ++j)
-                for (int i = 0; i < block; ++i) d += static_cast<double>(a.row(0, y + j)[x + i]) - b.row(0, y + j)[x + i];
-            d /= block * block;
-            sum += d * d;
-            ++count;
-        }
-    const double mse = sum / count;
-    return mse > 0.0 ? 10.0 * log10(255.0 * 255.0 / mse) : INFINITY;
+// "dir/name.png" -> "dir/name-arrows.png".
+std::string arrowsPath(const std::string &sheetPath) {
+    return sheetPath.substr(0, sheetPath.size() - 4) + "-arrows.png";
+}
+
+void writePicture(const Frame &rgb, const std::string &path) {
+    OutputFile out(path);
+    writePng(out.file(), rgb, path);
+    out.commit();
 }
 
 // Copies `rgb` halved (2x2 means) into `sheet` at column `x0`.
@@ -83,17 +79,25 @@ int runDemo(const Options &o) {
     Engine corrector(Layout::YUV420_SEMIPLANAR, kWidth, kHeight, inverse);
     corrector.start();
     corrector.setZoom(1.0);   // a full table's appended point lands on the zoom
+    // Where the corrected picture needs input from beyond the distorted
+    // frame's edge the library draws nothing; those pixels are made black.
+    Border border(&corrector, false, FillColour(), kDemoRange);
     Frame corrected(Layout::YUV420_SEMIPLANAR, kWidth, kHeight);
-    std::vector<double> times;
+    std::vector<double> times, fillTimes;
     for (int n = 0; n < kTimedFrames; ++n) {
         const auto t0 = std::chrono::steady_clock::now();
         corrector.process(&corrected, &distorted);
-        times.push_back(std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count());
+        const auto t1 = std::chrono::steady_clock::now();
+        border.fill(&corrected, true);  // every frame, to time what an in-place caller pays
+        const auto t2 = std::chrono::steady_clock::now();
+        times.push_back(std::chrono::duration<double, std::milli>(t1 - t0).count());
+        fillTimes.push_back(std::chrono::duration<double, std::milli>(t2 - t1).count());
     }
     std::sort(times.begin(), times.end());
-    const double median = times[times.size() / 2];
-    const double psnr = centrePsnr(chartYuv, corrected, 1);
-    const double blockPsnr = centrePsnr(chartYuv, corrected, 4);
+    std::sort(fillTimes.begin(), fillTimes.end());
+    const double median = times[times.size() / 2], fillMedian = fillTimes[fillTimes.size() / 2];
+    const CrossingError error = measureCrossings(chartYuv, corrected, border);
+    if (error.reference.empty()) throw ToolError("no grid crossing of the chart is left in the corrected frame");
 
     Frame sheet(Layout::RGB888, 3 * kWidth / 2, kHeight / 2);
     Frame rgb;
@@ -102,20 +106,26 @@ int runDemo(const Options &o) {
     placeHalved(rgb, &sheet, kWidth / 2);
     convert(corrected, Layout::RGB888, kDemoRange, &rgb);
     placeHalved(rgb, &sheet, kWidth);
-    OutputFile out(outPath);
-    writePng(out.file(), sheet, outPath);
-    out.commit();
+    Frame arrows = drawDisplacements(rgb, error, kArrowScale);
+    const uint8_t white[3] = {255, 255, 255};
+    drawText(&arrows, 16, 16, 3, "CORNER DISPLACEMENTS X" + std::to_string(static_cast<int>(kArrowScale)), white);
+    drawText(&arrows, 16, 48, 2, "GREEN UNDER 0.25 PX - YELLOW UNDER 0.5 PX - RED 0.5 PX OR MORE", white);
+    const std::string arrowsFile = arrowsPath(outPath);
+    writePicture(sheet, outPath);
+    writePicture(arrows, arrowsFile);
 
     printf("%s\n", parvex_DistortionCorrection_getVersion());
     printf("lens: k1 %g, k2 %g, k3 %g, k4 %g; chart %dx%d YUV420_SEMIPLANAR (BT.601 full range)\n", lens.coef[0],
            lens.coef[1], lens.coef[2], lens.coef[3], kWidth, kHeight);
-    printf("process time: %.2f ms per frame (median of %d)\n", median, kTimedFrames);
-    printf("PSNR of the corrected centre against the chart (luma, middle half): %.2f dB per pixel,\n"
-           "  %.2f dB over 4x4 blocks (distorting and correcting resample the chart twice, which blurs its\n"
-           "  one-pixel line groups; the blocks measure the geometry)\n",
-           psnr, blockPsnr);
-    printf("corrected with the %zu-point table that inverts the distortion\n", inverse.outputRadii.size());
+    printf("corrected with the %zu-point table that inverts the distortion; %.1f%% of the output lies beyond\n"
+           "  the distorted frame's edge and is filled black\n",
+           inverse.outputRadii.size(), 100.0 * border.undrawnShare());
+    printf("process time: %.2f ms per frame (median of %d), border fill %.3f ms; corner error: median %.3f px,\n"
+           "  largest %.3f px (%zu grid crossings located in the corrected frame against the chart)\n",
+           median, kTimedFrames, fillMedian, error.median, error.largest, error.reference.size());
     printf("wrote %s (%dx%d: chart | distorted | corrected)\n", outPath.c_str(), sheet.width(), sheet.height());
+    printf("wrote %s (%dx%d: corner displacements, %gx)\n", arrowsFile.c_str(), arrows.width(), arrows.height(),
+           kArrowScale);
     return 0;
 }
 

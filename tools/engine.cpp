@@ -98,19 +98,20 @@ void Engine::setCrop(int left, int top, int right, int bottom) {
 
 void Engine::process(Frame *output, Frame *input) {
     const parvex_ImageData out = output->imageData(), in = input->imageData();
-    const uint32_t code = parvex_DistortionCorrection_process(&handle_, &out, &in);
-    std::string hint;
-    if (code == PARVEX_ERROR_IMAGE_FORMAT && layout_ == Layout::BGR888)
-        hint = "the engine scales no BGR888 pictures, so BGR888 works only at zoom 1; use RGB888";
-    checkResult(code, "process", hint);
+    checkFrameCall(parvex_DistortionCorrection_process(&handle_, &out, &in), "process");
 }
 
 void Engine::distort(Frame *output, Frame *input) {
     const parvex_ImageData out = output->imageData(), in = input->imageData();
-    const uint32_t code = parvex_DistortionCorrection_distort(&handle_, &out, &in);
+    checkFrameCall(parvex_DistortionCorrection_distort(&handle_, &out, &in), "distort");
+}
+
+void Engine::checkFrameCall(uint32_t code, const char *call) const {
     std::string hint;
-    if (code == PARVEX_ERROR_PARAM && tableLens_) hint = "distort needs a lens given by coefficients, not by a table";
-    checkResult(code, "distort", hint);
+    if (code == PARVEX_ERROR_IMAGE_FORMAT && layout_ == Layout::BGR888)
+        hint = "the engine scales no BGR888 pictures, so BGR888 works only at zoom 1; use RGB888";
+    if (code == PARVEX_ERROR_PARAM && tableLens_ && std::string(call) == "distort") hint = "distort needs a lens given by coefficients, not by a table";
+    checkResult(code, call, hint);
 }
 
 }  // namespace parvex_tool

@@ -53,6 +53,11 @@ public:
     void process(Frame *output, Frame *input);
     void distort(Frame *output, Frame *input);
 
+    // For helpers that make frame calls of their own on the same handle
+    // (the border probe): the handle, and the frame calls' error report.
+    parvex_DistortionCorrection *handle() { return &handle_; }
+    void checkFrameCall(uint32_t code, const char *call) const;
+
 private:
     Layout layout_;
     int width_, height_, outWidth_, outHeight_;

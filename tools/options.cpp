@@ -6,6 +6,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "calibration.h"
 #include "tool_error.h"
 
 namespace parvex_tool {
@@ -21,10 +22,14 @@ enum OptionBit : unsigned {
     kSizeOpt = 1u << 4,
     kFileOpts = 1u << 5,   // --range --quality
     kQuiet = 1u << 6,
+    kFill = 1u << 7,       // --fill
+    kCalibration = 1u << 8, // --calibration --kind --lens --focal --crop-factor --form
 };
 
 unsigned allowedFor(const std::string &command) {
-    if (command == "correct" || command == "distort") return kLens | kTable | kFormat | kGeometry | kSizeOpt | kFileOpts | kQuiet;
+    if (command == "correct") return kLens | kTable | kFormat | kGeometry | kSizeOpt | kFileOpts | kQuiet | kFill | kCalibration;
+    if (command == "distort") return kLens | kTable | kFormat | kGeometry | kSizeOpt | kFileOpts | kQuiet | kFill;
+    if (command == "lens") return kTable | kSizeOpt | kCalibration;
     if (command == "demo") return kLens;
     if (command == "info") return kFormat | kSizeOpt;
     return 0;
@@ -77,6 +82,50 @@ bool parseSize(const std::string &text, Size *size) {
     return true;
 }
 
+bool parseFillColour(const std::string &text, FillColour *colour) {
+    struct Named {
+        const char *name;
+        uint8_t rgb[3];
+    };
+    static const Named kNamed[] = {{"white", {255, 255, 255}}, {"grey", {128, 128, 128}}, {"gray", {128, 128, 128}},
+                                   {"red", {255, 0, 0}},       {"green", {0, 255, 0}},    {"blue", {0, 0, 255}}};
+    FillColour c;
+    if (text == "black") {
+        *colour = c;
+        return true;
+    }
+    if (text == "none") {
+        c.kind = FillColour::Kind::None;
+        *colour = c;
+        return true;
+    }
+    c.kind = FillColour::Kind::Rgb;
+    for (const Named &n : kNamed)
+        if (text == n.name) {
+            for (int i = 0; i < 3; ++i) c.rgb[i] = n.rgb[i];
+            *colour = c;
+            return true;
+        }
+    const std::string hex = !text.empty() && text[0] == '#' ? text.substr(1) : text;
+    if (hex.size() == 6 && hex.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos) {
+        const unsigned long v = std::stoul(hex, nullptr, 16);
+        for (int i = 0; i < 3; ++i) c.rgb[i] = static_cast<uint8_t>(v >> (16 - 8 * i));
+        *colour = c;
+        return true;
+    }
+    int parts[3];
+    size_t start = 0;
+    for (int i = 0; i < 3; ++i) {
+        const size_t comma = text.find(',', start);
+        if ((i < 2) != (comma != std::string::npos)) return false;
+        if (!parseInt(text.substr(start, comma - start), &parts[i]) || parts[i] < 0 || parts[i] > 255) return false;
+        c.rgb[i] = static_cast<uint8_t>(parts[i]);
+        start = comma + 1;
+    }
+    *colour = c;
+    return true;
+}
+
 Options parseOptions(int argc, char **argv) {
     Options o;
     if (argc < 2) {
@@ -121,6 +170,9 @@ Options parseOptions(int argc, char **argv) {
         else if (arg == "--size") bit = kSizeOpt;
         else if (arg == "--range" || arg == "--quality") bit = kFileOpts;
         else if (arg == "--quiet") { bit = kQuiet; takesValue = false; }
+        else if (arg == "--fill") bit = kFill;
+        else if (arg == "--calibration" || arg == "--kind" || arg == "--lens" || arg == "--focal" ||
+                 arg == "--crop-factor" || arg == "--form") bit = kCalibration;
         else throw UsageError("unknown option " + arg + " (try parvex --help)");
         if (!(allowed & bit)) throw UsageError(arg + " does not apply to \"" + o.command + "\"");
         if (!takesValue) {
@@ -183,9 +235,24 @@ Options parseOptions(int argc, char **argv) {
             if (!parseInt(value, &o.quality) || o.quality < 1 || o.quality > 100) badValue(arg, value, "a JPEG quality from 1 to 100");
         } else if (arg == "--quiet") {
             o.quiet = true;
+        } else if (arg == "--fill") {
+            if (!parseFillColour(value, &o.fill))
+                badValue(arg, value, "a colour (black, none, white, grey, red, green, blue, #RRGGBB or R,G,B)");
+        } else if (bit == kCalibration) {
+            parseCalibrationOption(arg, value, &o);
         }
     }
 
+    if (o.command == "lens") {
+        if (o.files.size() != 1) throw UsageError("lens takes one calibration file");
+        if (!o.calibrationFile.empty()) throw UsageError("lens takes the calibration file as its argument, not with --calibration");
+        o.calibrationFile = o.files[0];
+        return o;
+    }
+    if (!o.calibrationFile.empty() && (o.anyCoef() || !o.tableFile.empty()))
+        throw UsageError("--calibration describes the lens; leave out --k1..--k4 and --table");
+    if (o.calibrationFile.empty() && (!o.lensName.empty() || o.focal > 0 || o.cropFactor > 0 || !o.calibrationKind.empty() || !o.lensForm.empty()))
+        throw UsageError("--kind, --lens, --focal, --crop-factor and --form go with --calibration FILE");
     if (!o.tableFile.empty() && o.anyCoef()) throw UsageError("--table and --k1..--k4 describe the lens two ways; give one");
     if (o.inPlace && o.outputSizeGiven) {
         if (o.outputRecommended)

@@ -9,12 +9,24 @@
 
 namespace parvex_tool {
 
+// The --fill colour: black in the frame's range, an RGB colour, or none
+// (the undrawn pixels keep whatever the output buffer held).
+struct FillColour {
+    enum class Kind { Black, Rgb, None };
+    Kind kind = Kind::Black;
+    uint8_t rgb[3] = {0, 0, 0};
+};
+
+// "black", "none", "white", "grey"/"gray", "red", "green", "blue",
+// "#RRGGBB" / "RRGGBB" or "R,G,B" (0..255 each); false for anything else.
+bool parseFillColour(const std::string &text, FillColour *colour);
+
 struct Size {
     int width = 0, height = 0;
 };
 
 struct Options {
-    std::string command;                 // "demo", "correct", "distort", "info" or "help"
+    std::string command;                 // "demo", "correct", "distort", "info", "lens" or "help"
     std::vector<std::string> files;      // positional arguments
 
     bool coefGiven[4] = {false, false, false, false};
@@ -40,7 +52,16 @@ struct Options {
     bool rangeGiven = false;
     Range range = Range::Limited;
     int quality = 95;
+    FillColour fill;                     // --fill
     bool quiet = false;
+
+    // Calibration import (correct, lens).
+    std::string calibrationFile;         // --calibration FILE (the file argument of "lens")
+    std::string calibrationKind;         // --kind: opencv, fisheye, android, lensfun ("" detects)
+    std::string lensName;                // --lens NAME (Lensfun)
+    double focal = 0.0;                  // --focal MM (Lensfun)
+    double cropFactor = 0.0;             // --crop-factor F (Lensfun)
+    std::string lensForm;                // --form: best, coefficients, table
 
     bool anyCoef() const { return coefGiven[0] || coefGiven[1] || coefGiven[2] || coefGiven[3]; }
 };

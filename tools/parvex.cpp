@@ -4,6 +4,7 @@
 
 #include <new>
 
+#include "calibration.h"
 #include "commands.h"
 #include "tool_error.h"
 
@@ -21,6 +22,7 @@ int main(int argc, char **argv) {
         }
         if (options.command == "demo") return runDemo(options);
         if (options.command == "info") return runInfo(options);
+        if (options.command == "lens") return runLens(options);
         return runConvert(options);
     } catch (const UsageError &e) {
         fprintf(stderr, "parvex: %s\n", e.what());

@@ -12,9 +12,10 @@ double Progress::elapsed() const {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
 }
 
-void Progress::frameDone(double processSeconds) {
+void Progress::frameDone(double processSeconds, double fillSeconds) {
     ++frames_;
     processTotal_ += processSeconds;
+    fillTotal_ += fillSeconds;
     if (quiet_) return;
     const double now = elapsed();
     if (now - lastReport_ < (terminal_ ? 0.5 : 5.0)) return;
@@ -29,9 +30,10 @@ void Progress::finish(const std::string &what) {
     if (quiet_) return;
     const double total = elapsed();
     if (lineOpen_) fputc('\n', stderr);
-    fprintf(stderr, "parvex: %s %lld frame%s in %.2f s (%.1f fps; %.2f ms per frame in the library)\n",
+    const double perFrame = frames_ ? 1000.0 / frames_ : 0.0;
+    fprintf(stderr, "parvex: %s %lld frame%s in %.2f s (%.1f fps; %.2f ms per frame in the library, %.3f ms filling the border)\n",
             what.c_str(), frames_, frames_ == 1 ? "" : "s", total, total > 0 ? frames_ / total : 0.0,
-            frames_ ? 1000.0 * processTotal_ / frames_ : 0.0);
+            processTotal_ * perFrame, fillTotal_ * perFrame);
 }
 
 }  // namespace parvex_tool

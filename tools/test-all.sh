@@ -1,14 +1,19 @@
 #!/usr/bin/env bash
 # Builds and runs every test: x86-64 release (g++), x86-64 with
 # AddressSanitizer + UndefinedBehaviorSanitizer (clang), the runtime under
-# ThreadSanitizer, and 32-bit Arm (NEON) under qemu-arm; then the fuzz targets
-# briefly and the engine under ThreadSanitizer.
+# ThreadSanitizer, 32-bit Arm (NEON) under qemu-arm and 64-bit Arm (NEON)
+# under qemu-aarch64. The calibration import (calib/, with OpenCV,
+# nlohmann-json and pugixml) and its tests (label calib, among them the
+# agreement with OpenCV's undistortion) run in the x86-64 legs that build the
+# tool.
+# Then the fuzz targets briefly, and the engine under ThreadSanitizer.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . tools/ensure-packages.sh
 ensure_packages cmake ninja-build g++ clang libclang-rt-14-dev googletest libgtest-dev \
     libbenchmark-dev libpng-dev libjpeg62-turbo-dev pkg-config binutils file \
-    g++-arm-linux-gnueabihf qemu-user
+    g++-arm-linux-gnueabihf g++-aarch64-linux-gnu qemu-user \
+    libopencv-dev nlohmann-json3-dev libpugixml-dev
 
 jobs=$(nproc)
 build_and_test() {
@@ -27,6 +32,29 @@ build_and_test tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DPVX_SANITIZE=thread \
     -DPVX_TEST_MODULES=runtime -DPVX_BUILD_TOOLS=OFF
 build_and_test arm -DCMAKE_BUILD_TYPE=Release -DCMAKE_TOOLCHAIN_FILE=cmake/arm-linux-gnueabihf.cmake \
     -DPVX_BUILD_TOOLS=OFF
+
+# --- 64-bit Arm (AArch64, NEON) under qemu-aarch64 ---
+build_and_test aarch64 -DCMAKE_BUILD_TYPE=Release -DCMAKE_TOOLCHAIN_FILE=cmake/aarch64-linux-gnu.cmake \
+    -DPVX_BUILD_TOOLS=OFF
+
+# ---- Python module -------------------------------------------------------
+# Built in the release tree (its library objects are already compiled) for
+# Debian's /usr/bin/python3; pytest checks it against the release parvex tool.
+ensure_packages python3-dev python3-numpy python3-pytest python3-opencv pybind11-dev \
+    libopencv-dev nlohmann-json3-dev libpugixml-dev
+echo "=== python ==="
+cmake -S . -B build/release -DPVX_BUILD_PYTHON=ON -DPython_EXECUTABLE=/usr/bin/python3 > build-python.log 2>&1 \
+    || { cat build-python.log; exit 1; }
+rm -f build-python.log
+cmake --build build/release -j "$jobs" --target parvex_python parvex
+pytest_rc=0
+PYTHONPATH=build/release/python PARVEX_TOOL=build/release/tools/parvex PYTHONDONTWRITEBYTECODE=1 \
+    /usr/bin/python3 -m pytest -q -p no:cacheprovider tests/python || pytest_rc=$?
+case $pytest_rc in
+    0) ;;
+    5) echo "python: pytest collected no tests"; exit 1 ;;
+    *) echo "python: pytest failed (exit code $pytest_rc)"; exit 1 ;;
+esac
 
 # --- Robustness: fuzz targets and ThreadSanitizer over the whole engine ---
 # Each fuzz target runs briefly over its seed corpus in the sanitizer build

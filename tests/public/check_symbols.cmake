@@ -35,4 +35,34 @@ foreach(forbidden malloc calloc realloc free _Znwj _Znwm _Znaj _Znam _ZdlPv _Zda
     message(FATAL_ERROR "the library needs ${forbidden}:\n${undefined}")
   endif()
 endforeach()
+
+# Every function the library imports, on every target. Android's C library
+# (bionic) provides each of them; the README lists them for NDK users. A new
+# import fails here until it is checked against bionic and added to both.
+set(allowed_imports
+  abort clock_gettime getauxval hypot memcpy memmove memset strcmp syscall sysconf
+  pthread_cond_broadcast pthread_cond_destroy pthread_cond_init pthread_cond_signal
+  pthread_cond_timedwait pthread_cond_wait pthread_create pthread_join pthread_self
+  pthread_mutex_destroy pthread_mutex_init pthread_mutex_lock pthread_mutex_trylock pthread_mutex_unlock
+  pthread_mutexattr_destroy pthread_mutexattr_init pthread_mutexattr_settype
+  # Compiler support that the toolchain's own runtime may leave to the C
+  # library; __getauxval: GCC's out-of-line atomics on AArch64 glibc.
+  __stack_chk_fail __stack_chk_guard __errno_location __getauxval
+  __aeabi_memcpy __aeabi_memcpy4 __aeabi_memcpy8 __aeabi_memmove __aeabi_memset __aeabi_memclr
+  __aeabi_memclr4 __aeabi_memclr8)
+string(REGEX MATCHALL "[^\n]+" lines "${undefined}")
+set(imports)
+foreach(line IN LISTS lines)
+  # Strong undefined symbols only; weak ones (w/v) are optional hooks of the startup code.
+  if(line MATCHES "^ *U ([^ @]+)")
+    list(APPEND imports ${CMAKE_MATCH_1})
+  endif()
+endforeach()
+set(unexpected ${imports})
+list(REMOVE_ITEM unexpected ${allowed_imports})
+if(unexpected)
+  message(FATAL_ERROR "the library imports functions that are not on its list: ${unexpected}\n"
+                      "(check that Android's C library has them, then add them here and to the README)")
+endif()
 message(STATUS "exports: ${exported}")
+message(STATUS "imports: ${imports}")

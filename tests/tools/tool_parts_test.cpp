@@ -12,6 +12,7 @@
 
 #include <gtest/gtest.h>
 
+#include "border.h"
 #include "colour.h"
 #include "engine.h"
 #include "frame.h"
@@ -289,11 +290,51 @@ TEST(ToolOptions, MisplacedOrMalformedOptionsAreUsageErrors) {
         {{"correct", "a", "b", "c"}, "needs an input and an output"},
         {{"correct", "a", "b", "--strength", "-0.01"}, "a strength from 0 to 1"},
         {{"correct", "a", "b", "--zoom", "0.999"}, "at least 1"},
+        {{"correct", "a", "b", "--fill", "256,0,0"}, "a colour (black, none"},
+        {{"demo", "--fill", "red"}, "--fill does not apply to \"demo\""},
     };
     for (const Case &c : cases) {
         const std::string message = usageError(c.args);
         EXPECT_NE(message.find(c.message), std::string::npos) << message;
     }
+}
+
+TEST(ToolOptions, FillColoursParse) {
+    struct Case {
+        const char *text;
+        FillColour::Kind kind;
+        uint8_t rgb[3];
+    } const good[] = {
+        {"black", FillColour::Kind::Black, {0, 0, 0}},   {"none", FillColour::Kind::None, {0, 0, 0}},
+        {"white", FillColour::Kind::Rgb, {255, 255, 255}}, {"gray", FillColour::Kind::Rgb, {128, 128, 128}},
+        {"#FF8000", FillColour::Kind::Rgb, {255, 128, 0}}, {"0a0B0c", FillColour::Kind::Rgb, {10, 11, 12}},
+        {"1,2,255", FillColour::Kind::Rgb, {1, 2, 255}},
+    };
+    for (const Case &c : good) {
+        FillColour f;
+        ASSERT_TRUE(parseFillColour(c.text, &f)) << c.text;
+        EXPECT_EQ(c.kind, f.kind) << c.text;
+        for (int i = 0; i < 3; ++i) EXPECT_EQ(c.rgb[i], f.rgb[i]) << c.text;
+    }
+    for (const char *bad : {"", "Black", "#12345", "#1234567", "1,2", "1,2,3,4", "1,,3", "-1,0,0", "x,0,0", "#GG0000"}) {
+        FillColour f;
+        EXPECT_FALSE(parseFillColour(bad, &f)) << bad;
+    }
+}
+
+// The border helper's BT.601 and the tool's conversion give the same levels.
+TEST(ToolColour, BorderColoursMatchTheToolsConversion) {
+    const uint8_t colours[][3] = {{0, 0, 0}, {255, 255, 255}, {255, 0, 0}, {0, 255, 0}, {0, 0, 255}, {30, 140, 220}};
+    for (const Range range : {Range::Limited, Range::Full})
+        for (const auto &c : colours) {
+            double y, u, v;
+            rgbToYuv(c[0], c[1], c[2], range, &y, &u, &v);
+            const parvex_BorderColour b =
+                parvex_BorderFill_fromRgb("YUV420_PLANAR", c[0], c[1], c[2], range == Range::Full);
+            EXPECT_EQ(clampToByte(y), b.c[0]);
+            EXPECT_EQ(clampToByte(u), b.c[1]);
+            EXPECT_EQ(clampToByte(v), b.c[2]);
+        }
 }
 
 TEST(ToolTable, FilesParseWithCommentsAndRefuseFaults) {

@@ -98,7 +98,7 @@ TEST(ToolRun, InfoReportsVersionAndTheLibrarysBufferSize) {
     }
 }
 
-TEST(ToolRun, DemoWritesTheSheetAndPrintsTimeAndPsnr) {
+TEST(ToolRun, DemoWritesTheSheetAndArrowsAndPrintsTimeAndCornerError) {
     TempDir dir;
     const RunResult r = runTool("demo " + dir.file("demo.png"));
     ASSERT_EQ(r.status, 0) << r.err;
@@ -107,21 +107,71 @@ TEST(ToolRun, DemoWritesTheSheetAndPrintsTimeAndPsnr) {
     ASSERT_TRUE(readPngFile(dir.file("demo.png"), &w, &h, &rgb));
     EXPECT_EQ(w, 2880);
     EXPECT_EQ(h, 540);
-    EXPECT_TRUE(std::regex_search(r.out, std::regex("process time: [0-9]+\\.[0-9]+ ms per frame \\(median of 15\\)")))
-        << r.out;
     std::smatch m;
-    ASSERT_TRUE(std::regex_search(r.out, m, std::regex("middle half\\): ([0-9]+\\.[0-9]+) dB per pixel,\\s+([0-9]+\\.[0-9]+) dB over 4x4 blocks")))
+    ASSERT_TRUE(std::regex_search(r.out, m, std::regex("process time: [0-9]+\\.[0-9]+ ms per frame \\(median of 15\\), "
+                                                       "border fill [0-9.]+ ms; corner error: median ([0-9.]+) px,\\s+"
+                                                       "largest ([0-9.]+) px \\(([0-9]+) grid crossings")))
         << r.out;
-    // The correction undoes the distortion: at the scale of 4x4 blocks the
-    // corrected centre matches the chart closely.
-    EXPECT_GT(std::stod(m[2].str()), 30.0) << r.out;
-    EXPECT_EQ(dir.list(), std::vector<std::string>{"demo.png"});
+    // The correction undoes the distortion to a fraction of a pixel.
+    EXPECT_LT(std::stod(m[1].str()), 0.25) << r.out;
+    EXPECT_LT(std::stod(m[2].str()), 1.0) << r.out;
+    EXPECT_GT(std::stoi(m[3].str()), 60) << r.out;
+    EXPECT_EQ(r.out.find("PSNR"), std::string::npos) << r.out;
+    EXPECT_EQ(dir.list(), (std::vector<std::string>{"demo-arrows.png", "demo.png"}));
+    int aw = 0, ah = 0;
+    std::vector<uint8_t> arrows;
+    ASSERT_TRUE(readPngFile(dir.file("demo-arrows.png"), &aw, &ah, &arrows));
+    EXPECT_EQ(aw, 1920);
+    EXPECT_EQ(ah, 1080);
     // The three panels differ: the lens really moved the pixels.
     auto panel = [&](int n, int x, int y) { return rgb[(static_cast<size_t>(y) * w + n * 960 + x) * 3]; };
     int differ = 0;
     for (int y = 0; y < 540; y += 7)
         for (int x = 0; x < 960; x += 7) differ += panel(0, x, y) != panel(1, x, y);
     EXPECT_GT(differ, 1000);
+    // The corrected panel's border (top and bottom, above the chart's green
+    // patch) is black, never green.
+    int black = 0;
+    for (int y = 0; y < 540; ++y)
+        for (int x = 0; x < 960; ++x) {
+            const uint8_t *p = &rgb[(static_cast<size_t>(y) * w + 1920 + x) * 3];
+            black += p[0] == 0 && p[1] == 0 && p[2] == 0;
+            const bool green = p[1] > p[0] + 40 && p[1] > p[2] + 40;
+            ASSERT_FALSE(green && (y < 12 || y >= 528)) << "green at " << x << "," << y;
+        }
+    EXPECT_GT(black, 5000);
+}
+
+// A picture corrected with a lens table that samples beyond the input's
+// edge: the border is black by default, in place too, and --fill picks
+// another colour without touching the drawn pixels.
+TEST(ToolRun, PincushionBorderIsFilled) {
+    TempDir dir;
+    const Picture in = writeInputPng(dir, 4);
+    writeFile(dir.file("pin.txt"), "0 0\n0.5 0.6\n1.0 1.3\n1.2 1.6\n");
+    Settings s;
+    s.xs = {0.0, 0.5, 1.0, 1.2};
+    s.ys = {0.0, 0.6, 1.3, 1.6};
+    const std::string lens = "correct --table " + dir.file("pin.txt") + " " + dir.file("in.png") + " ";
+    ASSERT_EQ(runTool(lens + dir.file("black.png")).status, 0);
+    ASSERT_EQ(runTool(lens + dir.file("inplace.png") + " --in-place").status, 0);
+    ASSERT_EQ(runTool(lens + dir.file("red.png") + " --fill 255,0,0").status, 0);
+    ASSERT_EQ(runTool(lens + dir.file("none.png") + " --fill none").status, 0);
+    const Picture black = readOutputPng(dir.file("black.png")), red = readOutputPng(dir.file("red.png"));
+    EXPECT_EQ(black.difference(libraryOutput(s, {in})[0]), "");
+    EXPECT_EQ(readOutputPng(dir.file("inplace.png")).difference(black), "");
+    s.fillBorder = false;
+    EXPECT_EQ(readOutputPng(dir.file("none.png")).difference(libraryOutput(s, {in})[0]), "");
+    // The corner pixel's source lies far outside; it is in the border.
+    EXPECT_EQ(std::vector<uint8_t>(black.plane[0].begin(), black.plane[0].begin() + 3), (std::vector<uint8_t>{0, 0, 0}));
+    size_t border = 0;
+    for (size_t i = 0; i < black.plane[0].size(); i += 3) {
+        const bool isRed = red.plane[0][i] == 255 && red.plane[0][i + 1] == 0 && red.plane[0][i + 2] == 0;
+        const bool same = std::equal(&red.plane[0][i], &red.plane[0][i] + 3, &black.plane[0][i]);
+        ASSERT_TRUE(same || isRed) << "pixel " << i / 3;
+        border += !same;
+    }
+    EXPECT_GT(border, black.plane[0].size() / 3 / 10);
 }
 
 // One run of "correct"/"distort" on a PNG per case, against the library's

@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 #include <png.h>
 
+#include "parvex_border_fill.h"
 #include "parvex_distortion_correction.h"
 #include "tests/support/guarded_buffer.h"
 #include "tests/support/test_random.h"
@@ -264,17 +265,36 @@ std::vector<Picture> libraryOutput(const Settings &s, const std::vector<Picture>
     if (s.cropSet) {
         EXPECT_EQ(parvex_DistortionCorrection_setCropRect(&h_, s.crop[0], s.crop[1], s.crop[2], s.crop[3]), PARVEX_OK);
     }
+    std::vector<parvex_BorderSpan> spans;
+    parvex_BorderFill fill{};
+    if (s.fillBorder) {
+        const size_t bytes = parvex_BorderFill_probeSize(param.format, w, h, ow, oh);
+        std::vector<uint64_t> scratch(bytes / 8);
+        int32_t count = 0;
+        EXPECT_EQ(parvex_BorderFill_probe(&h_, s.distort ? PARVEX_BORDER_FILL_DISTORT : PARVEX_BORDER_FILL_PROCESS,
+                                          param.format, w, h, ow, oh, scratch.data(), bytes, &count),
+                  PARVEX_OK);
+        spans.resize(static_cast<size_t>(count) + 1);
+        EXPECT_EQ(parvex_BorderFill_init(&fill, scratch.data(), spans.data(), count), PARVEX_OK);
+    }
+    const parvex_BorderColour black = parvex_BorderFill_black(param.format, 0);
     for (const Picture &in : inputs) {
         GuardedPicture src(in);
         Picture out = makePicture(s.format, ow, oh);
         if (s.inPlace) {
             EXPECT_EQ(parvex_DistortionCorrection_process(&h_, &src.data, &src.data), PARVEX_OK);
+            if (s.fillBorder) {
+                EXPECT_EQ(parvex_BorderFill_apply(&fill, &src.data, black), PARVEX_OK);
+            }
             src.copyTo(&out);
         } else {
             GuardedPicture dst(out);
             const uint32_t code = s.distort ? parvex_DistortionCorrection_distort(&h_, &dst.data, &src.data)
                                             : parvex_DistortionCorrection_process(&h_, &dst.data, &src.data);
             EXPECT_EQ(code, PARVEX_OK);
+            if (s.fillBorder) {
+                EXPECT_EQ(parvex_BorderFill_apply(&fill, &dst.data, black), PARVEX_OK);
+            }
             dst.copyTo(&out);
         }
         outputs.push_back(out);

@@ -81,6 +81,9 @@ struct Settings {
     bool recommended = false;
     bool inPlace = false;
     bool distort = false;
+    // The border the library leaves undrawn is filled as the tool fills it
+    // by default: black, in the video range for the YUV formats.
+    bool fillBorder = true;
 };
 
 // The library's output for each input frame, with the settings applied in
