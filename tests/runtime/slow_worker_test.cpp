@@ -34,7 +34,7 @@ pvx_Result slowIndex(void *arg, int32_t index, const pvx_PelInfo *info) {
         while (job->arrived.load() < job->workers && std::chrono::steady_clock::now() - t0 < std::chrono::seconds(5))
             std::this_thread::yield();
     }
-    if (info->worker != 0) std::this_thread::sleep_for(std::chrono::milliseconds(40));
+    if (info->worker != 0) std::this_thread::sleep_for(std::chrono::milliseconds(60));
     job->written[index] = index + 1;
     job->running.fetch_sub(1);
     job->finished.fetch_add(1);
@@ -46,7 +46,7 @@ const pvx_PelDescriptor kSlowKernel = {pvx_Pel_indexedWorker, nullptr, slowIndex
 struct Case {
     int32_t workers;
     int32_t timeoutMs;
-    bool timesOut;   // whether the call must report the time-out
+    bool timesOut;   // whether the wait expires (reported once the work is done)
 };
 
 class SlowWorkers : public ::testing::TestWithParam<Case> {};
@@ -63,6 +63,7 @@ TEST_P(SlowWorkers, ExecuteReturnsOnlyAfterTheLastTask) {
     params.numWorkers = c.workers;
     params.waitTimeoutMs = c.timeoutMs;
     ASSERT_EQ(PVX_OK, pvx_Pel_init(pel.get(), &params));
+    int timeouts = 0;
     for (int round = 0; round < 3; ++round) {
         SlowJob job;
         job.workers = c.workers < 12 ? c.workers : 12;   // participants that can hold a task at once
@@ -70,17 +71,20 @@ TEST_P(SlowWorkers, ExecuteReturnsOnlyAfterTheLastTask) {
         EXPECT_EQ(0, job.running.load()) << "a task still ran after execute returned";
         EXPECT_EQ(12, job.finished.load());
         for (int32_t i = 0; i < 12; ++i) EXPECT_EQ(i + 1, job.written[i]);
-        if (c.timesOut) {
-            EXPECT_EQ(PVX_ERROR_TIMEOUT, r);
-        } else {
-            EXPECT_EQ(PVX_OK, r);
-        }
+        // The time-out is the only failure a wait may add.
+        EXPECT_TRUE(r == PVX_OK || (c.timesOut && r == PVX_ERROR_TIMEOUT)) << std::hex << r;
+        timeouts += r == PVX_ERROR_TIMEOUT ? 1 : 0;
+    }
+    // A caller held up for longer than the pool's threads sleep (a loaded
+    // machine) may find them done; not in every round.
+    if (c.timesOut) {
+        EXPECT_GT(timeouts, 0);
     }
     EXPECT_EQ(PVX_OK, pvx_destruct_Pel(pel.get()));
     EXPECT_EQ(PVX_OK, pvx_destruct_Env(&env));
 }
 
-// The caller waits about 40 ms for the pool's threads: a wait of 0 or 1 ms
+// The caller waits about 60 ms for the pool's threads: a wait of 0 or 1 ms
 // expires, one of 5 s does not. One worker (the caller alone) never waits.
 INSTANTIATE_TEST_SUITE_P(Pel, SlowWorkers,
                          ::testing::Values(Case{3, 1, true}, Case{3, 0, true}, Case{16, 1, true},
