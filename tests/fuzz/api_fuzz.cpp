@@ -240,7 +240,7 @@ struct Session {
         default: break;
         }
         if (size > 64 * 1024 * 1024) size = 64 * 1024 * 1024;
-        const size_t align = in.PickValueInArray({16, 16, 16, 8, 4, 1});
+        const size_t align = in.PickValueInArray({16, 16, 16, 16, 16, 8, 4, 1});
         const size_t bytes = size > 0 ? static_cast<size_t>(size) : 1;
         buffer = workBufferEndingAtGuard(bytes);
         // Misaligned by 16 - align bytes, ending at the same guard page.

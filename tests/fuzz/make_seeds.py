@@ -64,7 +64,7 @@ class Seq:
                 self.int(value - 859552, 0, 1 << 23, 64)
             else:
                 self.int(value, 1, 100000, 32)
-        return self.pick(align, 6)
+        return self.pick(align, 8)   # 0..4: 16, 5: 8, 6: 4, 7: 1
 
     def start(self): return self.step(2)
     def finalize(self, failing=False):
@@ -117,7 +117,7 @@ def seeds():
     s['bgr_zoom'] = Seq().init(fmt=1).start().zoom(1.7).frame().frame(kind=3).finalize()
     s['huge_output'] = Seq().init().output_hostile(14, 14).start().frame(equal_sizes=False).finalize()
     s['hostile_coefficients'] = Seq().init(coef=[BIG, NAN, INF, 12]).start().frame(kind=2).frame().finalize()
-    s['misaligned_buffer'] = Seq().init(align=3).start().init(align=5).finalize()
+    s['misaligned_buffer'] = Seq().init(align=5).start().init(align=7).finalize()
     return s
 
 
