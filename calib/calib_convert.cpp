@@ -4,6 +4,7 @@
 #include <math.h>
 
 #include <algorithm>
+#include <array>
 
 #include <opencv2/core.hpp>
 
@@ -31,13 +32,17 @@ constexpr int kTablePoints = 255;
 // output radius is s * D(s) / gmin. The model gives, for the same output
 // pixel, s * T(s) / g with T the undistorted over distorted radius and g its
 // own fill scale. The fit makes D proportional to T, with the factor free
-// (the engine's gmin absorbs it), weighting every output pixel whose source
-// lies inside the frame alike: it minimises the sum of
-// (s * D(s) - c * s * T(s))^2 over k1..k4 and c.
-void fitCoefficients(const CameraModel &m, double g, double coef[4]) {
+// (the engine's gmin absorbs it), over the output pixels whose source lies
+// inside the frame: one row (s^3, s^5, s^7, s^9, -s T) . (k1..k4, c) = -s a
+// pixel, on a grid over the frame.
+struct FitRows {
+    cv::Mat a, b;
+};
+
+FitRows fitRows(const CameraModel &m, double g) {
     const double half = hypot(m.width, m.height) * 0.5, f = detail::radialFocal(m);
     const double limit = detail::risingLimit(m);
-    const int step = std::max(1, std::max(m.width, m.height) / 256);
+    const int step = std::max(1, std::max(m.width, m.height) / 200);
     std::vector<double> rows;
     std::vector<double> rhs;
     for (int y = 0; y <= m.height; y += step) {
@@ -45,8 +50,7 @@ void fitCoefficients(const CameraModel &m, double g, double coef[4]) {
             const double rhoU = hypot(x - m.cx, y - m.cy) * g / f;
             if (rhoU > limit || rhoU == 0) continue;
             const double ratio = detail::radialRatio(m, rhoU);
-            const double rhoD = rhoU * ratio;
-            const double s = f * rhoD / half;
+            const double s = f * rhoU * ratio / half;
             // Pixels whose source lies outside the frame show nothing of it.
             const double sx = m.cx + (x - m.cx) * g * ratio, sy = m.cy + (y - m.cy) * g * ratio;
             if (sx < 0 || sy < 0 || sx > m.width - 1 || sy > m.height - 1) continue;
@@ -55,13 +59,49 @@ void fitCoefficients(const CameraModel &m, double g, double coef[4]) {
             rhs.push_back(-s);
         }
     }
-    for (int i = 0; i < 4; ++i) coef[i] = 0;
-    if (rhs.size() < 5) return;
-    const cv::Mat a(static_cast<int>(rhs.size()), 5, CV_64F, rows.data());
-    const cv::Mat b(static_cast<int>(rhs.size()), 1, CV_64F, rhs.data());
-    cv::Mat x;
-    if (!cv::solve(a, b, x, cv::DECOMP_SVD)) return;
+    FitRows r;
+    const int n = static_cast<int>(rhs.size());
+    if (n >= 5) {
+        r.a = cv::Mat(n, 5, CV_64F, rows.data()).clone();
+        r.b = cv::Mat(n, 1, CV_64F, rhs.data()).clone();
+    }
+    return r;
+}
+
+// Least squares with a weight per row; false when the system is singular.
+bool solveWeighted(const FitRows &rows, const cv::Mat &weights, double coef[4], cv::Mat *residual) {
+    cv::Mat a = rows.a.clone(), b = rows.b.clone(), x;
+    for (int i = 0; i < a.rows; ++i) {
+        const double w = sqrt(weights.at<double>(i));
+        a.row(i) *= w;
+        b.at<double>(i) *= w;
+    }
+    if (!cv::solve(a, b, x, cv::DECOMP_QR)) return false;
     for (int i = 0; i < 4; ++i) coef[i] = x.at<double>(i);
+    *residual = cv::abs(rows.a * x - rows.b);
+    return true;
+}
+
+// Two candidate fits: plain least squares (smallest RMS), and Lawson's
+// reweighting towards the smallest largest deviation.
+std::vector<std::array<double, 4>> coefficientFits(const CameraModel &m, double g) {
+    std::vector<std::array<double, 4>> fits;
+    const FitRows rows = fitRows(m, g);
+    if (rows.a.empty()) return {{0, 0, 0, 0}};
+    cv::Mat weights(rows.a.rows, 1, CV_64F, cv::Scalar(1.0)), residual;
+    std::array<double, 4> coef = {0, 0, 0, 0};
+    if (!solveWeighted(rows, weights, coef.data(), &residual)) return {{0, 0, 0, 0}};
+    fits.push_back(coef);
+    constexpr int kLawsonRounds = 30;
+    for (int round = 0; round < kLawsonRounds; ++round) {
+        weights = weights.mul(residual);
+        const double total = cv::sum(weights)[0];
+        if (!(total > 0)) break;
+        weights /= total;
+        if (!solveWeighted(rows, weights, coef.data(), &residual)) break;
+    }
+    fits.push_back(coef);
+    return fits;
 }
 
 // Output radii from the centre to the farthest corner (and a little more),
@@ -185,15 +225,21 @@ EngineLens convertCameraModel(const CameraModel &m, Form form) {
     EngineLens coefficients = base, table = base;
     if (form != Form::Table) {
         coefficients.mode = 0;
-        fitCoefficients(m, g, coefficients.coef);
-        const FitError e = measureFitError(coefficients, m);
-        coefficients.fit_max_px = e.max_px;
-        coefficients.fit_rms_px = e.rms_px;
+        coefficients.fit_max_px = INFINITY;
+        for (const std::array<double, 4> &fit : coefficientFits(m, g)) {
+            EngineLens candidate = coefficients;
+            for (int i = 0; i < 4; ++i) candidate.coef[i] = fit[i];
+            const FitError e = measureFitError(candidate, m);
+            if (!(e.max_px < coefficients.fit_max_px)) continue;
+            coefficients = candidate;
+            coefficients.fit_max_px = e.max_px;
+            coefficients.fit_rms_px = e.rms_px;
+        }
     }
     if (form != Form::Coefficients) {
         table.mode = 1;
         table.fill_scale = tableFillScale(m, g);
-        if (table.fill_scale != g)
+        if (g / table.fill_scale > 1.001)
             table.notes.push_back("table output scaled by " + number(g / table.fill_scale, 5) +
                                   " so that the frame's border cells sample inside the frame");
         buildTable(m, table.fill_scale, &table.xs, &table.ys);

@@ -1,12 +1,13 @@
-// The span record of the draw kernels and their vector twins.
+// The span record of the draw kernels and the dispatch table of their
+// vector leaves.
 //
-// A span is one row pair of a cell from its first drawn pixel. The scalar
-// spans live in pvx_draw_walk.h; a vector twin draws a leading part of a
-// span (whole 16-pixel groups) and returns how many pixels it drew, and the
-// scalar span draws the rest. Twins reproduce the scalar arithmetic byte for
-// byte and read only where the scalar span's taps lie (see SpanTwin).
+// A span is one row pair of a cell from its first drawn pixel. The C
+// reference spans live in pvx_draw_reference.h; a vector leaf draws a
+// leading part of a span (whole 16-pixel groups) and returns how many pixels
+// it drew, and the reference draws the rest. Leaves reproduce the reference
+// arithmetic byte for byte and read only where its taps lie (see SpanLeaf).
 //
-// This header holds plain records and declarations only: the twins are
+// This header holds plain records and declarations only: the leaves are
 // compiled with instruction-set flags of their own, so they must not
 // instantiate inline code that the rest of the library shares.
 #pragma once
@@ -39,47 +40,40 @@ struct SpanArgs {
     const SrcPlanes *src;
 };
 
-// A twin of a span: draws the first pixels of the span (a multiple of 16)
-// and returns their count; 0 when the span does not suit it. The unrotated
-// twins read no byte outside the scalar span's taps on each row; the
-// general and parallelogram twins read inside the rectangle of columns and
-// rows that bounds the scalar span's taps (inside the source, as the span
-// is unchecked).
-typedef int32_t (*SpanTwin)(const SpanArgs &a);
+// A leaf of a span: draws the span's leading whole 16-pixel groups and
+// returns how many pixels it drew (a multiple of 16; 0 when the span does
+// not suit it); the C reference of the span draws the rest. The plain C
+// entry of a slot is the reference itself, which draws the whole span and
+// returns n. Vector leaves of the unrotated kind read no byte outside the
+// reference's taps on each row; those of the general and parallelogram
+// kinds read inside the rectangle of columns and rows that bounds the
+// reference's taps (inside the source, as the span is unchecked).
+typedef int32_t (*SpanLeaf)(const SpanArgs &a);
 
-// The twins of one instruction set; null where it has none.
-struct SpanTwins {
-    const char *isa;
-    SpanTwin noRotSemiplanar;    // unrotated bilinear span, interleaved 4:2:0 chroma, unchecked
-    SpanTwin noRotPlanar;        // unrotated bilinear span, planar 4:2:0 chroma, unchecked
-    SpanTwin generalSemiplanar;  // general (truncating) bilinear span, interleaved chroma, unchecked
-    SpanTwin generalPlanar;
-    SpanTwin parallelSemiplanar;  // parallelogram (rounding) bilinear span, interleaved chroma, unchecked
-    SpanTwin parallelPlanar;
+// Slots of the dispatch table: pixel layout family (interleaved and planar
+// 4:2:0 chroma, three bytes a pixel) and kernel kind of the unchecked
+// bilinear spans.
+enum SpanFamily : int { kSpanSemiplanar = 0, kSpanPlanar = 1, kSpanRgb = 2, kSpanFamilyCount = 3 };
+enum SpanKind : int { kSpanGeneral = 0, kSpanParallel = 1, kSpanNoRot = 2, kSpanKindCount = 3 };
+
+struct DrawSpanTable {
+    SpanLeaf leaf[kSpanFamilyCount][kSpanKindCount];
 };
 
-// Twins built in and usable on this processor, best first; returns their
-// number (0: scalar only). The list is a constant table.
-int32_t availableSpanTwins(const SpanTwins *const **list);
+// Fills `t` for the features `cpuFlags` (pvx_cpu.h bits): the C references
+// first, then every instruction set the flags allow overwrites the slots it
+// has leaves for, lowest set first.
+void fillDrawSpanTable(DrawSpanTable *t, uint32_t cpuFlags);
 
-// The best twins for this processor, or null.
-const SpanTwins *bestSpanTwins();
+// The library's table, filled from pvx_Cpu_flags() when a renderer is
+// initialised (the C references until then).
+void initDrawSpans();
+SpanLeaf drawSpanLeaf(SpanFamily family, SpanKind kind);
 
-#if defined(__x86_64__) || defined(__i386__)
-int32_t spanNoRotSemiplanarSsse3(const SpanArgs &a);
-int32_t spanNoRotPlanarSsse3(const SpanArgs &a);
-int32_t spanGeneralSemiplanarSsse3(const SpanArgs &a);
-int32_t spanGeneralPlanarSsse3(const SpanArgs &a);
-int32_t spanParallelSemiplanarSsse3(const SpanArgs &a);
-int32_t spanParallelPlanarSsse3(const SpanArgs &a);
-#endif
-#if defined(__ARM_NEON)
-int32_t spanNoRotSemiplanarNeon(const SpanArgs &a);
-int32_t spanNoRotPlanarNeon(const SpanArgs &a);
-int32_t spanGeneralSemiplanarNeon(const SpanArgs &a);
-int32_t spanGeneralPlanarNeon(const SpanArgs &a);
-int32_t spanParallelSemiplanarNeon(const SpanArgs &a);
-int32_t spanParallelPlanarNeon(const SpanArgs &a);
-#endif
+// Per instruction set: overwrite the slots that set has leaves for.
+void initDrawSpansSsse3(DrawSpanTable *t);
+void initDrawSpansRgbSsse3(DrawSpanTable *t);
+void initDrawSpansNeon(DrawSpanTable *t);
+void initDrawSpansRgbNeon(DrawSpanTable *t);
 
 }  // namespace pvx_draw

@@ -1,4 +1,4 @@
-// NEON twins of the bilinear 4:2:0 spans (luma and chroma): unrotated,
+// NEON leaves of the bilinear 4:2:0 spans (luma and chroma): unrotated,
 // general and parallelogram.
 //
 // A 16-pixel group's taps lie within 32 bytes of its first pixel's column:
@@ -149,11 +149,9 @@ int32_t noRotSemiplanar(const SpanArgs &a, const NoRotPlan &p) {
     const uint8_t *c0 = s.c0 + static_cast<ptrdiff_t>(p.cr) * s.c0Pitch;
     const uint8_t *c1 = c0 + s.c0Pitch;
     const uint8x8_t alternate = vreinterpret_u8_u16(vdup_n_u16(0x0100));  // 0, 1, 0, 1, ...
-    for (int32_t g = 0; g < p.groups; ++g) {
-        const int32_t k = 16 * g;
-        const int32_t G = twinAdd(a.sx, twinMul(k, a.ux)) >> 11;
+    return forEachNoRotGroup(a, p, [&](int32_t k, int32_t G) {
         lumaGroupRows<Wide>(a, p, lumaGroup(o.lo, o.hi, G & 15), G >> 4, k);
-        if (!p.chroma) continue;
+        if (!p.chroma) return;
         // Output byte b is channel b & 1 of chroma pixel b >> 1: taps at
         // bytes 2 * idx + (b & 1) and two bytes further.
         uint8x8_t idx, f;
@@ -169,8 +167,7 @@ int32_t noRotSemiplanar(const SpanArgs &a, const NoRotPlan &p) {
             out[h] = vertical(taps(t0, b0, b1, w, f2.val[h]), taps(t1, b0, b1, w, f2.val[h]), cwy0, cwy1);
         }
         vst1q_u8(a.dc00 + ((a.dx + k + p.par) >> 1) * 2, vcombine_u8(out[0], out[1]));
-    }
-    return 16 * p.groups;
+    });
 }
 
 template <bool Wide>
@@ -181,11 +178,9 @@ int32_t noRotPlanar(const SpanArgs &a, const NoRotPlan &p) {
                      cwy1 = vdupq_n_u16(static_cast<uint16_t>(p.cfy));
     const uint8_t *u0 = s.c0 + static_cast<ptrdiff_t>(p.cr) * s.c0Pitch, *u1 = u0 + s.c0Pitch;
     const uint8_t *v0 = s.c1 + static_cast<ptrdiff_t>(p.cr) * s.c1Pitch, *v1 = v0 + s.c1Pitch;
-    for (int32_t g = 0; g < p.groups; ++g) {
-        const int32_t k = 16 * g;
-        const int32_t G = twinAdd(a.sx, twinMul(k, a.ux)) >> 11;
+    return forEachNoRotGroup(a, p, [&](int32_t k, int32_t G) {
         lumaGroupRows<Wide>(a, p, lumaGroup(o.lo, o.hi, G & 15), G >> 4, k);
-        if (!p.chroma) continue;
+        if (!p.chroma) return;
         uint8x8_t idx, f;
         chromaTaps(o.chroma, G & 31, &idx, &f);
         const uint8x8_t idx1 = vadd_u8(idx, vdup_n_u8(1)), w = vsub_u8(vdup_n_u8(16), f);
@@ -197,8 +192,7 @@ int32_t noRotPlanar(const SpanArgs &a, const NoRotPlan &p) {
         const ptrdiff_t co = (a.dx + k + p.par) >> 1;
         vst1_u8(a.dc00 + co, blend(u0, u1));
         vst1_u8(a.dc01 + co, blend(v0, v1));
-    }
-    return 16 * p.groups;
+    });
 }
 
 // ---------------------------------------------------------------------------
@@ -338,17 +332,10 @@ int32_t linearSpan(const SpanArgs &a, const LinearPlan &p) {
     const SrcPlanes &s = *a.src;
     const LinearVectors v = linearVectors(p);
     uint16x8_t h[kMaxRowSpread + 3][2];
-    for (int32_t g = 0; g < p.groups; ++g) {
-        const int32_t k = 16 * g;
-        const int32_t x0 = twinAdd(a.sx, twinMul(k, a.ux)), y0 = twinAdd(a.sy, twinMul(k, a.uy));
-        const int32_t x1 = twinAdd(x0, a.hx), y1 = twinAdd(y0, a.hy);
-        const bool own1 = !p.shared && a.dy1 != nullptr;
-        int32_t low0 = 0, spread0 = 0, low1 = 0, spread1 = 0, clow = 0, cspread = 0;
-        if (!laneRows(y0, a.uy, &low0, &spread0) || (own1 && !laneRows(y1, a.uy, &low1, &spread1)) ||
-            (p.chroma && !chromaRows(p.par, y0, a.uy, &clow, &cspread)))
-            return k;
-        uint8_t *d0 = a.dy0 != nullptr ? a.dy0 + a.dx + k : nullptr;
-        uint8_t *d1 = a.dy1 != nullptr ? a.dy1 + a.dx + k : nullptr;
+    return forEachLinearGroup(a, p, [&](const LinearGroup &q) {
+        const int32_t k = q.k, x0 = q.x0, y0 = q.y0, x1 = q.x1, y1 = q.y1;
+        const int32_t low0 = q.low0, spread0 = q.spread0, low1 = q.low1, spread1 = q.spread1;
+        uint8_t *d0 = q.d0, *d1 = q.d1;
         if (p.shared) {
             // Row y+1 reads the rows below with the same weights.
             const RowSet r0 = rowSet(v, x0, y0, low0, spread0);
@@ -361,14 +348,14 @@ int32_t linearSpan(const SpanArgs &a, const LinearPlan &p) {
                 rowSums<Wide>(s, r0, 0, r0.spread + 1, p.lumaLo, p.lumaHi, h);
                 lumaStore<Round>(d0, h, r0, 0);
             }
-            if (own1) {
+            if (q.own1) {
                 const RowSet r1 = rowSet(v, x1, y1, low1, spread1);
                 rowSums<Wide>(s, r1, 0, r1.spread + 1, p.lumaLo, p.lumaHi, h);
                 lumaStore<Round>(d1, h, r1, 0);
             }
         }
-        if (!p.chroma) continue;
-        const ChromaSet c = chromaSet(v, x0, y0, clow, cspread);
+        if (!p.chroma) return;
+        const ChromaSet c = chromaSet(v, x0, y0, q.clow, q.cspread);
         const ptrdiff_t co = (a.dx + k + p.par) >> 1;
         if constexpr (Planar) {
             const uint8x8_t idx1 = vadd_u8(c.idx, vdup_n_u8(1)), w = vsub_u8(vdup_n_u8(16), c.f);
@@ -404,34 +391,43 @@ int32_t linearSpan(const SpanArgs &a, const LinearPlan &p) {
                                                  pick(hc[half], rr.val[half], 1, c.spread), fy.val[half]);
             vst1q_u8(a.dc00 + 2 * co, vcombine_u8(out[0], out[1]));
         }
-    }
-    return 16 * p.groups;
+    });
 }
 
 template <bool Round, bool Planar>
-int32_t linearTwin(const SpanArgs &a) {
+int32_t linearLeaf(const SpanArgs &a) {
     LinearPlan p;
     if (!planLinear(a, Planar ? 1 : 2, Planar ? 15 : 31, &p)) return 0;
     return p.wideLuma ? linearSpan<true, Round, Planar>(a, p) : linearSpan<false, Round, Planar>(a, p);
 }
-}  // namespace
 
-int32_t spanNoRotSemiplanarNeon(const SpanArgs &a) {
+int32_t leafNoRotSemiplanarNeon(const SpanArgs &a) {
     NoRotPlan p;
     if (!planNoRot(a, 2, 31, &p)) return 0;
     return p.wideLuma ? noRotSemiplanar<true>(a, p) : noRotSemiplanar<false>(a, p);
 }
 
-int32_t spanNoRotPlanarNeon(const SpanArgs &a) {
+int32_t leafNoRotPlanarNeon(const SpanArgs &a) {
     NoRotPlan p;
     if (!planNoRot(a, 1, 15, &p)) return 0;
     return p.wideLuma ? noRotPlanar<true>(a, p) : noRotPlanar<false>(a, p);
 }
 
-int32_t spanGeneralSemiplanarNeon(const SpanArgs &a) { return linearTwin<false, false>(a); }
-int32_t spanGeneralPlanarNeon(const SpanArgs &a) { return linearTwin<false, true>(a); }
-int32_t spanParallelSemiplanarNeon(const SpanArgs &a) { return linearTwin<true, false>(a); }
-int32_t spanParallelPlanarNeon(const SpanArgs &a) { return linearTwin<true, true>(a); }
+int32_t leafGeneralSemiplanarNeon(const SpanArgs &a) { return linearLeaf<false, false>(a); }
+int32_t leafGeneralPlanarNeon(const SpanArgs &a) { return linearLeaf<false, true>(a); }
+int32_t leafParallelSemiplanarNeon(const SpanArgs &a) { return linearLeaf<true, false>(a); }
+int32_t leafParallelPlanarNeon(const SpanArgs &a) { return linearLeaf<true, true>(a); }
+
+}  // namespace
+
+void initDrawSpansNeon(DrawSpanTable *t) {
+    t->leaf[kSpanSemiplanar][kSpanGeneral] = leafGeneralSemiplanarNeon;
+    t->leaf[kSpanSemiplanar][kSpanParallel] = leafParallelSemiplanarNeon;
+    t->leaf[kSpanSemiplanar][kSpanNoRot] = leafNoRotSemiplanarNeon;
+    t->leaf[kSpanPlanar][kSpanGeneral] = leafGeneralPlanarNeon;
+    t->leaf[kSpanPlanar][kSpanParallel] = leafParallelPlanarNeon;
+    t->leaf[kSpanPlanar][kSpanNoRot] = leafNoRotPlanarNeon;
+}
 
 }  // namespace pvx_draw
 

@@ -1,11 +1,11 @@
-// What a vector twin of a span works out before its groups: the span's row
+// What a vector leaf of a span works out before its groups: the span's row
 // and weight constants (unrotated) or the split steps (general and
 // parallelogram), and per plane the range of columns the scalar span reads,
 // so that no vector load reaches outside them; then the windows that load
 // a row's bytes within that range.
 //
-// Included by the twin files only. Everything here has internal linkage, so
-// each twin file compiles its own copy with its own instruction-set flags.
+// Included by the leaf files only. Everything here has internal linkage, so
+// each leaf file compiles its own copy with its own instruction-set flags.
 #pragma once
 
 #include <stdint.h>
@@ -16,16 +16,16 @@
 namespace pvx_draw {
 namespace {
 
-inline int32_t twinAdd(int32_t a, int32_t b) {
+inline int32_t laneAdd(int32_t a, int32_t b) {
     return static_cast<int32_t>(static_cast<uint32_t>(a) + static_cast<uint32_t>(b));
 }
-inline int32_t twinMul(int32_t a, int32_t b) {
+inline int32_t laneMul(int32_t a, int32_t b) {
     return static_cast<int32_t>(static_cast<uint32_t>(a) * static_cast<uint32_t>(b));
 }
 
 // 1/16 luma position of pixel k of the span, as the scalar span forms it.
 inline int32_t noRotP16(const SpanArgs &a, int32_t k) {
-    return twinAdd(twinAdd(a.sx, twinMul(k & ~15, a.ux)) >> 11, a.off16[k & 15]);
+    return laneAdd(laneAdd(a.sx, laneMul(k & ~15, a.ux)) >> 11, a.off16[k & 15]);
 }
 
 struct NoRotPlan {
@@ -39,7 +39,7 @@ struct NoRotPlan {
     int32_t cr, cfy;             // chroma row and vertical weight
 };
 
-// False when the span does not suit the twin: no whole group, a backward
+// False when the span does not suit the leaf: no whole group, a backward
 // step, or a group whose taps reach past 32 luma bytes or `chromaReach`
 // chroma bytes (`pairBytes` bytes per chroma sample on the chroma row).
 inline bool planNoRot(const SpanArgs &a, int32_t pairBytes, int32_t chromaReach, NoRotPlan *p) {
@@ -76,8 +76,8 @@ inline bool planNoRot(const SpanArgs &a, int32_t pairBytes, int32_t chromaReach,
 // X >> 11 = H + i*uh + ((l + i*ul) >> 11), where l + i*ul < 32768 for i < 16:
 // 16-bit lanes give the 1/16 positions exactly, relative to X0 >> 15.
 
-// Rows a group may span (lane rows differing by at most this) in the twins.
-constexpr int32_t kMaxRowSpread = 2;
+// Rows a group may span (lane rows differing by at most this) in the leaves.
+constexpr int32_t kMaxRowSpread = 4;
 
 struct LinearPlan {
     int32_t groups;              // whole 16-pixel groups in the span
@@ -116,7 +116,7 @@ inline bool chromaRows(int32_t par, int32_t y0, int32_t uy, int32_t *low, int32_
     return *spread <= kMaxRowSpread;
 }
 
-// False when the span does not suit the twin: no whole group, a backward
+// False when the span does not suit the leaf: no whole group, a backward
 // step along x, steps too large for a group's taps to fit the windows.
 inline bool planLinear(const SpanArgs &a, int32_t pairBytes, int32_t chromaReach, LinearPlan *p) {
     p->groups = a.n >> 4;
@@ -163,8 +163,131 @@ inline bool planLinear(const SpanArgs &a, int32_t pairBytes, int32_t chromaReach
     return true;
 }
 
+// ---------------------------------------------------------------------------
+// The group loops shared by every instruction set: a leaf supplies only the
+// arithmetic of one 16-pixel group.
+
+// Unrotated: group k (a multiple of 16) starts at 1/16 position G.
+template <class Draw>
+inline int32_t forEachNoRotGroup(const SpanArgs &a, const NoRotPlan &p, Draw &&draw) {
+    for (int32_t g = 0; g < p.groups; ++g) {
+        const int32_t k = 16 * g;
+        draw(k, laneAdd(a.sx, laneMul(k, a.ux)) >> 11);
+    }
+    return 16 * p.groups;
+}
+
+// General and parallelogram: one group as the loop hands it to a leaf.
+struct LinearGroup {
+    int32_t k;               // first pixel of the group in the span
+    int32_t x0, y0, x1, y1;  // Q15 position of that pixel on rows y and y+1
+    uint8_t *d0, *d1;        // luma destinations of the group, or null
+    bool own1;               // row y+1 has taps of its own (not the rows below row y's)
+    int32_t low0, spread0;   // lane rows of row y: low0 .. low0 + spread0 from y0 >> 15
+    int32_t low1, spread1;   // the same for row y+1 when it has its own taps
+    int32_t clow, cspread;   // chroma rows, from y0 >> 16
+};
+
+// Positions and the lane-row checks; a group whose rows spread too far ends
+// the leaf's part of the span (the C reference draws the rest). Returns the
+// pixels drawn.
+template <class Draw>
+inline int32_t forEachLinearGroup(const SpanArgs &a, const LinearPlan &p, Draw &&draw) {
+    for (int32_t g = 0; g < p.groups; ++g) {
+        LinearGroup q;
+        q.k = 16 * g;
+        q.x0 = laneAdd(a.sx, laneMul(q.k, a.ux));
+        q.y0 = laneAdd(a.sy, laneMul(q.k, a.uy));
+        q.x1 = laneAdd(q.x0, a.hx);
+        q.y1 = laneAdd(q.y0, a.hy);
+        q.own1 = !p.shared && a.dy1 != nullptr;
+        q.low0 = q.spread0 = q.low1 = q.spread1 = q.clow = q.cspread = 0;
+        if (!laneRows(q.y0, a.uy, &q.low0, &q.spread0) || (q.own1 && !laneRows(q.y1, a.uy, &q.low1, &q.spread1)) ||
+            (p.chroma && !chromaRows(p.par, q.y0, a.uy, &q.clow, &q.cspread)))
+            return q.k;
+        q.d0 = a.dy0 != nullptr ? a.dy0 + a.dx + q.k : nullptr;
+        q.d1 = a.dy1 != nullptr ? a.dy1 + a.dx + q.k : nullptr;
+        draw(q);
+    }
+    return 16 * p.groups;
+}
+
+
+// ---------------------------------------------------------------------------
+// Three-bytes-a-pixel spans: per pixel, its top-left tap and weights; the
+// group loop hands 16 of them (and those of row y+1 when it has taps of its
+// own) to the instruction set's arithmetic, `Arith::drawGroup<Round>(d0,
+// d1, t0, t1, pitch)`.
+
+// One pixel's taps: its top-left tap in the source, weights, and whether 8
+// bytes may be loaded there.
+struct Tap {
+    const uint8_t *p;
+    int32_t fx, fy;
+    bool whole;
+};
+
+// Column just past the taps of a row whose pixels sit at x and x + (n-1)*ux.
+inline int64_t lastTapColumn(int64_t x, int64_t last) { return ((x > x + last ? x : x + last) >> 15) + 1; }
+
+// Taps of 16 pixels at (px, py) + i * (ux, uy).
+inline void linearTaps(const SpanArgs &a, int32_t px, int32_t py, int64_t hi, Tap *t) {
+    const SrcPlanes &s = *a.src;
+    for (int i = 0; i < 16; ++i, px = laneAdd(px, a.ux), py = laneAdd(py, a.uy)) {
+        const int32_t x = px >> 15;
+        t[i] = Tap{s.y + static_cast<ptrdiff_t>(py >> 15) * s.yPitch + static_cast<ptrdiff_t>(x) * 3, (px >> 11) & 15,
+                   (py >> 11) & 15, x + 2 <= hi};
+    }
+}
+
+template <class Arith, int K>
+int32_t rgbGroups(const SpanArgs &a) {
+    constexpr bool kRound = K != kSpanGeneral;
+    const int32_t groups = a.n >> 4;
+    if (groups == 0) return 0;
+    const SrcPlanes &s = *a.src;
+    // Row y+1 reads the rows below row y's taps unless it has its own.
+    const bool own1 = K != kSpanNoRot && a.dy1 != nullptr && !(a.hx == 0 && a.hy == 32768);
+    // An 8-byte load at column x reads to byte 3x + 7: inside the taps
+    // while x + 2 is still a tap column.
+    int64_t hi = INT64_MIN;
+    if constexpr (K == kSpanNoRot) {
+        const int32_t p0 = noRotP16(a, 0) >> 4, p1 = noRotP16(a, a.n - 1) >> 4;
+        hi = (p0 > p1 ? p0 : p1) + 1;
+    } else {
+        const int64_t last = static_cast<int64_t>(a.n - 1) * a.ux;
+        if (a.dy0 != nullptr || !own1) hi = lastTapColumn(a.sx, last);
+        if (own1) {
+            const int64_t h1 = lastTapColumn(static_cast<int64_t>(a.sx) + a.hx, last);
+            hi = hi > h1 ? hi : h1;
+        }
+    }
+    Tap t0[16], t1[16];
+    for (int32_t g = 0; g < groups; ++g) {
+        const int32_t k = 16 * g;
+        if constexpr (K == kSpanNoRot) {
+            const int32_t group = laneAdd(a.sx, laneMul(k, a.ux)) >> 11;
+            const int32_t fy = (a.sy >> 11) & 15;
+            const uint8_t *base = s.y + static_cast<ptrdiff_t>(a.sy >> 15) * s.yPitch;
+            for (int i = 0; i < 16; ++i) {
+                const int32_t p16 = laneAdd(group, a.off16[i]);
+                const int32_t x = p16 >> 4;
+                t0[i] = Tap{base + static_cast<ptrdiff_t>(x) * 3, p16 & 15, fy, x + 2 <= hi};
+            }
+        } else {
+            const int32_t px = laneAdd(a.sx, laneMul(k, a.ux)), py = laneAdd(a.sy, laneMul(k, a.uy));
+            linearTaps(a, px, py, hi, t0);
+            if (own1) linearTaps(a, laneAdd(px, a.hx), laneAdd(py, a.hy), hi, t1);
+        }
+        const ptrdiff_t o = static_cast<ptrdiff_t>(a.dx + k) * 3;
+        uint8_t *d0 = a.dy0 != nullptr ? a.dy0 + o : nullptr, *d1 = a.dy1 != nullptr ? a.dy1 + o : nullptr;
+        Arith::template drawGroup<kRound>(d0, d1, t0, own1 ? t1 : nullptr, s.yPitch);
+    }
+    return 16 * groups;
+}
+
 // Whether the W bytes at column `base` lie in [lo, hi]. Otherwise, when
-// [lo, hi] holds 16 bytes, the twin loads the 16 bytes of [lo, hi] nearest
+// [lo, hi] holds 16 bytes, the leaf loads the 16 bytes of [lo, hi] nearest
 // to the window and moves them into place with a byte shuffle whose indices
 // come from kSlide (16 + shift onwards; 0x80 selects zero); else it copies
 // the part inside into a zeroed block (`windowPart`). The bytes outside are

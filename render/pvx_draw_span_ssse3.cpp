@@ -1,4 +1,4 @@
-// SSSE3 twins of the bilinear 4:2:0 spans (luma and chroma): unrotated,
+// SSSE3 leaves of the bilinear 4:2:0 spans (luma and chroma): unrotated,
 // general and parallelogram.
 //
 // A 16-pixel group's taps lie within 32 bytes of its first pixel's column,
@@ -158,11 +158,9 @@ int32_t noRotSemiplanar(const SpanArgs &a, const NoRotPlan &p) {
                   cwy1 = _mm_set1_epi16(static_cast<int16_t>(p.cfy));
     const uint8_t *c0 = s.c0 + static_cast<ptrdiff_t>(p.cr) * s.c0Pitch;
     const uint8_t *c1 = c0 + s.c0Pitch;
-    for (int32_t g = 0; g < p.groups; ++g) {
-        const int32_t k = 16 * g;
-        const int32_t G = twinAdd(a.sx, twinMul(k, a.ux)) >> 11;
+    return forEachNoRotGroup(a, p, [&](int32_t k, int32_t G) {
         lumaGroupRows<Wide>(a, p, lumaGroup(o.lo, o.hi, G & 15, Wide), G >> 4, k);
-        if (!p.chroma) continue;
+        if (!p.chroma) return;
         // Output byte b is channel b & 1 of chroma pixel b >> 1: taps at
         // bytes 2 * idx + (b & 1) and two bytes further.
         __m128i idx, f;
@@ -179,8 +177,7 @@ int32_t noRotSemiplanar(const SpanArgs &a, const NoRotPlan &p) {
             vertical(_mm_maddubs_epi16(gather(u0, m0), w0), _mm_maddubs_epi16(gather(u0, m1), w1),
                      _mm_maddubs_epi16(gather(u1, m0), w0), _mm_maddubs_epi16(gather(u1, m1), w1), cwy0, cwy1);
         _mm_storeu_si128(reinterpret_cast<__m128i *>(a.dc00 + ((a.dx + k + p.par) >> 1) * 2), out);
-    }
-    return 16 * p.groups;
+    });
 }
 
 template <bool Wide>
@@ -191,11 +188,9 @@ int32_t noRotPlanar(const SpanArgs &a, const NoRotPlan &p) {
                   cwy1 = _mm_set1_epi16(static_cast<int16_t>(p.cfy));
     const uint8_t *u0 = s.c0 + static_cast<ptrdiff_t>(p.cr) * s.c0Pitch, *u1 = u0 + s.c0Pitch;
     const uint8_t *v0 = s.c1 + static_cast<ptrdiff_t>(p.cr) * s.c1Pitch, *v1 = v0 + s.c1Pitch;
-    for (int32_t g = 0; g < p.groups; ++g) {
-        const int32_t k = 16 * g;
-        const int32_t G = twinAdd(a.sx, twinMul(k, a.ux)) >> 11;
+    return forEachNoRotGroup(a, p, [&](int32_t k, int32_t G) {
         lumaGroupRows<Wide>(a, p, lumaGroup(o.lo, o.hi, G & 15, Wide), G >> 4, k);
-        if (!p.chroma) continue;
+        if (!p.chroma) return;
         __m128i idx, f;
         chromaTaps(o.chroma, G & 31, &idx, &f);
         const __m128i m = _mm_unpacklo_epi8(idx, _mm_add_epi8(idx, _mm_set1_epi8(1)));
@@ -208,8 +203,7 @@ int32_t noRotPlanar(const SpanArgs &a, const NoRotPlan &p) {
         const ptrdiff_t co = (a.dx + k + p.par) >> 1;
         _mm_storel_epi64(reinterpret_cast<__m128i *>(a.dc00 + co), out);
         _mm_storel_epi64(reinterpret_cast<__m128i *>(a.dc01 + co), _mm_unpackhi_epi64(out, out));
-    }
-    return 16 * p.groups;
+    });
 }
 
 // ---------------------------------------------------------------------------
@@ -351,17 +345,10 @@ int32_t linearSpan(const SpanArgs &a, const LinearPlan &p) {
     const SrcPlanes &s = *a.src;
     const LinearVectors v = linearVectors(p);
     __m128i h[kMaxRowSpread + 3][2];
-    for (int32_t g = 0; g < p.groups; ++g) {
-        const int32_t k = 16 * g;
-        const int32_t x0 = twinAdd(a.sx, twinMul(k, a.ux)), y0 = twinAdd(a.sy, twinMul(k, a.uy));
-        const int32_t x1 = twinAdd(x0, a.hx), y1 = twinAdd(y0, a.hy);
-        const bool own1 = !p.shared && a.dy1 != nullptr;
-        int32_t low0 = 0, spread0 = 0, low1 = 0, spread1 = 0, clow = 0, cspread = 0;
-        if (!laneRows(y0, a.uy, &low0, &spread0) || (own1 && !laneRows(y1, a.uy, &low1, &spread1)) ||
-            (p.chroma && !chromaRows(p.par, y0, a.uy, &clow, &cspread)))
-            return k;
-        uint8_t *d0 = a.dy0 != nullptr ? a.dy0 + a.dx + k : nullptr;
-        uint8_t *d1 = a.dy1 != nullptr ? a.dy1 + a.dx + k : nullptr;
+    return forEachLinearGroup(a, p, [&](const LinearGroup &q) {
+        const int32_t k = q.k, x0 = q.x0, y0 = q.y0, x1 = q.x1, y1 = q.y1;
+        const int32_t low0 = q.low0, spread0 = q.spread0, low1 = q.low1, spread1 = q.spread1;
+        uint8_t *d0 = q.d0, *d1 = q.d1;
         if (p.shared) {
             // Row y+1 reads the rows below with the same weights.
             const RowSet r0 = rowSet<Wide>(v, x0, y0, low0, spread0);
@@ -374,14 +361,14 @@ int32_t linearSpan(const SpanArgs &a, const LinearPlan &p) {
                 rowSums<Wide>(s, r0, 0, r0.spread + 1, p.lumaLo, p.lumaHi, h);
                 lumaStore<Round>(d0, h, r0, 0);
             }
-            if (own1) {
+            if (q.own1) {
                 const RowSet r1 = rowSet<Wide>(v, x1, y1, low1, spread1);
                 rowSums<Wide>(s, r1, 0, r1.spread + 1, p.lumaLo, p.lumaHi, h);
                 lumaStore<Round>(d1, h, r1, 0);
             }
         }
-        if (!p.chroma) continue;
-        const ChromaSet c = chromaSet(v, x0, y0, clow, cspread);
+        if (!p.chroma) return;
+        const ChromaSet c = chromaSet(v, x0, y0, q.clow, q.cspread);
         const ptrdiff_t co = (a.dx + k + p.par) >> 1;
         if constexpr (Planar) {
             const __m128i m = _mm_unpacklo_epi8(c.idx, _mm_add_epi8(c.idx, _mm_set1_epi8(1)));
@@ -420,34 +407,43 @@ int32_t linearSpan(const SpanArgs &a, const LinearPlan &p) {
             const __m128i oHi = verticalLanes<Round>(pick(hi, rrHi, 0, c.spread), pick(hi, rrHi, 1, c.spread), fyHi);
             _mm_storeu_si128(reinterpret_cast<__m128i *>(a.dc00 + 2 * co), _mm_packus_epi16(oLo, oHi));
         }
-    }
-    return 16 * p.groups;
+    });
 }
 
 template <bool Round, bool Planar>
-int32_t linearTwin(const SpanArgs &a) {
+int32_t linearLeaf(const SpanArgs &a) {
     LinearPlan p;
     if (!planLinear(a, Planar ? 1 : 2, Planar ? 15 : 31, &p)) return 0;
     return p.wideLuma ? linearSpan<true, Round, Planar>(a, p) : linearSpan<false, Round, Planar>(a, p);
 }
-}  // namespace
 
-int32_t spanNoRotSemiplanarSsse3(const SpanArgs &a) {
+int32_t leafNoRotSemiplanar(const SpanArgs &a) {
     NoRotPlan p;
     if (!planNoRot(a, 2, 31, &p)) return 0;
     return p.wideLuma ? noRotSemiplanar<true>(a, p) : noRotSemiplanar<false>(a, p);
 }
 
-int32_t spanNoRotPlanarSsse3(const SpanArgs &a) {
+int32_t leafNoRotPlanar(const SpanArgs &a) {
     NoRotPlan p;
     if (!planNoRot(a, 1, 15, &p)) return 0;
     return p.wideLuma ? noRotPlanar<true>(a, p) : noRotPlanar<false>(a, p);
 }
 
-int32_t spanGeneralSemiplanarSsse3(const SpanArgs &a) { return linearTwin<false, false>(a); }
-int32_t spanGeneralPlanarSsse3(const SpanArgs &a) { return linearTwin<false, true>(a); }
-int32_t spanParallelSemiplanarSsse3(const SpanArgs &a) { return linearTwin<true, false>(a); }
-int32_t spanParallelPlanarSsse3(const SpanArgs &a) { return linearTwin<true, true>(a); }
+int32_t leafGeneralSemiplanar(const SpanArgs &a) { return linearLeaf<false, false>(a); }
+int32_t leafGeneralPlanar(const SpanArgs &a) { return linearLeaf<false, true>(a); }
+int32_t leafParallelSemiplanar(const SpanArgs &a) { return linearLeaf<true, false>(a); }
+int32_t leafParallelPlanar(const SpanArgs &a) { return linearLeaf<true, true>(a); }
+
+}  // namespace
+
+void initDrawSpansSsse3(DrawSpanTable *t) {
+    t->leaf[kSpanSemiplanar][kSpanGeneral] = leafGeneralSemiplanar;
+    t->leaf[kSpanSemiplanar][kSpanParallel] = leafParallelSemiplanar;
+    t->leaf[kSpanSemiplanar][kSpanNoRot] = leafNoRotSemiplanar;
+    t->leaf[kSpanPlanar][kSpanGeneral] = leafGeneralPlanar;
+    t->leaf[kSpanPlanar][kSpanParallel] = leafParallelPlanar;
+    t->leaf[kSpanPlanar][kSpanNoRot] = leafNoRotPlanar;
+}
 
 }  // namespace pvx_draw
 

@@ -5,6 +5,7 @@
 
 #include <string.h>
 
+#include "render/pvx_draw_span.h"
 #include "render/pvx_renderer2_internal.h"
 #include "render/pvx_renderer2_kernels.h"
 
@@ -189,6 +190,7 @@ pvx_Result pvx_destruct_Renderer2(pvx_Renderer2 *renderer) {
 
 pvx_Result pvx_Renderer2_init(pvx_Renderer2 *renderer, pvx_ParallelExecutor *executor) {
     if (renderer == nullptr) return PVX_ERROR_PARAM;
+    pvx_draw::initDrawSpans();   // the span leaves for this processor, once per start
     renderer->twistThreshold = 0.5;
     renderer->rotationThreshold = 0.5;
     renderer->executor = executor;
@@ -198,6 +200,7 @@ pvx_Result pvx_Renderer2_init(pvx_Renderer2 *renderer, pvx_ParallelExecutor *exe
 
 pvx_Result pvx_Renderer2_initWithPel(pvx_Renderer2 *renderer, pvx_Pel *pel) {
     if (renderer == nullptr) return PVX_ERROR_PARAM;
+    pvx_draw::initDrawSpans();   // the span leaves for this processor, once per start
     renderer->twistThreshold = 0.5;
     renderer->rotationThreshold = 0.5;
     renderer->executor = nullptr;

@@ -24,9 +24,11 @@ void pvx_Syscall_setProcessorCountForTesting(int32_t count) {
 
 pvx_Result pvx_Syscall_setThreadAffinityMask(pvx_Env *env, uint32_t mask) {
     (void)env;
-    // Through syscall with a 4-byte mask: the C library's wrapper would want a
-    // full cpu_set_t. Thread id 0 is the calling thread.
-    uint32_t bits = mask;
+    // Through syscall with a mask of one unsigned long, the kernel's unit of
+    // CPU masks (emulators such as qemu-aarch64 refuse other lengths): the C
+    // library's wrapper would want a full cpu_set_t. Thread id 0 is the
+    // calling thread.
+    unsigned long bits = mask;
     const long r = syscall(__NR_sched_setaffinity, 0, sizeof bits, &bits);
     return r == 0 ? PVX_OK : PVX_ERROR_SYSTEM;
 }

@@ -5,7 +5,7 @@
 # under qemu-aarch64. The calibration import (calib/, with OpenCV,
 # nlohmann-json and pugixml) and its tests (label calib, among them the
 # agreement with OpenCV's undistortion) run in the x86-64 legs that build the
-# tool.
+# tool, as do the GStreamer element's tests (label gst).
 # Then the fuzz targets briefly, and the engine under ThreadSanitizer.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -13,7 +13,8 @@ cd "$(dirname "$0")/.."
 ensure_packages cmake ninja-build g++ clang libclang-rt-14-dev googletest libgtest-dev \
     libbenchmark-dev libpng-dev libjpeg62-turbo-dev pkg-config binutils file \
     g++-arm-linux-gnueabihf g++-aarch64-linux-gnu qemu-user \
-    libopencv-dev nlohmann-json3-dev libpugixml-dev
+    libopencv-dev nlohmann-json3-dev libpugixml-dev \
+    libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev gstreamer1.0-tools gstreamer1.0-plugins-base
 
 jobs=$(nproc)
 build_and_test() {
@@ -55,6 +56,20 @@ case $pytest_rc in
     5) echo "python: pytest collected no tests"; exit 1 ;;
     *) echo "python: pytest failed (exit code $pytest_rc)"; exit 1 ;;
 esac
+
+# --- GStreamer element: gst-launch-1.0 through parvexcorrect of the sanitizer
+# build (its gst-check tests ran in the release and sanitize legs above). The
+# host program is not instrumented, so the sanitizer runtime is preloaded and
+# the registry is scanned in-process.
+echo "=== gst-launch-1.0 (sanitize) ==="
+asan_rt=$(clang -print-file-name=libclang_rt.asan-x86_64.so)
+for f in NV12 NV21 I420 RGB BGR; do
+    zoom=1.25; [ "$f" = BGR ] && zoom=1
+    GST_PLUGIN_PATH="$PWD/build/sanitize/gst" GST_REGISTRY="$PWD/build/sanitize/gst/registry.bin" \
+    GST_REGISTRY_FORK=no LD_PRELOAD="$asan_rt" ASAN_OPTIONS=detect_leaks=0 \
+        gst-launch-1.0 -q videotestsrc num-buffers=8 ! "video/x-raw,format=$f,width=1282,height=722" ! \
+        parvexcorrect k1=0.2 k2=0.05 zoom=$zoom crop=8,8,1200,700 ! fakesink
+done
 
 # --- Robustness: fuzz targets and ThreadSanitizer over the whole engine ---
 # Each fuzz target runs briefly over its seed corpus in the sanitizer build

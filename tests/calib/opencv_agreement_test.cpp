@@ -170,3 +170,65 @@ INSTANTIATE_TEST_SUITE_P(
     [](const ::testing::TestParamInfo<Case> &info) { return std::string(info.param.name); });
 
 }  // namespace
+
+namespace {
+
+struct ModelCase {
+    const char *name;
+    bool fisheye;
+    std::vector<double> dist;
+    double skew;
+};
+
+void PrintTo(const ModelCase &c, std::ostream *os) { *os << c.name; }
+
+class ModelAgainstOpenCV : public ::testing::TestWithParam<ModelCase> {};
+
+// The imported model, with every term it reads (tangential, rational,
+// thin prism, tilt; fisheye with skew), samples where OpenCV does.
+TEST_P(ModelAgainstOpenCV, SamplesWhereOpenCVDoes) {
+    const ModelCase &c = GetParam();
+    const double fx = 820, fy = 815, cx = 330.5, cy = 236.25, scale = 1.07;
+    cv::FileStorage fs("out.yml", cv::FileStorage::WRITE | cv::FileStorage::MEMORY);
+    fs << "image_width" << 640 << "image_height" << 480;
+    if (c.fisheye) fs << "fisheye_model" << 1;
+    const cv::Mat k = (cv::Mat_<double>(3, 3) << fx, c.skew, cx, 0, fy, cy, 0, 0, 1);
+    fs << "camera_matrix" << k << "distortion_coefficients" << cv::Mat(c.dist, true);
+    const parvex_calib::CameraModel m = parvex_calib::readCalibrationText(fs.releaseAndGetString(), c.name, 640, 480);
+
+    // OpenCV's pinhole map; for the fisheye its point projection, since its
+    // undistortion map leaves the skew out.
+    const cv::Mat newK = (cv::Mat_<double>(3, 3) << fx / scale, 0, cx, 0, fy / scale, cy, 0, 0, 1);
+    cv::Mat mapX, mapY;
+    cv::initUndistortRectifyMap(k, cv::Mat(c.dist, true), cv::Mat(), newK, cv::Size(640, 480), CV_32FC1, mapX, mapY);
+    std::vector<cv::Point2d> pixels, undistorted, projected;
+    for (int y = 0; y < 480; y += 3)
+        for (int x = 0; x < 640; x += 3) {
+            pixels.emplace_back(x, y);
+            undistorted.emplace_back((x - cx) * scale / fx, (y - cy) * scale / fy);
+        }
+    if (c.fisheye) cv::fisheye::distortPoints(undistorted, projected, k, cv::Mat(c.dist, true), c.skew / fx);
+    double largest = 0;
+    for (size_t i = 0; i < pixels.size(); ++i) {
+        const int x = static_cast<int>(pixels[i].x), y = static_cast<int>(pixels[i].y);
+        double sx = 0, sy = 0;
+        ASSERT_TRUE(parvex_calib::modelSourcePosition(m, scale, x, y, &sx, &sy));
+        // The map is single precision.
+        const double qx = c.fisheye ? projected[i].x : mapX.at<float>(y, x);
+        const double qy = c.fisheye ? projected[i].y : mapY.at<float>(y, x);
+        largest = std::max(largest, hypot(sx - qx, sy - qy));
+    }
+    EXPECT_LT(largest, 2e-3) << c.name;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Terms, ModelAgainstOpenCV,
+    ::testing::Values(ModelCase{"four", false, {-0.2, 0.04, 0.001, -0.0005}, 0},
+                      ModelCase{"five", false, {-0.2, 0.04, 0.001, -0.0005, -0.01}, 0},
+                      ModelCase{"eight", false, {-0.2, 0.04, 0.001, -0.0005, -0.01, 0.05, 0.01, 0.002}, 0},
+                      ModelCase{"twelve", false, {-0.2, 0.04, 0.001, -0.0005, -0.01, 0.05, 0.01, 0.002, 0.001, -0.0004, 0.0007, 0.0002}, 0},
+                      ModelCase{"fourteen", false, {-0.2, 0.04, 0.001, -0.0005, -0.01, 0.05, 0.01, 0.002, 0.001, -0.0004, 0.0007, 0.0002, 0.01, -0.02}, 0},
+                      ModelCase{"fisheye_skewed", true, {0.05, -0.01, 0.002, -0.0005}, 4.1}),
+    [](const ::testing::TestParamInfo<ModelCase> &info) { return std::string(info.param.name); });
+
+}  // namespace

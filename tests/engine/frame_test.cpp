@@ -309,21 +309,6 @@ TEST_P(EveryFormat, WrongSizesAreStateErrorsAndLeaveTheDestinationUntouched) {
     EXPECT_TRUE(tallOut.samePixels(expectedTall));
 }
 
-TEST_P(EveryFormat, OutputIsTheSameForAnyNumberOfWorkers) {
-    Rig r(GetParam(), 1280, 720);
-    ASSERT_EQ(PARVEX_OK, r.start());
-    ASSERT_EQ(PARVEX_OK, r.process(r.out, r.in));
-    for (int32_t workers : {1, 2, 16}) {
-        pvx_PelParams params;
-        pvx_Pel_resetParams(&params);
-        params.numWorkers = workers;
-        ASSERT_EQ(PVX_OK, pvx_Pel_init(&r.engine.context()->pel, &params));
-        Frame again(r.fc.format, 1280, 720);
-        ASSERT_EQ(PARVEX_OK, r.process(again, r.in));
-        EXPECT_TRUE(again.samePixels(r.out)) << workers << " workers";
-    }
-}
-
 TEST_P(EveryFormat, DistortThenCorrectReturnsCloseToTheOriginal) {
     Rig r(GetParam(), 640, 480, -0.15);
     ASSERT_EQ(PARVEX_OK, r.start());

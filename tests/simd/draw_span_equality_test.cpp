@@ -1,32 +1,36 @@
-// Vector twins of the unrotated, general and parallelogram spans against
-// the scalar spans: random spans (steps below, at and above one pixel,
-// slopes, random fractions, odd starts, lengths that are not multiples of
-// 16, missing rows and chroma), every twin this build and processor has,
+// Span leaves against their C references at every CPU level: random spans
+// (steps below, at and above one pixel, slopes, random fractions, odd
+// starts, lengths that are not multiples of 16, missing rows and chroma),
 // compared byte for byte with sentinels around the written runs. Every
-// source row sits against a guard page (after the last column the scalar
-// span's taps reach, or before the first), rows outside the taps' range are
-// not mapped, so a twin that reads outside the taps' rectangle crashes.
+// source row sits against a guard page (after the last column the
+// reference's taps reach, or before the first), rows outside the taps' range
+// are not mapped, so a leaf that reads outside the taps' rectangle crashes.
+// With --bench, each leaf is timed against its reference on the row pairs of
+// a lens-corrected 1920x1080 frame.
 #include <gtest/gtest.h>
 #include <sys/mman.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "render/pvx_draw_reference.h"
 #include "render/pvx_draw_span.h"
-#include "render/pvx_draw_walk.h"
+#include "runtime/pvx_cpu.h"
+#include "tests/simd/simd_levels.h"
 #include "tests/support/test_random.h"
 
 namespace {
 
 using namespace pvx_draw;
 
-enum SpanKind { kNoRotSpan, kGeneralSpan, kParallelSpan };
-const char *const kKindNames[] = {"unrotated", "general", "parallelogram"};
+const char *const kKindNames[] = {"general", "parallelogram", "unrotated"};
 
 // Rows 0..rows-1 of `pitch` = two pages each: one page of data, one guard
 // page; rows before `firstRow` are not accessible at all. With Side::End,
@@ -78,7 +82,7 @@ struct Box {
 
 struct Case {
     SpanKind kind;
-    bool planar;
+    bool planar, rgb;
     SpanArgs a;
     int32_t off16[16];
     bool row0, row1, chroma;
@@ -87,18 +91,19 @@ struct Case {
 void reachOf(const Case &c, Box *luma, Box *chroma) {
     const SpanArgs &a = c.a;
     const int32_t cb = c.planar ? 1 : 2;  // bytes of a chroma sample on its row
+    const int32_t px = c.rgb ? 3 : 1;      // bytes of a luma pixel
     for (int32_t k = 0; k < a.n; ++k) {
         const bool even = ((a.dx + k) & 1) == 0;
-        if (c.kind == kNoRotSpan) {
+        if (c.kind == kSpanNoRot) {
             const int32_t p16 = wadd(wadd(a.sx, wmul(k & ~15, a.ux)) >> 11, a.off16[k & 15]);
             const int32_t r = a.sy >> 15;
-            if (c.row0) luma->add(p16 >> 4, r, 2, 2);
-            if (c.row1) luma->add(p16 >> 4, r + 1, 2, 2);
+            if (c.row0) luma->add(px * (p16 >> 4), r, 2 * px, 2);
+            if (c.row1) luma->add(px * (p16 >> 4), r + 1, 2 * px, 2);
             if (c.chroma && even) chroma->add(cb * ((p16 >> 1) >> 4), a.sy >> 16, 2 * cb, 2);
         } else {
             const int32_t x = wadd(a.sx, wmul(k, a.ux)), y = wadd(a.sy, wmul(k, a.uy));
-            if (c.row0) luma->add(x >> 15, y >> 15, 2, 2);
-            if (c.row1) luma->add(wadd(x, a.hx) >> 15, wadd(y, a.hy) >> 15, 2, 2);
+            if (c.row0) luma->add(px * (x >> 15), y >> 15, 2 * px, 2);
+            if (c.row1) luma->add(px * (wadd(x, a.hx) >> 15), wadd(y, a.hy) >> 15, 2 * px, 2);
             if (c.chroma && even) chroma->add(cb * ((x >> 12) >> 4), (y >> 12) >> 4, 2 * cb, 2);
         }
     }
@@ -142,10 +147,11 @@ int32_t randomSlope(std::mt19937_64 &rng) {
     }
 }
 
-Case randomCase(std::mt19937_64 &rng, SpanKind kind, bool planar) {
+Case randomCase(std::mt19937_64 &rng, SpanKind kind, SpanFamily family) {
     Case c;
     c.kind = kind;
-    c.planar = planar;
+    c.planar = family == kSpanPlanar;
+    c.rgb = family == kSpanRgb;
     SpanArgs &a = c.a;
     memset(&a, 0, sizeof a);
     a.ux = randomStep(rng);
@@ -155,7 +161,7 @@ Case randomCase(std::mt19937_64 &rng, SpanKind kind, bool planar) {
     a.n = rng() % 3 == 0 ? lengths[rng() % 9] : 1 + static_cast<int32_t>(rng() % 100);
     a.dx = static_cast<int32_t>(rng() % 40);
     a.hy = 32768;
-    if (kind != kNoRotSpan) {
+    if (kind != kSpanNoRot) {
         a.uy = randomSlope(rng);
         if (rng() % 2 == 0) {  // row y+1 mapped through the lattice (otherwise the row below)
             a.hx = static_cast<int32_t>(rng() % 40001) - 20000;
@@ -168,12 +174,25 @@ Case randomCase(std::mt19937_64 &rng, SpanKind kind, bool planar) {
     const int rows = static_cast<int>(rng() % 3);  // 0: both rows, 1: row y only, 2: row y+1 only
     c.row0 = rows != 2;
     c.row1 = rows != 1;
-    c.chroma = c.row0 && rng() % 4 != 0;
+    c.chroma = !c.rgb && c.row0 && rng() % 4 != 0;
     return c;
 }
 
-// Runs the scalar span, or the twin followed by the scalar rest, into `d`.
-int32_t run(const Case &c, SpanTwin twin, const SrcPlanes &s, Dest &d) {
+DrawSpanTable tableAt(uint32_t level) {
+    ScopedCpuLevel scope(level);
+    DrawSpanTable t;
+    fillDrawSpanTable(&t, pvx_Cpu_flags());
+    return t;
+}
+
+// The leaf, then the reference for what the leaf left; returns what the leaf drew.
+int32_t draw(SpanLeaf leaf, SpanLeaf reference, const SpanArgs &a) {
+    const int32_t done = leaf(a);
+    if (done < a.n) reference(linearFrom(a, done));   // unrotated spans have uy 0
+    return done;
+}
+
+int32_t run(const Case &c, SpanLeaf leaf, SpanLeaf reference, const SrcPlanes &s, Dest &d) {
     SpanArgs a = c.a;
     a.src = &s;
     a.dy0 = c.row0 ? d.y0.data() : nullptr;
@@ -183,72 +202,32 @@ int32_t run(const Case &c, SpanTwin twin, const SrcPlanes &s, Dest &d) {
         a.dc00 = d.c0.data();
         a.dc01 = c.planar ? d.c1.data() : d.c0.data() + 1;
     }
-    int32_t done = 0;
-    if (twin != nullptr) done = twin(a);
-    if (done >= a.n) return done;
-    if (c.kind == kNoRotSpan) {
-        const SpanArgs rest = done == 0 ? a : spanFrom(a, done);
-        if (c.planar) {
-            spanNoRot<LayoutYuv420Planar, kBilinear, false>(rest);
-        } else {
-            spanNoRot<LayoutYuv420Semiplanar, kBilinear, false>(rest);
-        }
-    } else {
-        const SpanArgs rest = done == 0 ? a : linearFrom(a, done);
-        const bool round = c.kind == kParallelSpan;
-        if (c.planar) {
-            (round ? spanLinear<LayoutYuv420Planar, kBilinear, true, false>
-                   : spanLinear<LayoutYuv420Planar, kBilinear, false, false>)(rest);
-        } else {
-            (round ? spanLinear<LayoutYuv420Semiplanar, kBilinear, true, false>
-                   : spanLinear<LayoutYuv420Semiplanar, kBilinear, false, false>)(rest);
-        }
-    }
-    return done;
+    return draw(leaf, reference, a);
 }
 
 std::string describe(const Case &c) {
     const SpanArgs &a = c.a;
-    return std::string(kKindNames[c.kind]) + (c.planar ? " planar" : " semiplanar") + " n=" + std::to_string(a.n) +
+    return std::string(kKindNames[c.kind]) + (c.rgb ? " rgb" : c.planar ? " planar" : " semiplanar") + " n=" + std::to_string(a.n) +
            " dx=" + std::to_string(a.dx) + " sx=" + std::to_string(a.sx) + " sy=" + std::to_string(a.sy) +
            " ux=" + std::to_string(a.ux) + " uy=" + std::to_string(a.uy) + " hx=" + std::to_string(a.hx) +
            " hy=" + std::to_string(a.hy) + " rows=" + std::to_string(c.row0) + std::to_string(c.row1) +
            " chroma=" + std::to_string(c.chroma);
 }
 
-SpanTwin twinOf(const SpanTwins &t, SpanKind kind, bool planar) {
-    switch (kind) {
-        case kNoRotSpan:
-            return planar ? t.noRotPlanar : t.noRotSemiplanar;
-        case kGeneralSpan:
-            return planar ? t.generalPlanar : t.generalSemiplanar;
-        default:
-            return planar ? t.parallelPlanar : t.parallelSemiplanar;
-    }
-}
+class SpanLeaves : public ::testing::TestWithParam<SpanKind> {};
 
-// First index where two rows differ, or -1.
-int32_t firstDifference(const std::vector<uint8_t> &a, const std::vector<uint8_t> &b) {
-    for (size_t i = 0; i < a.size(); ++i)
-        if (a[i] != b[i]) return static_cast<int32_t>(i);
-    return -1;
-}
-
-class DrawSpanSimd : public ::testing::TestWithParam<SpanKind> {};
-
-TEST_P(DrawSpanSimd, TwinsMatchTheScalarSpan) {
+TEST_P(SpanLeaves, MatchTheReferenceAtEveryLevel) {
     const SpanKind kind = GetParam();
-    const SpanTwins *const *twins = nullptr;
-    const int32_t count = availableSpanTwins(&twins);
-    if (count == 0) GTEST_SKIP() << "no vector twins on this target";
-    std::mt19937_64 rng = pvx_test::makeRng(41 + kind);
-    for (int32_t t = 0; t < count; ++t) {
+    const DrawSpanTable ref = tableAt(PVX_CPU_LEVEL_C);
+    for (uint32_t level : supportedCpuLevels()) {
+        if (level == PVX_CPU_LEVEL_C) continue;
+        const DrawSpanTable t = tableAt(level);
+        std::mt19937_64 rng = pvx_test::makeRng(41 + kind);
         int32_t drawn = 0, spans = 0;
         for (int round = 0; round < pvx_test::rounds(1200); ++round) {
-            const bool planar = round & 1;
-            const Case c = randomCase(rng, kind, planar);
-            const SpanTwin twin = twinOf(*twins[t], kind, planar);
-            ASSERT_NE(nullptr, twin);
+            const SpanFamily family = static_cast<SpanFamily>(round % kSpanFamilyCount);
+            const bool planar = family == kSpanPlanar;
+            const Case c = randomCase(rng, kind, family);
             Box luma, chroma;
             reachOf(c, &luma, &chroma);
             const auto side = rng() & 1 ? RowGuardedPlane::Side::End : RowGuardedPlane::Side::Start;
@@ -267,47 +246,110 @@ TEST_P(DrawSpanSimd, TwinsMatchTheScalarSpan) {
             s.c1Pitch = planar ? v.pitch() : u.pitch();
             s.w = s.h = s.cw = s.ch = 0;  // unused by the unchecked spans
 
-            const int32_t width = c.a.dx + c.a.n + 24;
+            const int32_t px = c.rgb ? 3 : 1;
+            const int32_t width = px * (c.a.dx + c.a.n + 24);
+            const SpanLeaf reference = ref.leaf[family][kind];
             Dest want(width), got(width);
-            run(c, nullptr, s, want);
-            const int32_t done = run(c, twin, s, got);
-            ASSERT_EQ(0, done % 16) << describe(c);
+            ASSERT_EQ(c.a.n, run(c, reference, reference, s, want));
+            const int32_t done = run(c, t.leaf[family][kind], reference, s, got);
+            ASSERT_TRUE(done % 16 == 0 || done == c.a.n) << describe(c);   // a C slot draws it all
             ASSERT_LE(done, c.a.n) << describe(c);
             drawn += done > 0;
             ++spans;
             const std::vector<uint8_t> *w[4] = {&want.y0, &want.y1, &want.c0, &want.c1};
             const std::vector<uint8_t> *g[4] = {&got.y0, &got.y1, &got.c0, &got.c1};
             for (int i = 0; i < 4; ++i)
-                ASSERT_EQ(-1, firstDifference(*w[i], *g[i]))
-                    << twins[t]->isa << " " << describe(c) << " done=" << done << " buffer " << i;
-            // The scalar reference writes only its own span.
-            for (int32_t x = 0; x < width; ++x) {
-                const bool in = x >= c.a.dx && x < c.a.dx + c.a.n;
-                if (!in) {
+                ASSERT_TRUE(*w[i] == *g[i]) << cpuLevelName(level) << " " << describe(c) << " buffer " << i;
+            for (int32_t x = 0; x < width; ++x)   // the reference writes only its own span
+                if (x < px * c.a.dx || x >= px * (c.a.dx + c.a.n)) {
                     ASSERT_EQ(kSentinel, want.y0[x]) << x;
                 }
-            }
         }
-        // The sweep must exercise the twin, not only its refusals.
-        EXPECT_GT(drawn, spans / 4) << twins[t]->isa;
+        // The sweep must exercise the leaf, not only its refusals.
+        EXPECT_GT(drawn, spans / 4) << cpuLevelName(level);
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Kinds, DrawSpanSimd, ::testing::Values(kNoRotSpan, kGeneralSpan, kParallelSpan),
+INSTANTIATE_TEST_SUITE_P(Kinds, SpanLeaves, ::testing::Values(kSpanNoRot, kSpanGeneral, kSpanParallel),
                          [](const ::testing::TestParamInfo<SpanKind> &i) {
-                             return std::string(i.param == kNoRotSpan     ? "Unrotated"
-                                                : i.param == kGeneralSpan ? "General"
+                             return std::string(i.param == kSpanNoRot     ? "Unrotated"
+                                                : i.param == kSpanGeneral ? "General"
                                                                           : "Parallelogram");
                          });
 
-// The twin set chosen for this processor is one of the available ones.
-TEST(DrawSpanTwins, BestIsTheFirstAvailable) {
-    const SpanTwins *const *twins = nullptr;
-    const int32_t count = availableSpanTwins(&twins);
-    if (count == 0) {
-        EXPECT_EQ(nullptr, bestSpanTwins());
-    } else {
-        EXPECT_EQ(twins[0], bestSpanTwins());
+// CPU time of this thread: the machine may be shared, and time spent
+// descheduled is not the leaf's.
+double threadNs() {
+    timespec t;
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
+    return 1e9 * static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_nsec);
+}
+
+// --bench: 32-pixel row pairs of a 1920x1080 frame walked cell by cell, with
+// the steps of a lens-corrected frame (about one pixel a pixel, slopes up to
+// a tenth of a pixel); best of 20 passes, ns per drawn pixel.
+TEST(SpanLeavesBench, EachLeafAgainstItsReference) {
+    if (!simdBenchMode()) GTEST_SKIP() << "timing runs with --bench";
+    constexpr int32_t kW = 1920, kH = 1080, kSpan = 32, kSpans = 4096;
+    std::mt19937_64 rng(12345);
+    std::vector<uint8_t> srcY(static_cast<size_t>(3 * kW) * kH), srcU(srcY.size() / 2), srcV(srcY.size() / 2);
+    for (auto *p : {&srcY, &srcU, &srcV})
+        for (uint8_t &b : *p) b = static_cast<uint8_t>(rng());
+    std::vector<uint8_t> dstY(srcY.size()), dstU(srcU.size()), dstV(srcV.size());
+    std::uniform_real_distribution<double> unit(0, 1);
+    const DrawSpanTable ref = tableAt(PVX_CPU_LEVEL_C);
+    for (SpanFamily family : {kSpanSemiplanar, kSpanPlanar, kSpanRgb}) {
+        const bool planar = family == kSpanPlanar, rgb = family == kSpanRgb;
+        const int32_t yPitch = rgb ? 3 * kW : kW;
+        SrcPlanes src{srcY.data(), srcU.data(), planar ? srcV.data() : srcU.data() + 1, yPitch, planar ? kW / 2 : kW,
+                      planar ? kW / 2 : kW, kW, kH, kW / 2, kH / 2};
+        for (SpanKind kind : {kSpanNoRot, kSpanGeneral, kSpanParallel}) {
+            std::vector<SpanArgs> spans(kSpans);
+            std::vector<int32_t> off(16 * kSpans);
+            int32_t ux = 0, uy = 0, hx = 0, hy = 32768;
+            for (int32_t i = 0; i < kSpans; ++i) {
+                const int32_t cell = i / 16, pair = i % 16;
+                const int32_t cx = 1 + cell % (kW / kSpan - 2), cy = 1 + (cell / (kW / kSpan - 2)) % (kH / kSpan - 2);
+                if (pair == 0) {
+                    ux = static_cast<int32_t>((0.8 + 0.45 * unit(rng)) * 32768);
+                    uy = kind != kSpanNoRot ? static_cast<int32_t>((unit(rng) - 0.5) * 0.2 * 32768) : 0;
+                    hx = kind == kSpanParallel ? static_cast<int32_t>((unit(rng) - 0.5) * 0.1 * 32768) : 0;
+                    hy = kind == kSpanParallel ? static_cast<int32_t>((0.95 + 0.1 * unit(rng)) * 32768) : 32768;
+                }
+                SpanArgs &a = spans[i];
+                memset(&a, 0, sizeof a);
+                a.ux = ux, a.uy = uy, a.hx = hx, a.hy = hy, a.n = kSpan;
+                for (int k = 0; k < 16; ++k) off[16 * i + k] = static_cast<int32_t>((static_cast<int64_t>(ux >> 3) * k) >> 8);
+                a.off16 = &off[16 * i];
+                const int32_t x = cx * kSpan, y = cy * kSpan + 2 * pair;
+                a.sx = x * 32768 + static_cast<int32_t>(unit(rng) * 32768);
+                a.sy = y * 32768 + static_cast<int32_t>(unit(rng) * 32768);
+                a.dx = x;
+                a.dy0 = dstY.data() + static_cast<ptrdiff_t>(y) * yPitch;
+                a.dy1 = a.dy0 + yPitch;
+                if (!rgb) a.dc00 = (planar ? dstU.data() : dstY.data()) + static_cast<ptrdiff_t>(y / 2) * (planar ? kW / 2 : kW);
+                if (!rgb) a.dc01 = planar ? dstV.data() + static_cast<ptrdiff_t>(y / 2) * (kW / 2) : a.dc00 + 1;
+                a.src = &src;
+            }
+            const auto timeLeaf = [&](SpanLeaf leaf) {
+                double best = 1e30;
+                for (int r = 0; r < 20; ++r) {
+                    const double t0 = threadNs();
+                    for (const SpanArgs &a : spans) draw(leaf, ref.leaf[family][kind], a);
+                    const double ns = threadNs() - t0;
+                    best = std::min(best, ns / (2.0 * kSpan * kSpans));
+                }
+                return best;
+            };
+            const double c = timeLeaf(ref.leaf[family][kind]);
+            std::printf("%-10s %-13s c %6.3f ns/px", rgb ? "rgb" : planar ? "planar" : "semiplanar", kKindNames[kind], c);
+            for (uint32_t level : supportedCpuLevels()) {
+                if (level == PVX_CPU_LEVEL_C) continue;
+                const double v = timeLeaf(tableAt(level).leaf[family][kind]);
+                std::printf("  %s %6.3f (%.2fx)", cpuLevelName(level), v, c / v);
+            }
+            std::printf("\n");
+        }
     }
 }
 
