@@ -208,6 +208,8 @@ std::string fitText(const EngineLens &lens) {
 
 EngineLens convertCameraModel(const CameraModel &m, Form form) {
     const double g = detail::exactFillScale(m);
+    if (!(g > 1e-3 && g < 1e3))
+        detail::fail(m.name, "distortion coefficients", "the model gives no usable picture scale (" + number(g) + ")");
     EngineLens base;
     base.center_x = m.cx;
     base.center_y = m.cy;
@@ -223,6 +225,7 @@ EngineLens convertCameraModel(const CameraModel &m, Form form) {
                              " px); output beyond it is not a picture of the scene");
 
     EngineLens coefficients = base, table = base;
+    int64_t compared = 0;   // output pixels whose source lies in the frame
     if (form != Form::Table) {
         coefficients.mode = 0;
         coefficients.fit_max_px = INFINITY;
@@ -232,6 +235,7 @@ EngineLens convertCameraModel(const CameraModel &m, Form form) {
             const FitError e = measureFitError(candidate, m);
             if (!(e.max_px < coefficients.fit_max_px)) continue;
             coefficients = candidate;
+            compared = e.pixels;
             coefficients.fit_max_px = e.max_px;
             coefficients.fit_rms_px = e.rms_px;
         }
@@ -244,9 +248,17 @@ EngineLens convertCameraModel(const CameraModel &m, Form form) {
                                   " so that the frame's border cells sample inside the frame");
         buildTable(m, table.fill_scale, &table.xs, &table.ys);
         const FitError e = measureFitError(table, m);
+        compared = std::max(compared, e.pixels);
         table.fit_max_px = e.max_px;
         table.fit_rms_px = e.rms_px;
     }
+    // A model that folds back close to the centre, or sends the frame
+    // outside itself, leaves too little to compare: not a usable lens.
+    if (compared < static_cast<int64_t>(m.width) * m.height / 4)
+        detail::fail(m.name, "distortion coefficients",
+                     "the model maps only " + number(100.0 * compared / (static_cast<double>(m.width) * m.height), 3) +
+                         "% of the frame's pixels inside it (its radial part turns back " + number(limit * f / g, 4) +
+                         " px from the centre); not a usable lens");
     if (form == Form::Coefficients) return coefficients;
     if (form == Form::Table) return table;
     const bool tableWins = table.fit_max_px < coefficients.fit_max_px;

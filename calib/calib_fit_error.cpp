@@ -11,18 +11,16 @@ namespace parvex_calib {
 
 namespace {
 
-// Inverse of the model's local Jacobian (source pixels per output pixel)
-// at output pixel (x, y): turns a source displacement into the output
-// displacement it causes. False where the model has no value.
+// Inverse of the model's local Jacobian (source pixels per output pixel):
+// turns a source displacement into the output displacement it causes.
 struct Local {
     double a = 1, b = 0, c = 0, d = 1;   // inverse Jacobian, row major
-    bool toOutput(double dx, double dy, double *ox, double *oy) const {
-        *ox = a * dx + b * dy;
-        *oy = c * dx + d * dy;
-        return true;
-    }
+    // Length of the output displacement that source displacement (dx, dy) causes.
+    double outputLength(double dx, double dy) const { return hypot(a * dx + b * dy, c * dx + d * dy); }
 };
 
+// The inverse Jacobian at output pixel (x, y); false where the model has
+// no value or folds.
 bool localInverse(const CameraModel &m, double g, double x, double y, Local *local) {
     double x0, y0, x1, y1, x2, y2, x3, y3;
     const double h = 0.5;
@@ -61,14 +59,13 @@ double termSize(const CameraModel &full, const CameraModel &reduced, double g) {
     double largest = 0;
     for (int y = 0; y < full.height; y += step) {
         for (int x = 0; x < full.width; x += step) {
-            double ax, ay, bx, by, ox, oy;
+            double ax, ay, bx, by;
             Local local;
             if (!withinRisingRadius(full, g, limit, x, y) || !modelSourcePosition(full, g, x, y, &ax, &ay) ||
                 !insideFrame(full, ax, ay) || !modelSourcePosition(reduced, g, x, y, &bx, &by) ||
                 !localInverse(full, g, x, y, &local))
                 continue;
-            local.toOutput(ax - bx, ay - by, &ox, &oy);
-            largest = std::max(largest, hypot(ox, oy));
+            largest = std::max(largest, local.outputLength(ax - bx, ay - by));
         }
     }
     return largest;
@@ -97,15 +94,14 @@ FitError measureFitError(const EngineLens &lens, const CameraModel &m) {
                 const double rx = mesh.srcX[v + 1] + t * (mesh.srcX[w + 1] - mesh.srcX[v + 1]);
                 const double ry = mesh.srcY[v + 1] + t * (mesh.srcY[w + 1] - mesh.srcY[v + 1]);
                 for (int32_t x = x0; x < x1 && x < m.width; ++x) {
-                    double qx, qy, ox, oy;
+                    double qx, qy;
                     if (!withinRisingRadius(m, g, limit, x, y) || !modelSourcePosition(m, g, x, y, &qx, &qy) ||
                         !insideFrame(m, qx, qy))
                         continue;
                     const double u = static_cast<double>(x - x0) / (x1 - x0);
-                    local.toOutput(lx + u * (rx - lx) - qx, ly + u * (ry - ly) - qy, &ox, &oy);
-                    const double d2 = ox * ox + oy * oy;
-                    sum += d2;
-                    e.max_px = std::max(e.max_px, sqrt(d2));
+                    const double d = local.outputLength(lx + u * (rx - lx) - qx, ly + u * (ry - ly) - qy);
+                    sum += d * d;
+                    e.max_px = std::max(e.max_px, d);
                     ++e.pixels;
                 }
             }

@@ -83,6 +83,9 @@ CameraModel readAndroid(const std::string &text, const std::string &name, int32_
 
     const std::vector<double> k = numbers(root, kIntrinsics, name);
     if (k.size() != 5) fail(name, kIntrinsics, "must hold five numbers [fx, fy, cx, cy, s], not " + std::to_string(k.size()));
+    if (!root.contains(kDistortion) && root.contains("android.lens.radialDistortion"))
+        fail(name, kDistortion, "missing (android.lens.radialDistortion, its deprecated predecessor, uses another "
+                                "model and is not read)");
     const std::vector<double> d = numbers(root, kDistortion, name);
     if (d.size() != 5) fail(name, kDistortion, "must hold five numbers [k1, k2, k3, p1, p2], not " + std::to_string(d.size()));
     double aw = 0, ah = 0;

@@ -141,9 +141,14 @@ bool saysFisheye(const cv::FileStorage &fs) {
 
 CameraModel readOpenCV(const std::string &text, const std::string &name, int32_t width, int32_t height,
                        bool fisheye) {
+    // OpenCV's YAML reader wants its "%YAML:1.0" header, which YAML written
+    // by other tools (ROS camera_info files) leaves out.
+    const size_t first = text.find_first_not_of(" \t\r\n");
+    const bool bareYaml = first != std::string::npos && text[first] != '%' && text[first] != '<' && text[first] != '{';
+    const std::string storage = bareYaml ? "%YAML:1.0\n---\n" + text : text;
     cv::FileStorage fs;
     try {
-        fs.open(text, cv::FileStorage::READ | cv::FileStorage::MEMORY);
+        fs.open(storage, cv::FileStorage::READ | cv::FileStorage::MEMORY);
     } catch (const cv::Exception &e) {
         fail(name, "", "not a readable OpenCV calibration (" + e.err + ")");
     }

@@ -29,7 +29,7 @@ struct Options {
 struct EngineLens {                 // what to hand to the engine
     int32_t mode = 0;               // InitParam.mode: 0 coefficients, 1 table
     double coef[4] = {0, 0, 0, 0};  // InitParam.coef when mode == 0
-    std::vector<double> xs, ys;     // InitParam.xs/ys (num = size) when mode == 1
+    std::vector<double> xs, ys;     // InitParam.xs/ys (num = size, 255: the engine appends a point) when mode == 1
     double center_x = -1, center_y = -1;  // for setInputCenter (input pixels)
     double fit_max_px = 0, fit_rms_px = 0; // fit error over the frame, output pixels
     std::vector<std::string> notes;        // dropped terms with their size in px, rescaling applied, ...
@@ -85,6 +85,7 @@ CameraModel readCalibrationText(const std::string &text, const std::string &name
 
 // Converts a model to the engine's lens in the requested form (Best: the
 // form with the smaller largest fit error), with its fit error and notes.
+// Throws an Error for a model that gives no usable picture.
 EngineLens convertCameraModel(const CameraModel &model, Form form = Form::Best);
 
 // Where the model samples the frame for output pixel (x, y) when the output
@@ -95,7 +96,9 @@ bool modelSourcePosition(const CameraModel &model, double fill_scale, double x, 
 // Largest and RMS distance, in output pixels, between where the engine's
 // mesh for `lens` samples each output pixel of the frame and where `model`
 // says it should (at the lens's fill scale), over the pixels whose source
-// lies inside the frame. The engine runs at its defaults: output size equal
+// lies inside the frame and within the radius up to which the model's radial
+// part keeps rising. Within a cell the mesh is interpolated bilinearly
+// between its corners, as the renderer does. The engine runs at its defaults: output size equal
 // to the input size, strength 1, no crop, centre set to the lens's centre.
 FitError measureFitError(const EngineLens &lens, const CameraModel &model);
 

@@ -1,6 +1,8 @@
 // Geometry settings: output size, centres, zoom, crop, strength and the
-// recommended output size. Argument tests precede the state test in every
-// function, so a bad argument in the wrong state reports PARVEX_ERROR_PARAM.
+// recommended output size. The handle and the values set are tested before
+// the state, so a bad value in the wrong state reports PARVEX_ERROR_PARAM;
+// getCropRect and getCorrectionStrength test their output pointers only after
+// the state.
 #include <math.h>
 
 #include "engine/pvx_engine_internal.h"

@@ -22,7 +22,7 @@ struct pvx_Zelkov4DistortionCorrection {
 
 pvx_Result pvx_construct_Zelkov4DistortionCorrection(pvx_Zelkov4DistortionCorrection *lens, pvx_Env *env);
 pvx_Result pvx_destruct_Zelkov4DistortionCorrection(pvx_Zelkov4DistortionCorrection *lens);
-// Builds both tables; 0xC0000000 when the table cannot be allocated.
+// Builds both tables; PVX_ERROR_SYSTEM when the table cannot be allocated.
 pvx_Result pvx_Zelkov4DistortionCorrection_setParam4(pvx_Zelkov4DistortionCorrection *lens, const float *coef);
 
 float pvx_Zelkov4DistortionCorrection_get(const pvx_Zelkov4DistortionCorrection *lens, float r);

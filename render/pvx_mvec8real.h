@@ -8,6 +8,6 @@ struct pvx_Mvec8Real {
 };
 
 // (x, y, 1) -> (x', y') = ((m0 x + m1 y + m2) / w, (m3 x + m4 y + m5) / w),
-// w = m6 x + m7 y + m8. Fails with 0x80000001 when w is 0 or not finite
+// w = m6 x + m7 y + m8. Fails with PVX_ERROR_PARAM when w is 0 or not finite
 // (the point maps to infinity).
 pvx_Result pvx_Mvec8Real_trans2DReal(const pvx_Mvec8Real *matrix, double x, double y, double *outX, double *outY);

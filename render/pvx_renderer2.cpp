@@ -101,7 +101,7 @@ void setRect(int32_t *rect, int32_t width, int32_t height) {
     rect[3] = height;
 }
 
-// Steps 1 and 2 of a render: the source bounds, and the kernels chosen
+// Before any cell is drawn: the source bounds, and the kernels chosen
 // again when the destination changed. A destination whose format and mode
 // have no kernels is refused here even when nothing changed, so stale slots
 // (a choice that failed) are never run on images they were not chosen for.

@@ -4,7 +4,7 @@
 #include "render/pvx_renderer2.h"
 
 // Records the destination's size and format and fills the three kernel
-// slots for it and the renderer's mode; 0x80000010 (slots unchanged) for an
+// slots for it and the renderer's mode; PVX_ERROR_FORMAT (slots unchanged) for an
 // unsupported format, or a mode outside 0-3 for the 4:2:0 formats.
 pvx_Result pvx_Renderer2_chooseKernels(pvx_Renderer2 *renderer, int32_t width, int32_t height, int32_t format);
 

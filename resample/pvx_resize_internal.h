@@ -61,8 +61,8 @@ struct pvx_ResizeJob {
     const pvx_ResizeMember *member;
 };
 
-// Band routines. Both return 0x80000000 for a dimension of 0 (or below)
-// and 0x80000001 for a missing plane, without writing.
+// Band routines. Both return PVX_ERROR_FAIL for a dimension of 0 (or below)
+// and PVX_ERROR_PARAM for a missing plane, without writing.
 // General path: task i of n covers rows ceil(dh*i/n) .. ceil(dh*(i+1)/n).
 pvx_Result pvx_ImageProc2_resizeBilinearBand(const pvx_ResizeJob *job, int32_t task);
 // Half path: task i of n covers rows floor(dh*i/n) .. min(floor(dh*(i+1)/n), dh).
@@ -75,7 +75,7 @@ pvx_Result pvx_ImageProc2_runMember(pvx_ImageProc2 *proc, pvx_Image *dst, const 
 
 // Applies `op` to every plane of a supported format: single-plane formats
 // directly, YUV420 planar and semi-planar through single-plane views built
-// on temporary records. Other formats: 0x80000010.
+// on temporary records. Other formats: PVX_ERROR_FORMAT.
 typedef pvx_Result (*pvx_ImageProc2_PlaneOp)(pvx_ImageProc2 *proc, pvx_Image *dst, const pvx_Image *src,
                                               int32_t member, void *arg);
 pvx_Result pvx_ImageProc2_forEachPlane(pvx_ImageProc2 *proc, pvx_Image *dst, const pvx_Image *src,

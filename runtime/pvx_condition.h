@@ -31,9 +31,9 @@ pvx_Result pvx_destruct_Condition(pvx_Condition *condition);
 pvx_Result pvx_Condition_init(pvx_Condition *condition, pvx_Lock *lock);
 pvx_Result pvx_Condition_recycle(pvx_Condition *condition);
 pvx_Result pvx_Condition_await(pvx_Condition *condition);
-// 0 when signalled, 0x80000080 when `ms` (negative: 0) milliseconds passed.
+// PVX_OK when signalled, PVX_ERROR_TIMEOUT when `ms` (negative: 0) milliseconds passed.
 pvx_Result pvx_Condition_awaitMillis(pvx_Condition *condition, int32_t ms);
-// Uninitialised: signal answers 0x80000002 but signalAll 0.
+// Uninitialised: signal answers PVX_ERROR_STATE but signalAll PVX_OK.
 pvx_Result pvx_Condition_signal(pvx_Condition *condition);
 pvx_Result pvx_Condition_signalAll(pvx_Condition *condition);
 int32_t pvx_Condition_getBufferSize(void);

@@ -41,7 +41,7 @@ uint64_t pvx_Env_getTick(void);
 
 // Heap.
 pvx_Result pvx_construct_Heap2(pvx_Heap2 *heap, void *start, size_t size);
-pvx_Result pvx_destruct_Heap2(pvx_Heap2 *heap);   // 0x80000002 when a block is still in use
+pvx_Result pvx_destruct_Heap2(pvx_Heap2 *heap);   // PVX_ERROR_STATE when a block is still in use
 // null when nothing fits; a fixed marker outside every heap for size 0
 void *pvx_Heap2_malloc(pvx_Heap2 *heap, size_t size);
 pvx_Result pvx_Heap2_free(pvx_Heap2 *heap, void *p);  // fatal on a foreign pointer or double free

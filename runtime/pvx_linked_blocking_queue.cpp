@@ -23,7 +23,7 @@ int64_t monotonicMs() {
 }
 
 // Waits on `cond` until `deadline` (monotonic ms); limited < 0 waits without
-// limit. 0 after a wake (the caller re-checks), 0x80000080 once it passed.
+// limit. PVX_OK after a wake (the caller re-checks), PVX_ERROR_TIMEOUT once it passed.
 pvx_Result waitUntil(pvx_Condition *cond, bool limited, int64_t deadline) {
     if (!limited) return pvx_Condition_await(cond);
     const int64_t left = deadline - monotonicMs();

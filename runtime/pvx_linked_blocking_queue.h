@@ -5,8 +5,8 @@
 // a FIFO frees them in the order it takes them, so the next node is always
 // free while there is room.
 //
-// A null queue makes every operation return 0 (size: -1). A queue that was
-// constructed but not initialised answers 0x80000002 (items: null, size: -1).
+// A null queue answers PVX_OK to put and offer, null to take and poll, -1 to size. A queue that was
+// constructed but not initialised answers PVX_ERROR_STATE (items: null, size: -1).
 #pragma once
 
 #include <stdint.h>
@@ -41,18 +41,18 @@ struct pvx_LinkedBlockingQueue {
 };
 
 pvx_Result pvx_construct_LinkedBlockingQueue(pvx_LinkedBlockingQueue *queue, pvx_Env *env);
-// 0x80000002 while items remain (head != tail); nothing is released then.
+// PVX_ERROR_STATE while items remain (head != tail); nothing is released then.
 pvx_Result pvx_destruct_LinkedBlockingQueue(pvx_LinkedBlockingQueue *queue);
-// capacity < 1: 0x80000001; node pool missing: 0x80000004.
+// capacity < 1: PVX_ERROR_PARAM; node pool missing: PVX_ERROR_NOMEM.
 pvx_Result pvx_LinkedBlockingQueue_init(pvx_LinkedBlockingQueue *queue, int32_t capacity);
 // Back to the constructed state; items still queued are dropped.
 pvx_Result pvx_LinkedBlockingQueue_recycle(pvx_LinkedBlockingQueue *queue);
 
-// Waits for room without limit. A null item: 0x80000001.
+// Waits for room without limit. A null item: PVX_ERROR_PARAM.
 pvx_Result pvx_LinkedBlockingQueue_put(pvx_LinkedBlockingQueue *queue, void *item);
-// Never waits: 0x80000080 when full.
+// Never waits: PVX_ERROR_TIMEOUT when full.
 pvx_Result pvx_LinkedBlockingQueue_offer(pvx_LinkedBlockingQueue *queue, void *item);
-// Waits up to ms (negative: 0) for room: 0x80000080 when none came.
+// Waits up to ms (negative: 0) for room: PVX_ERROR_TIMEOUT when none came.
 pvx_Result pvx_LinkedBlockingQueue_offerMillis(pvx_LinkedBlockingQueue *queue, void *item, int32_t ms);
 // Waits for an item without limit.
 void *pvx_LinkedBlockingQueue_take(pvx_LinkedBlockingQueue *queue);

@@ -2,7 +2,7 @@
 // pthread_mutex_t taken from the heap) or a spin lock on one word (kind 1)
 // that never yields and is not reentrant. Operations go through the
 // function pointers that init sets, so a lock that was only constructed
-// answers 0x80000002.
+// answers PVX_ERROR_STATE.
 #pragma once
 
 #include <pthread.h>

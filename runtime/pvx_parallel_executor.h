@@ -18,7 +18,7 @@ pvx_Result pvx_destruct_ParallelExecutor(pvx_ParallelExecutor *executor);
 pvx_Result pvx_ParallelExecutor_initWithPel(pvx_ParallelExecutor *executor, pvx_Pel *pel);
 // Joins what is still forked and returns to the constructed state.
 pvx_Result pvx_ParallelExecutor_recycle(pvx_ParallelExecutor *executor);
-// A task record with a copy of `argSize` bytes at `arg` (0x80000004 when
+// A task record with a copy of `argSize` bytes at `arg` (PVX_ERROR_NOMEM when
 // the heap has no room), and its release.
 pvx_Result pvx_ParallelExecutor_newTask(pvx_ParallelExecutor *executor, const void *arg, int32_t argSize,
                                         pvx_ParallelExecutorTask **task);

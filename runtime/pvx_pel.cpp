@@ -736,7 +736,7 @@ pvx_Result pvx_Pel_finish(pvx_Pel *pel) {
 namespace {
 
 // Runs `use` on the slot of `event` with the pool lock held; an event the
-// pool does not know answers 0x80000001.
+// pool does not know answers PVX_ERROR_PARAM.
 template <typename Use>
 pvx_Result withEvent(pvx_Pel *pel, pvx_PelEvent event, Use use) {
     if (!initialised(pel)) return PVX_ERROR_STATE;

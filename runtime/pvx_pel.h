@@ -81,7 +81,7 @@ pvx_Result pvx_Pel_init(pvx_Pel *pel, const pvx_PelParams *params);  // null par
 pvx_Result pvx_Pel_recycle(pvx_Pel *pel);
 int32_t pvx_Pel_getNumberOfWorkers(const pvx_Pel *pel);             // 1 for a null or idle pool
 
-// Submits and waits. n < 0 or a null threaded entry: 0x80000001.
+// Submits and waits. n < 0 or a null threaded entry: PVX_ERROR_PARAM.
 pvx_Result pvx_Pel_execute(pvx_Pel *pel, const pvx_PelDescriptor *desc, void *arg, int32_t n);
 pvx_Result pvx_Pel_enqueueKernel(pvx_Pel *pel, const pvx_PelDescriptor *desc, void *arg, int32_t n,
                                  int32_t waitCount, const pvx_PelEvent *waitList, pvx_PelEvent *eventOut);

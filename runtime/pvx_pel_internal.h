@@ -9,5 +9,5 @@ pvx_PelInfo pvx_Pel_directInfo(const pvx_PelDescriptor *desc, int32_t n);
 
 // Runs a submission at once on the calling thread, as a null pool does.
 // The descriptor is not null; an unknown kind or a missing direct entry
-// gives 0x80000001.
+// gives PVX_ERROR_PARAM.
 pvx_Result pvx_Pel_runDirect(const pvx_PelDescriptor *desc, void *arg, int32_t n);

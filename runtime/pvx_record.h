@@ -1,7 +1,7 @@
 // What the runtime's records have in common: a record is cleared and bound
 // to its heap when it is constructed, and its operations go through function
 // pointers that init sets, so one that was only constructed (or has been
-// recycled) answers 0x80000002.
+// recycled) answers PVX_ERROR_STATE.
 #pragma once
 
 #include <string.h>

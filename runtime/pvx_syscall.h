@@ -15,5 +15,5 @@ int32_t pvx_Syscall_getNumberOfProcessors(void);
 void pvx_Syscall_setProcessorCountForTesting(int32_t count);
 
 // Binds the calling thread to the processors whose bits are set in `mask`.
-// `env` is not used. 0, or 0xC0000000 when the system refuses.
+// `env` is not used. PVX_OK, or PVX_ERROR_SYSTEM when the system refuses.
 pvx_Result pvx_Syscall_setThreadAffinityMask(pvx_Env *env, uint32_t mask);

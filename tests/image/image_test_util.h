@@ -1,5 +1,4 @@
-// Helpers shared by the image tests: a work-area heap between guard pages
-// and images whose planes sit in guarded buffers.
+// Helpers shared by the image tests: images whose planes sit in guarded buffers.
 #pragma once
 
 #include <stdint.h>
@@ -13,24 +12,11 @@
 
 #include "image/pvx_image.h"
 #include "tests/support/guarded_buffer.h"
+#include "tests/support/test_env.h"
 
 namespace pvx_image_test {
 
-// An environment whose heap covers a guarded work area.
-class TestHeap {
-public:
-    explicit TestHeap(size_t size = 1 << 22) : area_(size) {
-        EXPECT_EQ(pvx_construct_Env(&env_, area_.data(), area_.size()), PVX_OK);
-    }
-    ~TestHeap() { pvx_destruct_Env(&env_); }
-    pvx_Env *env() { return &env_; }
-    uint32_t used() const { return pvx_Heap2_getUsedSize(&env_.heap); }
-    void check() { EXPECT_EQ(pvx_Heap2_checks(&env_.heap), 1); }
-
-private:
-    pvx_test::GuardedBuffer area_;
-    pvx_Env env_;
-};
+using TestHeap = pvx_test::TestEnv;
 
 // The record's size, format and ownership (external compared as a flag).
 inline ::testing::AssertionResult recordIs(const pvx_Image &img, int32_t width, int32_t height, int32_t format,

@@ -379,27 +379,4 @@ inline void refDraw(RefKind kind, RefMode mode, const Image &s, Image &d, const 
     }
 }
 
-// Plain copy model.
-inline void refMemcpy(const Image &s, Image &d, const double *c, const int32_t *rect) {
-    const int64_t x0 = rect[0], y0 = rect[1], w = int64_t(rect[2]) - rect[0], h = int64_t(rect[3]) - rect[1];
-    if (w < 1 || h < 1) return;
-    const int32_t tlx = refQ15(c[0]), tly = refQ15(c[1]), blx = refQ15(c[4]), bly = refQ15(c[5]);
-    const int32_t dsx0 = refSat(2 * (int64_t(blx) - tlx) / h), dsy0 = refSat(2 * (int64_t(bly) - tly) / h);
-    for (int64_t p = 0; 2 * p < h; ++p) {
-        const int64_t y = y0 + 2 * p;
-        const int32_t sx = refWrap(tlx + p * int64_t(dsx0)), sy = refWrap(tly + p * int64_t(dsy0));
-        for (int64_t j = 0; j < w; ++j) {
-            const int64_t x = x0 + j;
-            if (x < 0 || x >= d.width()) continue;
-            for (int t = 0; t < 2; ++t)
-                if (y + t >= 0 && y + t < d.height())
-                    d.luma(int32_t(x), int32_t(y + t)) = s.lumaAt((sx >> 15) + j, (sy >> 15) + t, 0);
-            if ((x & 1) == 0 && y >= 0 && y < d.height()) {
-                const int64_t col = (sx >> 16) + (x >> 1) - (x0 >= 0 ? x0 / 2 : -((-x0 + 1) / 2));
-                for (int k = 0; k < 2; ++k) d.chroma(k, int32_t(x >> 1), int32_t(y >> 1)) = s.chromaAt(k, col, sy >> 16);
-            }
-        }
-    }
-}
-
 }  // namespace rt

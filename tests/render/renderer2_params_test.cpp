@@ -71,20 +71,6 @@ void expectLayout(const pvx_Renderer2_Params &p, const int32_t *rect, int32_t cw
         }
 }
 
-TEST(Renderer2Params, FullHdWithCell64) {
-    HeapArea area;
-    Lattice l(&area.heap);
-    const int32_t rect[4] = {0, 0, 1920, 1080};
-    ASSERT_EQ(pvx_Renderer2_Params_initWithGridSize(&l.p, rect, 64, 64), PVX_OK);
-    EXPECT_EQ(l.p.numX, 31);
-    EXPECT_EQ(l.p.numY, 18);
-    EXPECT_EQ(l.p.dstX[29], 1856);
-    EXPECT_EQ(l.p.dstX[30], 1920);
-    EXPECT_EQ(l.p.dstY[16 * 31], 1024);
-    EXPECT_EQ(l.p.dstY[17 * 31], 1080);   // a 56-pixel band
-    expectLayout(l.p, rect, 64, 64);
-}
-
 TEST(Renderer2Params, LayoutOverAssortedRectangles) {
     struct Case {
         int32_t rect[4];
@@ -106,27 +92,6 @@ TEST(Renderer2Params, LayoutOverAssortedRectangles) {
     EXPECT_EQ(area.used(), 0u);
 }
 
-TEST(Renderer2Params, CellBelowEightIsRefused) {
-    HeapArea area;
-    Lattice l(&area.heap);
-    const int32_t rect[4] = {0, 0, 640, 480};
-    ASSERT_EQ(pvx_Renderer2_Params_initWithGridSize(&l.p, rect, 64, 64), PVX_OK);
-    double *const keep = l.p.srcX;
-    const int32_t other[4] = {0, 0, 100, 100};
-    EXPECT_EQ(pvx_Renderer2_Params_initWithGridSize(&l.p, other, 7, 8), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_Renderer2_Params_initWithGridSize(&l.p, other, 8, 7), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_Renderer2_Params_initWithGridSize(&l.p, other, -8, 8), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_Renderer2_Params_initWithGridSize(&l.p, nullptr, 8, 8), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_Renderer2_Params_initWithGridSize(nullptr, other, 8, 8), PVX_ERROR_PARAM);
-    // Nothing changed by a refusal at the argument check.
-    EXPECT_EQ(l.p.srcX, keep);
-    EXPECT_EQ(l.p.rect[2], 640);
-    EXPECT_EQ(l.p.cellWidth, 64);
-    EXPECT_EQ(l.p.numX, 11);
-    ASSERT_EQ(pvx_Renderer2_Params_initWithGridSize(&l.p, other, 8, 8), PVX_OK);
-    expectLayout(l.p, other, 8, 8);
-}
-
 TEST(Renderer2Params, VertexLimit) {
     HeapArea area;
     Lattice l(&area.heap);
@@ -145,7 +110,6 @@ TEST(Renderer2Params, VertexLimit) {
 }
 
 TEST(Renderer2Params, BufferSizeHoldsTheLargestLattice) {
-    EXPECT_EQ(pvx_Renderer2_Params_getBufferSize(), 409600u);
     HeapArea area(pvx_Renderer2_Params_getBufferSize());
     Lattice l(&area.heap);
     ASSERT_EQ(pvx_Renderer2_Params_init(&l.p, &kOwner, 127 * 8, 127 * 8, 1000), PVX_OK);
@@ -218,40 +182,6 @@ TEST(Renderer2Params, CellRulesOfTheBuilders) {
     expectLayout(l.p, vga, 10, 10);
     ASSERT_EQ(pvx_Renderer2_Params_initRectWithSize(&l.p, &kOwner, offset, 12), PVX_OK);
     expectLayout(l.p, offset, 12, 12);
-
-    // The owner is only tested for null.
-    EXPECT_EQ(pvx_Renderer2_Params_initRectWithSize(&l.p, nullptr, offset, 12), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_Renderer2_Params_initRectWithSize(&l.p, &kOwner, nullptr, 12), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_Renderer2_Params_initRectWithSize(nullptr, &kOwner, offset, 12), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_Renderer2_Params_initRect(&l.p, nullptr, offset, 2), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_Renderer2_Params_initRect(&l.p, &kOwner, nullptr, 2), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_Renderer2_Params_init(&l.p, nullptr, 64, 64, 2), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_Renderer2_Params_initVertical(&l.p, nullptr, 64, 64, 2), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_Renderer2_Params_initWithSize(&l.p, nullptr, 64, 64, 8), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_Renderer2_Params_initWithSize(nullptr, &kOwner, 64, 64, 8), PVX_ERROR_PARAM);
-}
-
-TEST(Renderer2Params, ConstructAndDestruct) {
-    HeapArea area;
-    pvx_Renderer2_Params p;
-    std::memset(&p, 0xA5, sizeof(p));
-    ASSERT_EQ(pvx_construct_Renderer2_Params(&p, &area.heap), PVX_OK);
-    EXPECT_EQ(p.heap, &area.heap);
-    EXPECT_EQ(p.reserved, 0u);
-    EXPECT_EQ(p.numX, 0);
-    EXPECT_EQ(p.numY, 0);
-    EXPECT_EQ(arrays(p), "0000");
-    ASSERT_EQ(pvx_Renderer2_Params_initWithSize(&p, &kOwner, 64, 48, 8), PVX_OK);
-    EXPECT_GT(area.used(), 0u);
-    // Re-initialising frees the old arrays first.
-    const uint32_t used = area.used();
-    ASSERT_EQ(pvx_Renderer2_Params_initWithSize(&p, &kOwner, 64, 48, 8), PVX_OK);
-    EXPECT_EQ(area.used(), used);
-    EXPECT_EQ(pvx_destruct_Renderer2_Params(&p), PVX_OK);
-    EXPECT_EQ(arrays(p), "0000");
-    EXPECT_EQ(area.used(), 0u);
-    EXPECT_EQ(pvx_construct_Renderer2_Params(nullptr, &area.heap), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_destruct_Renderer2_Params(nullptr), PVX_ERROR_PARAM);
 }
 
 TEST(Renderer2Params, AllocationFailureKeepsWhatWasObtained) {
@@ -266,33 +196,6 @@ TEST(Renderer2Params, AllocationFailureKeepsWhatWasObtained) {
     pvx_Renderer2_Params bare;
     pvx_construct_Renderer2_Params(&bare, nullptr);
     EXPECT_EQ(pvx_Renderer2_Params_initWithSize(&bare, &kOwner, 64, 64, 8), PVX_ERROR_NOMEM);
-}
-
-TEST(Renderer2Params, CopyKeepsArraysWhenTheShapeMatches) {
-    HeapArea area;
-    Lattice a(&area.heap), b(&area.heap);
-    ASSERT_EQ(pvx_Renderer2_Params_initWithSize(&a.p, &kOwner, 640, 480, 32), PVX_OK);
-    ASSERT_EQ(pvx_Renderer2_Params_initWithSize(&b.p, &kOwner, 640, 480, 32), PVX_OK);
-    const int n = a.p.numX * a.p.numY;
-    for (int k = 0; k < n; ++k) {
-        a.p.srcX[k] = k * 0.5;
-        a.p.srcY[k] = -k * 0.25;
-    }
-    b.p.reserved = 77;
-    const pvx_Renderer2_Params before = b.p;
-    const uint32_t used = area.used();
-    ASSERT_EQ(pvx_Renderer2_Params_copy(&b.p, &a.p), PVX_OK);
-    EXPECT_EQ(b.p.srcX, before.srcX);
-    EXPECT_EQ(b.p.srcY, before.srcY);
-    EXPECT_EQ(b.p.dstX, before.dstX);
-    EXPECT_EQ(b.p.dstY, before.dstY);
-    EXPECT_EQ(area.used(), used);
-    EXPECT_EQ(b.p.reserved, 0u);
-    for (int k = 0; k < n; ++k) {
-        ASSERT_EQ(b.p.srcX[k], k * 0.5);
-        ASSERT_EQ(b.p.srcY[k], -k * 0.25);
-        ASSERT_EQ(b.p.dstX[k], a.p.dstX[k]);
-    }
 }
 
 TEST(Renderer2Params, CopyRebuildsADifferentShape) {
@@ -320,40 +223,7 @@ TEST(Renderer2Params, CopyRebuildsADifferentShape) {
     // A refused rebuild is passed on.
     Lattice empty(&area.heap);
     EXPECT_EQ(pvx_Renderer2_Params_copy(&b.p, &empty.p), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_Renderer2_Params_copy(nullptr, &a.p), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_Renderer2_Params_copy(&b.p, nullptr), PVX_ERROR_PARAM);
     EXPECT_EQ(pvx_Renderer2_Params_copy(&a.p, &a.p), PVX_OK);
-}
-
-TEST(Renderer2Params, ConfineWithinRect) {
-    HeapArea area;
-    Lattice l(&area.heap);
-    ASSERT_EQ(pvx_Renderer2_Params_initWithSize(&l.p, &kOwner, 16, 8, 8), PVX_OK);   // 3 x 2
-    const double xs[6] = {639.5, -3.0, 100.25, 638.0, 1e300, -0.0};
-    const double ys[6] = {479.0, -0.5, 478.0, 477.75, -1e300, 5.0};
-    for (int k = 0; k < 6; ++k) {
-        l.p.srcX[k] = xs[k];
-        l.p.srcY[k] = ys[k];
-    }
-    const int32_t rect[4] = {0, 0, 640, 480};
-    ASSERT_EQ(pvx_Renderer2_Grid_confineWithinRect(&l.p, rect), PVX_OK);
-    const double wantX[6] = {638.0, 0.0, 100.25, 638.0, 638.0, -0.0};
-    const double wantY[6] = {478.0, 0.0, 478.0, 477.75, 0.0, 5.0};
-    for (int k = 0; k < 6; ++k) {
-        EXPECT_EQ(l.p.srcX[k], wantX[k]) << k;
-        EXPECT_EQ(l.p.srcY[k], wantY[k]) << k;
-    }
-    // The lower bound is applied first: when right-2 < left the upper wins.
-    const int32_t tiny[4] = {10, 20, 11, 21};
-    ASSERT_EQ(pvx_Renderer2_Grid_confineWithinRect(&l.p, tiny), PVX_OK);
-    for (int k = 0; k < 6; ++k) {
-        EXPECT_EQ(l.p.srcX[k], 9.0);
-        EXPECT_EQ(l.p.srcY[k], 19.0);
-    }
-    // Destination positions are untouched.
-    EXPECT_EQ(l.p.dstX[2], 16);
-    EXPECT_EQ(pvx_Renderer2_Grid_confineWithinRect(nullptr, rect), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_Renderer2_Grid_confineWithinRect(&l.p, nullptr), PVX_ERROR_PARAM);
 }
 
 void expectMapped(const pvx_Renderer2_Params &p, int k, double x, double y) {
@@ -392,60 +262,6 @@ TEST(Renderer2Params, SetMvec8Real) {
     for (int k = 0; k < l.p.numX; ++k) expectMapped(l.p, k, l.p.dstX[k] / -64.0, 0.0);
     for (int k = l.p.numX; k < n; ++k) expectMapped(l.p, k, -1.0, -1.0);
 
-    EXPECT_EQ(pvx_Renderer2_Params_setMvec8Real(nullptr, &identity), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_Renderer2_Params_setMvec8Real(&l.p, nullptr), PVX_ERROR_PARAM);
-}
-
-TEST(Renderer2GridWrapper, Operations) {
-    EXPECT_EQ(pvx_Renderer2_GridWrapper_getBufferSize(31, 18), 31u * 18u * 24u);
-    EXPECT_EQ(pvx_Renderer2_GridWrapper_getBufferSize(0, 18), 0u);
-    EXPECT_EQ(pvx_Renderer2_GridWrapper_getBufferSize(-1, 18), 0u);
-
-    HeapArea area;
-    pvx_Renderer2_GridWrapper g;
-    ASSERT_EQ(pvx_construct_Renderer2_GridWrapper(&g, &area.heap), PVX_OK);
-    EXPECT_EQ(g.numX, 0);
-    EXPECT_EQ(g.numY, 0);
-    EXPECT_EQ(arrays(g), "0000");
-    EXPECT_EQ(g.heap, &area.heap);
-
-    ASSERT_EQ(pvx_Renderer2_GridWrapper_init(&g, 3, 4), PVX_OK);
-    EXPECT_EQ(g.numX, 3);
-    EXPECT_EQ(g.numY, 4);
-    ASSERT_EQ(arrays(g), "1111");
-    // 96, 96, 48, 48 bytes plus an 8-byte header each, in 16-byte steps.
-    EXPECT_EQ(area.used(), 112u + 112u + 64u + 64u);
-    EXPECT_EQ(pvx_Renderer2_GridWrapper_init(&g, -1, 4), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_Renderer2_GridWrapper_init(&g, 4, -1), PVX_ERROR_PARAM);
-    // Absurd counts cannot be served.
-    EXPECT_EQ(pvx_Renderer2_GridWrapper_init(&g, 1 << 30, 1 << 30), PVX_ERROR_NOMEM);
-
-    const int32_t rect[4] = {0, 0, 100, 50};
-    ASSERT_EQ(pvx_Renderer2_GridWrapper_initWithGridSize(&g, rect, 32, 16), PVX_OK);
-    ASSERT_EQ(g.numX, 5);
-    ASSERT_EQ(g.numY, 5);
-    EXPECT_EQ(g.dstX[4], 100);
-    EXPECT_EQ(g.dstX[3], 96);
-    EXPECT_EQ(g.dstY[20], 50);
-    EXPECT_EQ(g.dstY[15], 48);
-    EXPECT_EQ(pvx_Renderer2_GridWrapper_initWithGridSize(&g, rect, 7, 16), PVX_ERROR_PARAM);
-
-    const pvx_Mvec8Real scale = {{2, 0, 0, 0, 3, 0, 0, 0, 1}};
-    ASSERT_EQ(pvx_Renderer2_GridWrapper_setMvec8Real(&g, &scale), PVX_OK);
-    EXPECT_EQ(g.srcX[4], 200.0);
-    EXPECT_EQ(g.srcY[20], 150.0);
-    // The same clamp serves the wrapper.
-    ASSERT_EQ(pvx_Renderer2_Grid_confineWithinRect(&g, rect), PVX_OK);
-    EXPECT_EQ(g.srcX[4], 98.0);
-    EXPECT_EQ(g.srcY[20], 48.0);
-    EXPECT_EQ(g.srcX[1], 64.0);
-
-    EXPECT_EQ(pvx_destruct_Renderer2_GridWrapper(&g), PVX_OK);
-    EXPECT_EQ(arrays(g), "0000");
-    EXPECT_EQ(area.used(), 0u);
-    EXPECT_EQ(pvx_construct_Renderer2_GridWrapper(nullptr, &area.heap), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_Renderer2_GridWrapper_init(nullptr, 1, 1), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_Renderer2_GridWrapper_setMvec8Real(&g, nullptr), PVX_ERROR_PARAM);
 }
 
 }  // namespace

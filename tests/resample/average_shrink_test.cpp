@@ -40,41 +40,4 @@ TEST(AverageShrink, MembersMatchModel) {
     EXPECT_EQ(env.used(), 0u);
 }
 
-TEST(AverageShrink, MultiPlanePlanesShrinkAlone) {
-    TestEnv env;
-    pvx_ImageProc2 proc;
-    pvx_construct_ImageProc2(&proc, env.env());
-    std::mt19937_64 rng = pvx_test::makeRng(901);
-    for (int32_t format : {PVX_FORMAT_YUV420_PLANAR, PVX_FORMAT_YUV420_SEMIPLANAR, PVX_FORMAT_YVU420_SEMIPLANAR}) {
-        const int32_t sw = 23, sh = 17, f = 3, dw = 8, dh = 6;
-        TestImage src(sw, sh, format), dst(dw, dh, format, 1);
-        src.randomize(rng);
-        ASSERT_EQ(pvx_ImageProc2_averageShrink(&proc, &dst.img, &src.img, f), PVX_OK);
-        EXPECT_EQ(firstDiff(modelShrink(U8, samples(U8, src.plane(0)), sw, sh, f), samples(U8, dst.plane(0))), -1);
-        const Kind ck = format == PVX_FORMAT_YUV420_PLANAR ? U8 : U88;
-        for (int32_t p = 1; p < pvx_Image_getPlaneCount(format); ++p)
-            EXPECT_EQ(firstDiff(modelShrink(ck, samples(ck, src.plane(p)), 12, 9, f), samples(ck, dst.plane(p))), -1)
-                << format << " plane " << p;
-    }
-}
-
-TEST(AverageShrink, Arguments) {
-    TestEnv env;
-    pvx_ImageProc2 proc;
-    pvx_construct_ImageProc2(&proc, env.env());
-    TestImage src(10, 10, PVX_FORMAT_UINT8), dst(5, 5, PVX_FORMAT_UINT8), odd(4, 5, PVX_FORMAT_UINT8);
-    TestImage other(5, 5, PVX_FORMAT_UINT16), bgr(5, 5, PVX_FORMAT_BGR888), bgrSrc(10, 10, PVX_FORMAT_BGR888);
-    EXPECT_EQ(pvx_ImageProc2_averageShrink(nullptr, &dst.img, &src.img, 2), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_ImageProc2_averageShrink(&proc, nullptr, &src.img, 2), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_ImageProc2_averageShrink(&proc, &dst.img, nullptr, 2), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_ImageProc2_averageShrink(&proc, &dst.img, &src.img, 0), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_ImageProc2_averageShrink(&proc, &dst.img, &src.img, 1025), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_ImageProc2_averageShrink(&proc, &odd.img, &src.img, 2), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_ImageProc2_averageShrink(&proc, &other.img, &src.img, 2), PVX_ERROR_FORMAT);
-    EXPECT_EQ(pvx_ImageProc2_averageShrink(&proc, &bgr.img, &bgrSrc.img, 2), PVX_ERROR_FORMAT);
-    EXPECT_EQ(pvx_ImageProc2_averageShrink(&proc, &src.img, &src.img, 1), PVX_OK);   // factor 1 onto itself
-    EXPECT_EQ(pvx_ImageProc2_getBufferSizeForAverageShrink(&proc, 100), 0);
-    EXPECT_EQ(pvx_ImageProc2_getBufferSizeWithFormatForAverageShrink(100, PVX_FORMAT_UINT8), 0);
-}
-
 }  // namespace

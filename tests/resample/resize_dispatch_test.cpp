@@ -1,6 +1,6 @@
-// Top-level resize: argument checks, the equal-size copy, the format
-// dispatch, multi-plane formats plane by plane, scratch failure, band
-// failures, the object's lifecycle and its memory queries.
+// Top-level resize: the equal-size copy, the format dispatch, multi-plane
+// formats plane by plane, scratch failure, and the memory a
+// resize takes against the size query.
 #include <stdlib.h>
 
 #include "tests/resample/resize_test_util.h"
@@ -21,16 +21,6 @@ struct Resizer {
 
 typedef pvx_Result (*Entry)(pvx_ImageProc2 *, pvx_Image *, const pvx_Image *);
 const Entry kEntries[] = {pvx_ImageProc2_resizeImage, pvx_ImageProc2_resizeImageBilinear};
-
-TEST(ResizeDispatch, NullArguments) {
-    Resizer rz;
-    TestImage a(4, 4, PVX_FORMAT_UINT8), b(8, 8, PVX_FORMAT_UINT8);
-    for (Entry e : kEntries) {
-        EXPECT_EQ(e(nullptr, &b.img, &a.img), PVX_ERROR_PARAM);
-        EXPECT_EQ(e(&rz.proc, nullptr, &a.img), PVX_ERROR_PARAM);
-        EXPECT_EQ(e(&rz.proc, &b.img, nullptr), PVX_ERROR_PARAM);
-    }
-}
 
 TEST(ResizeDispatch, EqualSizeCopiesOrRefusesOtherFormat) {
     Resizer rz;
@@ -76,16 +66,6 @@ TEST(ResizeDispatch, RefusedFormatsWriteNothing) {
     }
     TestImage src(10, 6, PVX_FORMAT_RGB888), dst(9, 3, PVX_FORMAT_RGB888);
     EXPECT_EQ(pvx_ImageProc2_resizeImage(&rz.proc, &dst.img, &src.img), PVX_OK);
-}
-
-TEST(ResizeDispatch, SourceFormatIsNotCompared) {
-    // A "UINT8" destination from a one-byte Bayer source resizes plane 0 as "UINT8".
-    Resizer rz;
-    std::mt19937_64 rng = pvx_test::makeRng(701);
-    TestImage src(10, 6, 37), dst(17, 9, PVX_FORMAT_UINT8);
-    src.randomize(rng);
-    ASSERT_EQ(pvx_ImageProc2_resizeImage(&rz.proc, &dst.img, &src.img), PVX_OK);
-    EXPECT_EQ(firstDiff(modelBilinear(U8, samples(U8, src.plane(0)), 10, 6, 17, 9), samples(U8, dst.plane(0))), -1);
 }
 
 TEST(ResizeDispatch, MultiPlaneFormatsResizePlaneByPlane) {
@@ -162,7 +142,7 @@ TEST(ResizeDispatch, HalfDecisionIsTakenOnTheWholeImage) {
 }
 
 TEST(ResizeDispatch, ScratchFailureWritesNothing) {
-    // A heap too small for dw * 2 bytes: 0x80000004 and an untouched destination.
+    // A heap too small for dw * 2 bytes: out of memory, and an untouched destination.
     Resizer rz(2048);
     TestImage src(100, 10, PVX_FORMAT_UINT8), dst(1500, 20, PVX_FORMAT_UINT8, 1);
     dst.fillPixels(0x77);
@@ -181,7 +161,7 @@ TEST(ResizeDispatch, ScratchFailureWritesNothing) {
 
 TEST(ResizeDispatch, ChromaScratchFailureAfterLuma) {
     // Y needs 2 * 300 bytes, the interleaved chroma 8 * 150: a heap in between
-    // resizes Y, then fails on the chroma pass with 0x80000004.
+    // resizes Y, then runs out of memory on the chroma pass.
     Resizer rz(1024);
     std::mt19937_64 rng = pvx_test::makeRng(703);
     TestImage src(40, 10, PVX_FORMAT_YUV420_SEMIPLANAR), dst(300, 20, PVX_FORMAT_YUV420_SEMIPLANAR);
@@ -193,77 +173,7 @@ TEST(ResizeDispatch, ChromaScratchFailureAfterLuma) {
     EXPECT_EQ(rz.env.used(), 0u);
 }
 
-TEST(ResizeDispatch, ChromaViewFailureAfterLuma) {
-    // A planar destination without its V plane: Y is resized, binding a
-    // chroma view fails and its code comes back.
-    Resizer rz;
-    TestImage src(20, 10, PVX_FORMAT_YUV420_PLANAR), dst(30, 16, PVX_FORMAT_YUV420_PLANAR);
-    src.fillPixels(0);
-    dst.fillPixels(0x77);
-    dst.img.dat[2] = nullptr;
-    EXPECT_EQ(pvx_ImageProc2_resizeImage(&rz.proc, &dst.img, &src.img), PVX_ERROR_PARAM);
-    for (uint8_t v : dst.plane(0)) ASSERT_EQ(v, 0);   // resized from the zero source
-}
-
-TEST(ResizeDispatch, BandsRefuseZeroDimensions) {
-    TestImage a(10, 10, PVX_FORMAT_UINT8, 1), b(5, 5, PVX_FORMAT_UINT8, 1);
-    b.fillPixels(0x44);
-    uint8_t scratch[64];
-    const pvx_ResizeMember *m = pvx_ImageProc2_getMember(PVX_RESIZE_UINT8);
-    for (int32_t which = 0; which < 4; ++which) {
-        pvx_Image d = b.img, s = a.img;
-        int32_t *dims[4] = {&d.width, &d.height, &s.width, &s.height};
-        *dims[which] = 0;
-        pvx_ResizeJob job = {&d, &s, scratch, 1, m};
-        EXPECT_EQ(pvx_ImageProc2_resizeBilinearBand(&job, 0), PVX_ERROR_FAIL);
-        EXPECT_EQ(pvx_ImageProc2_shrinkHalfBand(&job, 0), PVX_ERROR_FAIL);
-    }
-    for (uint8_t v : b.plane(0)) ASSERT_EQ(v, 0x44);
-
-    // General path: the band's code is not passed on. Half path: it is.
-    Resizer rz;
-    pvx_Image d = b.img;
-    d.width = 0;
-    EXPECT_EQ(pvx_ImageProc2_resizeImage(&rz.proc, &d, &a.img), PVX_OK);
-    pvx_Image s = a.img;
-    s.width = 1;
-    EXPECT_EQ(pvx_ImageProc2_resizeImage(&rz.proc, &d, &s), PVX_ERROR_FAIL);
-    for (uint8_t v : b.plane(0)) ASSERT_EQ(v, 0x44);
-}
-
-TEST(ResizeObject, Lifecycle) {
-    TestEnv env;
-    pvx_ImageProc2 proc;
-    memset(&proc, 0xCC, sizeof(proc));
-    EXPECT_EQ(pvx_construct_ImageProc2(nullptr, env.env()), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_construct_ImageProc2(&proc, env.env()), PVX_OK);
-    EXPECT_EQ(proc.env, env.env());
-    EXPECT_EQ(proc.pel, nullptr);
-    pvx_Pel *fake = reinterpret_cast<pvx_Pel *>(&proc);   // never used: no resize is run
-    EXPECT_EQ(pvx_ImageProc2_setPel(nullptr, fake), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_ImageProc2_setPel(&proc, fake), PVX_OK);
-    EXPECT_EQ(proc.pel, fake);
-    EXPECT_EQ(pvx_ImageProc2_init(&proc), PVX_OK);
-    EXPECT_EQ(pvx_ImageProc2_recycle(&proc), PVX_OK);
-    EXPECT_EQ(proc.pel, fake);
-    EXPECT_EQ(pvx_ImageProc2_init(nullptr), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_ImageProc2_recycle(nullptr), PVX_ERROR_PARAM);
-    EXPECT_EQ(pvx_ImageProc2_setPel(&proc, nullptr), PVX_OK);
-    EXPECT_EQ(pvx_destruct_ImageProc2(&proc), PVX_OK);
-    EXPECT_EQ(proc.env, nullptr);
-    EXPECT_EQ(pvx_destruct_ImageProc2(nullptr), PVX_ERROR_PARAM);
-}
-
 TEST(ResizeObject, BufferSizeQueriesMatchHeapUse) {
-    EXPECT_EQ(pvx_ImageProc2_getBufferSizeWithFormatForResizeImage(1920, PVX_FORMAT_UINT8, 0), 3856);
-    EXPECT_EQ(pvx_ImageProc2_getBufferSizeWithFormatForResizeImage(1920, PVX_FORMAT_YUV420_SEMIPLANAR, 4),
-              960 * 8 * 8 + 16);
-    EXPECT_EQ(pvx_ImageProc2_getBufferSizeWithFormatForResizeImage(1920, PVX_FORMAT_BGR888, 0), 0);
-    EXPECT_EQ(pvx_ImageProc2_getBufferSizeWithFormatForResizeImage(-5, PVX_FORMAT_UINT8, 0), 0);
-    EXPECT_EQ(pvx_ImageProc2_getBufferSizeWithFormat(640, 480, PVX_FORMAT_INT32), 640 * 16 + 16);
-    EXPECT_EQ(pvx_ImageProc2_getBufferSizeWithFormat(640, -1, PVX_FORMAT_INT32), 0);
-    EXPECT_EQ(pvx_ImageProc2_getBufferSizeForResizeImage(nullptr, 640), 0);
-
     // The heap's high-water mark during a resize equals the query.
     for (int32_t format : {PVX_FORMAT_UINT8, PVX_FORMAT_UINT16, PVX_FORMAT_INT32, PVX_FORMAT_UINT88,
                            PVX_FORMAT_RGB888, PVX_FORMAT_YUV420_PLANAR, PVX_FORMAT_YUV420_SEMIPLANAR}) {

@@ -79,24 +79,6 @@ TEST(ResizePel, WorkerCountsGiveIdenticalOutput) {
     }
 }
 
-TEST(ResizePel, GeneralPathTakesTwoSlicesPerWorker) {
-    // The heap's high-water mark during a resize with a pool of W is the
-    // scratch of 2W tasks.
-    for (int32_t workers : {1, 2, 4}) {
-        Pool pool(workers);
-        TestEnv env;
-        pvx_ImageProc2 proc;
-        pvx_construct_ImageProc2(&proc, env.env());
-        pvx_ImageProc2_setPel(&proc, pool.pel());
-        TestImage src(30, 20, PVX_FORMAT_INT32), dst(77, 41, PVX_FORMAT_INT32);
-        ASSERT_EQ(pvx_ImageProc2_resizeImage(&proc, &dst.img, &src.img), PVX_OK);
-        const int64_t want = pvx_ImageProc2_getBufferSizeWithFormatForResizeImage(77, PVX_FORMAT_INT32, workers);
-        EXPECT_EQ(want, (77 * 2 * workers * 16 + 8 + 15) / 16 * 16);
-        EXPECT_EQ(static_cast<int64_t>(pvx_Heap2_getMaxUsedSize(&env.env()->heap)), want);
-        EXPECT_EQ(pvx_ImageProc2_getBufferSizeForResizeImage(&proc, 77), want);
-    }
-}
-
 TEST(ResizePel, RepeatedCallsOnOnePool) {
     // Many calls through one pool (command records are reused).
     Pool pool(4);

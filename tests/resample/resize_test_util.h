@@ -1,7 +1,7 @@
 // Helpers of the resizer tests: images whose planes sit right before a guard
 // page with sentinel-filled padding between rows, a work-area environment,
-// and slow reference models of the resize written from the stated formulas
-// (per output, without row cache, phases or incremental positions).
+// and slow reference models of the resize, one output at a time (no row
+// cache, phases or incremental positions).
 #pragma once
 
 #include <gtest/gtest.h>
@@ -17,6 +17,7 @@
 #include "resample/pvx_imageproc2.h"
 #include "runtime/pvx_heap2.h"
 #include "tests/support/guarded_buffer.h"
+#include "tests/support/test_env.h"
 #include "tests/support/test_random.h"
 
 namespace rt {
@@ -25,20 +26,7 @@ using pvx_test::GuardedBuffer;
 
 const uint8_t kSentinel = 0xA5;
 
-// Environment over a guarded work area.
-class TestEnv {
-public:
-    explicit TestEnv(size_t size = 4u << 20) : buf_(size) {
-        EXPECT_EQ(pvx_construct_Env(&env_, buf_.data(), size), PVX_OK);
-    }
-    ~TestEnv() { pvx_destruct_Env(&env_); }
-    pvx_Env *env() { return &env_; }
-    uint32_t used() const { return pvx_Heap2_getUsedSize(&env_.heap); }
-
-private:
-    GuardedBuffer buf_;
-    pvx_Env env_;
-};
+using pvx_test::TestEnv;
 
 // An external image with each plane in its own guarded buffer: the last row
 // of a plane ends at the guard page, rows are `pad` bytes longer than their

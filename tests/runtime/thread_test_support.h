@@ -1,45 +1,30 @@
-// Helpers shared by the thread-layer tests: a heap over guarded memory, a
-// pool in guarded memory, a clock, and bounded waits so that no test can hang.
+// Helpers shared by the thread-layer tests: a pool in guarded memory over a
+// guarded heap, a clock, and bounded waits so that no test can hang.
 #pragma once
 
 #include <gtest/gtest.h>
 #include <stdint.h>
 
 #include <chrono>
-#include <functional>
 #include <new>
 #include <thread>
 
-#include "runtime/pvx_heap2.h"
 #include "runtime/pvx_pel.h"
-#include "tests/support/guarded_buffer.h"
+#include "tests/support/test_env.h"
 
 namespace pvx_thread_test {
 
 using Clock = std::chrono::steady_clock;
+using pvx_test::TestEnv;
 
-// An environment whose heap lies in guarded memory.
-struct TestHeap {
-    explicit TestHeap(size_t size = 256 * 1024) : buf(size) {
-        ok = pvx_construct_Env(&env, buf.data(), buf.size()) == PVX_OK;
-    }
-    ~TestHeap() { pvx_destruct_Env(&env); }
-    TestHeap(const TestHeap &) = delete;
-    TestHeap &operator=(const TestHeap &) = delete;
-    uint32_t used() { return pvx_Heap2_getUsedSize(&env.heap); }
-
-    pvx_test::GuardedBuffer buf;
-    pvx_Env env;
-    bool ok = false;
-};
-
-inline double secondsSince(std::chrono::steady_clock::time_point t0) {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+inline double secondsSince(Clock::time_point t0) {
+    return std::chrono::duration<double>(Clock::now() - t0).count();
 }
 
 // Polls `done` until it holds or `seconds` pass; true when it held.
-inline bool waitFor(const std::function<bool()> &done, double seconds = 10.0) {
-    const auto t0 = std::chrono::steady_clock::now();
+template <class F>
+bool waitFor(F done, double seconds = 10.0) {
+    const auto t0 = Clock::now();
     while (!done()) {
         if (secondsSince(t0) > seconds) return false;
         std::this_thread::sleep_for(std::chrono::microseconds(200));
@@ -67,24 +52,23 @@ inline double slack() {
 // A pool record in guarded memory over a guarded heap; destructing it must
 // give every block back.
 struct PoolBox {
-    PoolBox() : mem(sizeof(pvx_Pel)) {
+    PoolBox() : heap(1u << 20), mem(sizeof(pvx_Pel)) {
         pel = new (mem.data()) pvx_Pel;
-        EXPECT_EQ(pvx_construct_Pel(pel, &heap.env), PVX_OK);
+        EXPECT_EQ(pvx_construct_Pel(pel, heap.env()), PVX_OK);
     }
     ~PoolBox() {
         EXPECT_EQ(pvx_destruct_Pel(pel), PVX_OK);
         EXPECT_EQ(heap.used(), 0u);
     }
-    pvx_Result init(int32_t workers, int32_t callerParticipates = 1, int32_t timeoutMs = 10000, uint32_t mask = 0) {
+    pvx_Result init(int32_t workers, int32_t callerParticipates = 1, int32_t timeoutMs = 10000) {
         pvx_PelParams p;
         pvx_Pel_resetParams(&p);
         p.numWorkers = workers;
         p.callerParticipates = callerParticipates;
         p.waitTimeoutMs = timeoutMs;
-        p.affinityMask = mask;
         return pvx_Pel_init(pel, &p);
     }
-    TestHeap heap;
+    TestEnv heap;
     pvx_test::GuardedBuffer mem;
     pvx_Pel *pel;
 };
