@@ -109,6 +109,7 @@ extern "C" PARVEX_API uint32_t parvex_DistortionCorrection_start(parvex_Distorti
     const pvx_Result workers = startWorkers(ctx, &pool);
     ctx->lens.pel = pool;
     pvx_ImageProc2_setPel(&ctx->imgproc, pool);
+    pvx_ImageProc2_init(&ctx->imgproc);   // picks the resize kernels for the processor
     pvx_Renderer2_initWithPel(&ctx->renderer, pool);
     if (workers != PVX_OK) return refuseStart(ctx, workers);
     pvx_construct_Image(&ctx->src_image, &ctx->env);

@@ -6,6 +6,7 @@
 #include <stdint.h>
 
 #include "image/pvx_image.h"
+#include "resample/pvx_resize_leaves.h"
 #include "runtime/pvx_heap2.h"
 #include "runtime/pvx_pel.h"
 #include "runtime/pvx_result.h"
@@ -13,8 +14,11 @@
 struct pvx_ImageProc2 {
     pvx_Env *env;      // allocator of scratch memory and temporary image records
     pvx_Pel *pel;      // null: everything runs on the calling thread
+    pvx_ResizeLeaves leaves;   // group kernels for the running processor
 };
 
+// Construction and init both choose the group kernels for the processor
+// (as pvx_Cpu_flags allows at that moment).
 pvx_Result pvx_construct_ImageProc2(pvx_ImageProc2 *proc, pvx_Env *env);
 pvx_Result pvx_destruct_ImageProc2(pvx_ImageProc2 *proc);
 pvx_Result pvx_ImageProc2_init(pvx_ImageProc2 *proc);

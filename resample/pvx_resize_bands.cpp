@@ -20,7 +20,7 @@ pvx_Result checkBand(const pvx_ResizeJob *job, int32_t task) {
 pvx_Result pvx_ImageProc2_resizeBilinearBand(const pvx_ResizeJob *job, int32_t task) {
     const pvx_Result r = checkBand(job, task);
     if (r != PVX_OK) return r;
-    if (!job->scratch) return PVX_ERROR_PARAM;
+    if (!job->scratch || !job->leaves) return PVX_ERROR_PARAM;
     const pvx_ResizeMember *m = job->member;
     pvx_Image *dst = job->dst;
     const pvx_Image *src = job->src;
@@ -38,7 +38,7 @@ pvx_Result pvx_ImageProc2_resizeBilinearBand(const pvx_ResizeJob *job, int32_t t
     void *upper = slice;
     void *lower = slice + lineSize;
     int64_t held0 = -1, held1 = -1;   // source rows in `upper` and `lower`; none yet
-    const pvx_ResizeTwins *twins = pvx_ImageProc2_bestTwins();
+    const pvx_ResizeLeaves *leaves = job->leaves;
 
     for (int32_t y = yBegin; y < yEnd; ++y) {
         const int64_t ys = pvx_ImageProc2_rowPosition(y, sh, dh);
@@ -53,15 +53,15 @@ pvx_Result pvx_ImageProc2_resizeBilinearBand(const pvx_ResizeJob *job, int32_t t
             void *t = upper;
             upper = lower;
             lower = t;
-            m->resampleRow(lower, pvx_Image_row(src, 0, static_cast<int32_t>(y1)), sw, dw, g.x0, g.step, g.safe, twins);
+            m->resampleRow(lower, pvx_Image_row(src, 0, static_cast<int32_t>(y1)), sw, dw, g.x0, g.step, g.safe, leaves);
         } else {
-            m->resampleRow(upper, pvx_Image_row(src, 0, static_cast<int32_t>(y0)), sw, dw, g.x0, g.step, g.safe, twins);
-            m->resampleRow(lower, pvx_Image_row(src, 0, static_cast<int32_t>(y1)), sw, dw, g.x0, g.step, g.safe, twins);
+            m->resampleRow(upper, pvx_Image_row(src, 0, static_cast<int32_t>(y0)), sw, dw, g.x0, g.step, g.safe, leaves);
+            m->resampleRow(lower, pvx_Image_row(src, 0, static_cast<int32_t>(y1)), sw, dw, g.x0, g.step, g.safe, leaves);
         }
         held0 = y0;
         held1 = y1;
 
-        m->blendRows(pvx_Image_row(dst, 0, y), upper, lower, dw, static_cast<int32_t>(ys & 32767), twins);
+        m->blendRows(pvx_Image_row(dst, 0, y), upper, lower, dw, static_cast<int32_t>(ys & 32767), leaves);
     }
     return PVX_OK;
 }

@@ -20,7 +20,7 @@ inline int64_t lerp15(int64_t a, int64_t b, int64_t f) { return (a * (32768 - f)
 }  // namespace
 
 void pvx_ImageProc2_Int32_resampleRow(void *line, const uint8_t *src, int32_t sw, int32_t dw, int64_t x0,
-                                      int64_t step, int32_t /*safe*/, const pvx_ResizeTwins * /*twins*/) {
+                                      int64_t step, int32_t /*safe*/, const pvx_ResizeLeaves * /*leaves*/) {
     int64_t *out = static_cast<int64_t *>(line);
     const int64_t last = sw - 1;
     int32_t j = 0;
@@ -44,7 +44,7 @@ void pvx_ImageProc2_Int32_resampleRow(void *line, const uint8_t *src, int32_t sw
 }
 
 void pvx_ImageProc2_Int32_blendRows(uint8_t *dst, const void *upper, const void *lower, int32_t dw, int32_t f,
-                                    const pvx_ResizeTwins * /*twins*/) {
+                                    const pvx_ResizeLeaves * /*leaves*/) {
     const int64_t *a = static_cast<const int64_t *>(upper);
     const int64_t *b = static_cast<const int64_t *>(lower);
     for (int32_t j = 0; j < dw; ++j) {

@@ -1,12 +1,12 @@
 // Row functions of the "UINT8", "UINT16" and "RGB888" bilinear members: one
 // resampler and one vertical blend over the sample type and the channel
-// count (channels of a pixel are weighted alike).
+// count (channels of a pixel are weighted alike). The 7-bit groups of the
+// 8-bit members are the resizer's leaves.
 //
 // The resampler runs four phases along the row: the left edge (positions
 // before pixel 0's centre copy pixel 0), 8-output groups with 7-bit weights
 // (enlarging only, while the outputs are below `safe`), the 15-bit middle,
-// and the right edge (copies of the last pixel). The groups are written as
-// the vector code computes them, lane by lane.
+// and the right edge (copies of the last pixel).
 //
 // The vertical blend of the 8-bit members uses 7-bit weights for the first
 // dw - dw % 8 pixels and the 15-bit formula for the rest; "UINT16" uses the
@@ -51,9 +51,29 @@ inline int32_t groupCount(int32_t j, int32_t dw, int32_t safe) {
     return bySafe < byWidth ? bySafe : byWidth;
 }
 
+// 7-bit groups of samples wider than a byte ("UINT16"), taps clamped to
+// the last pixel; the 8-bit members use their leaves instead.
+template <class T, int C>
+void wideGroups7(T *out, const uint8_t *src, int64_t last, int32_t groups, int64_t x, int32_t step) {
+    for (int32_t g = 0; g < groups; ++g) {
+        const int64_t xg = x + 8 * static_cast<int64_t>(g) * step;
+        const int32_t fo = static_cast<int32_t>(xg & 32767) >> 8;
+        for (int32_t k = 0; k < 8; ++k) {
+            const int32_t o = fo + ((128 + k * step) >> 8);
+            const uint32_t w = static_cast<uint32_t>(o & 127);
+            const int64_t i0 = (xg >> 15) + (o >> 7);
+            const int64_t a = i0 < last ? i0 : last, b = i0 + 1 < last ? i0 + 1 : last;
+            for (int c = 0; c < C; ++c) {
+                const uint32_t v = (sample<T, C>(src, a, c) * (128 - w) + sample<T, C>(src, b, c) * w + 64) >> 7;
+                *out++ = static_cast<T>(v > kMaxSample<T> ? kMaxSample<T> : v);
+            }
+        }
+    }
+}
+
 template <class T, int C>
 void resampleRow(void *line, const uint8_t *src, int32_t sw, int32_t dw, int64_t x0, int64_t step, int32_t safe,
-                 pvx_ResizeGroups8Fn groups8) {
+                 pvx_ResizeGroupsFn groups7) {
     T *out = static_cast<T *>(line);
     const int64_t last = sw - 1;
     int32_t j = 0;
@@ -64,35 +84,14 @@ void resampleRow(void *line, const uint8_t *src, int32_t sw, int32_t dw, int64_t
         x += step;
     }
 
-    if (dw >= sw) {
+    // Enlarging only: 0 < step <= 32768, so every lane offset fits 16 bits.
+    if (dw >= sw && step > 0) {
         const int32_t groups = groupCount(j, dw, safe);
-        if (groups8 != nullptr && groups > 0) {
-            groups8(reinterpret_cast<uint8_t *>(out + j), src, sw, groups, x, step);
-        } else {
-            // step <= 32768 here, so every lane offset fits 16 bits.
-            const int32_t step32 = static_cast<int32_t>(step);
-            for (int32_t g = 0; g < groups; ++g) {
-                const int64_t xg = x + 8 * g * step;
-                const int64_t base = xg >> 15;
-                const int32_t fo = static_cast<int32_t>(xg & 32767) >> 8;
-                for (int32_t k = 0; k < 8; ++k) {
-                    const int32_t o = fo + ((128 + k * step32) >> 8);
-                    const uint32_t w = static_cast<uint32_t>(o & 127);
-                    int64_t i0 = base + (o >> 7);
-                    // The last lane can land exactly on the last pixel with weight 0;
-                    // its right tap is then not needed, so clamp it into the row.
-                    int64_t i1 = i0 + 1;
-                    if (i0 > last) i0 = last;
-                    if (i1 > last) i1 = last;
-                    for (int c = 0; c < C; ++c) {
-                        const uint32_t v =
-                            (sample<T, C>(src, i0, c) * (128 - w) + sample<T, C>(src, i1, c) * w + 64) >> 7;
-                        out[(static_cast<ptrdiff_t>(j) + 8 * g + k) * C + c] =
-                            static_cast<T>(v > kMaxSample<T> ? kMaxSample<T> : v);
-                    }
-                }
-            }
-        }
+        if (groups7 != nullptr && groups > 0)
+            pvx_ImageProc2_runGroups7(groups7, C, reinterpret_cast<uint8_t *>(out + static_cast<ptrdiff_t>(j) * C),
+                                      src, sw, groups, x, static_cast<int32_t>(step));
+        else if (groups > 0)
+            wideGroups7<T, C>(out + static_cast<ptrdiff_t>(j) * C, src, last, groups, x, static_cast<int32_t>(step));
         j += 8 * groups;
         x += 8 * groups * step;
     }
@@ -117,48 +116,43 @@ void blendRows(uint8_t *dst, const void *upper, const void *lower, int32_t dw, i
     const T *a = static_cast<const T *>(upper);
     const T *b = static_cast<const T *>(lower);
     const int64_t count = C * static_cast<int64_t>(dw);
-    const int64_t grouped = Grouped ? C * static_cast<int64_t>(dw - dw % 8) : 0;
-    const int32_t w = (f + 128) >> 8;
     int64_t j = 0;
-    if (blend7 != nullptr && grouped > 0)
-        j = blend7(dst, reinterpret_cast<const uint8_t *>(a), reinterpret_cast<const uint8_t *>(b), grouped, w);
-    for (; j < grouped; ++j) {
-        const uint32_t v = (a[j] * static_cast<uint32_t>(128 - w) + b[j] * static_cast<uint32_t>(w) + 64) >> 7;
-        store<T>(dst, j, v > kMaxSample<T> ? kMaxSample<T> : v);
+    if (Grouped) {
+        // C * (dw - dw % 8) samples: whole groups of 8.
+        const int64_t groups = C * static_cast<int64_t>(dw / 8);
+        blend7(dst, reinterpret_cast<const uint8_t *>(a), reinterpret_cast<const uint8_t *>(b), groups, (f + 128) >> 8);
+        j = 8 * groups;
     }
     const uint32_t uf = static_cast<uint32_t>(f);
     for (; j < count; ++j) store<T>(dst, j, (a[j] * (32768 - uf) + b[j] * uf + 16384) >> 15);
 }
 
-inline pvx_ResizeGroups8Fn groups8Of(const pvx_ResizeTwins *t) { return t != nullptr ? t->groups8 : nullptr; }
-inline pvx_ResizeBlend7Fn blend7Of(const pvx_ResizeTwins *t) { return t != nullptr ? t->blend7 : nullptr; }
-
 }  // namespace
 
 void pvx_ImageProc2_Uint8_resampleRow(void *line, const uint8_t *src, int32_t sw, int32_t dw, int64_t x0, int64_t step,
-                                      int32_t safe, const pvx_ResizeTwins *twins) {
-    resampleRow<uint8_t, 1>(line, src, sw, dw, x0, step, safe, groups8Of(twins));
+                                      int32_t safe, const pvx_ResizeLeaves *leaves) {
+    resampleRow<uint8_t, 1>(line, src, sw, dw, x0, step, safe, leaves->uint8Groups);
 }
 void pvx_ImageProc2_Uint8_blendRows(uint8_t *dst, const void *upper, const void *lower, int32_t dw, int32_t f,
-                                    const pvx_ResizeTwins *twins) {
-    blendRows<uint8_t, 1, true>(dst, upper, lower, dw, f, blend7Of(twins));
+                                    const pvx_ResizeLeaves *leaves) {
+    blendRows<uint8_t, 1, true>(dst, upper, lower, dw, f, leaves->blend7);
 }
 
-// The groups' twin serves one 8-bit channel only.
+// "UINT16" has no 7-bit groups: the 15-bit middle and blend throughout.
 void pvx_ImageProc2_Uint16_resampleRow(void *line, const uint8_t *src, int32_t sw, int32_t dw, int64_t x0, int64_t step,
-                                       int32_t safe, const pvx_ResizeTwins * /*twins*/) {
+                                       int32_t safe, const pvx_ResizeLeaves * /*leaves*/) {
     resampleRow<uint16_t, 1>(line, src, sw, dw, x0, step, safe, nullptr);
 }
 void pvx_ImageProc2_Uint16_blendRows(uint8_t *dst, const void *upper, const void *lower, int32_t dw, int32_t f,
-                                     const pvx_ResizeTwins * /*twins*/) {
+                                     const pvx_ResizeLeaves * /*leaves*/) {
     blendRows<uint16_t, 1, false>(dst, upper, lower, dw, f, nullptr);
 }
 
 void pvx_ImageProc2_Rgb888_resampleRow(void *line, const uint8_t *src, int32_t sw, int32_t dw, int64_t x0, int64_t step,
-                                       int32_t safe, const pvx_ResizeTwins * /*twins*/) {
-    resampleRow<uint8_t, 3>(line, src, sw, dw, x0, step, safe, nullptr);
+                                       int32_t safe, const pvx_ResizeLeaves *leaves) {
+    resampleRow<uint8_t, 3>(line, src, sw, dw, x0, step, safe, leaves->rgb888Groups);
 }
 void pvx_ImageProc2_Rgb888_blendRows(uint8_t *dst, const void *upper, const void *lower, int32_t dw, int32_t f,
-                                     const pvx_ResizeTwins *twins) {
-    blendRows<uint8_t, 3, true>(dst, upper, lower, dw, f, blend7Of(twins));
+                                     const pvx_ResizeLeaves *leaves) {
+    blendRows<uint8_t, 3, true>(dst, upper, lower, dw, f, leaves->blend7);
 }

@@ -6,17 +6,23 @@
 #include "resample/pvx_resize_internal.h"
 
 void pvx_ImageProc2_Uint88_resampleRow(void *line, const uint8_t *src, int32_t sw, int32_t dw, int64_t x0,
-                                       int64_t step, int32_t /*safe*/, const pvx_ResizeTwins *twins) {
+                                       int64_t step, int32_t /*safe*/, const pvx_ResizeLeaves *leaves) {
     uint16_t *out = static_cast<uint16_t *>(line);
     const int64_t last = sw - 1;
     int64_t x = x0 >= 32768 ? (x0 >> 15) * 32768 : 0;
     int32_t j = 0;
 
-    if (twins != nullptr && twins->middle88 != nullptr) {
-        j = twins->middle88(out, src, sw, dw, x, step);
+    const int64_t end = last * 32768;
+    // Groups of 8 while all 8 positions lie before the last pixel: group g
+    // qualifies while x + (8 g + 7) step < end.
+    if (step > 0 && step < 65536 && x + 7 * step < end) {
+        int64_t groups = (end - x - 7 * step + 8 * step - 1) / (8 * step);
+        if (groups > dw / 8) groups = dw / 8;
+        pvx_ImageProc2_runGroups88(leaves->uint88Groups, out, src, sw, static_cast<int32_t>(groups), x,
+                                   static_cast<int32_t>(step));
+        j = static_cast<int32_t>(8 * groups);
         x += j * step;
     }
-    const int64_t end = last * 32768;
     while (j < dw && x < end) {
         const uint8_t *p = src + 2 * (x >> 15);
         const uint32_t f = static_cast<uint32_t>(x & 32767);
@@ -36,12 +42,13 @@ void pvx_ImageProc2_Uint88_resampleRow(void *line, const uint8_t *src, int32_t s
 }
 
 void pvx_ImageProc2_Uint88_blendRows(uint8_t *dst, const void *upper, const void *lower, int32_t dw, int32_t f,
-                                     const pvx_ResizeTwins *twins) {
+                                     const pvx_ResizeLeaves *leaves) {
     const uint16_t *a = static_cast<const uint16_t *>(upper);
     const uint16_t *b = static_cast<const uint16_t *>(lower);
     const uint32_t w = static_cast<uint32_t>(f + 1) >> 1;
     const int64_t bytes = 2 * static_cast<int64_t>(dw);
-    int64_t j = twins != nullptr && twins->blend88 != nullptr ? twins->blend88(dst, a, b, bytes, w) : 0;
+    leaves->blend88(dst, a, b, bytes / 8, w);
+    int64_t j = bytes - bytes % 8;
     for (; j < bytes; ++j) {
         const uint32_t v = (((a[j] * (16384 - w)) >> 15) + ((b[j] * w) >> 15) + 8) >> 4;
         dst[j] = static_cast<uint8_t>(v > 255 ? 255 : v);

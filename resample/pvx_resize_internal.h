@@ -4,10 +4,9 @@
 //
 // Each member is described by a table of plain function pointers, so that a
 // vector version of a row function can replace the scalar one without
-// touching the band logic. The scalar row functions follow the vector
-// arithmetic exactly (8-output groups with 7-bit weights where the member
-// has them), so both forms give the same bytes; the vector forms are the
-// twins of pvx_resize_twins.h, picked per band.
+// touching the band logic. The groups of 8 outputs (7-bit weights where
+// the member has them) go to the resizer's leaf table
+// (pvx_resize_leaves.h), filled once for the running processor.
 #pragma once
 
 #include <stddef.h>
@@ -15,19 +14,19 @@
 
 #include "image/pvx_image.h"
 #include "resample/pvx_imageproc2.h"
-#include "resample/pvx_resize_twins.h"
+#include "resample/pvx_resize_leaves.h"
 #include "runtime/pvx_pel.h"
 #include "runtime/pvx_result.h"
 
 // Horizontal resampler: one source row (`sw` pixels) into a line of `dw`
 // intermediate samples. Positions are Q15: output j samples x0 + j * step.
-// `twins` (may be null) are the vector inner loops to use.
+// `leaves` are the group kernels to use.
 typedef void (*pvx_ResizeRowFn)(void *line, const uint8_t *src, int32_t sw, int32_t dw, int64_t x0,
-                                int64_t step, int32_t safe, const pvx_ResizeTwins *twins);
+                                int64_t step, int32_t safe, const pvx_ResizeLeaves *leaves);
 // Vertical blend of two intermediate lines into a destination row of `dw`
 // pixels; `f` is the Q15 fraction (0 .. 32767) of the row position.
 typedef void (*pvx_ResizeBlendFn)(uint8_t *dst, const void *upper, const void *lower, int32_t dw, int32_t f,
-                                  const pvx_ResizeTwins *twins);
+                                  const pvx_ResizeLeaves *leaves);
 // 2:1 box shrink of the source row pair (row0, row1) into `dw` pixels.
 typedef void (*pvx_ResizeHalfRowFn)(uint8_t *dst, const uint8_t *row0, const uint8_t *row1, int32_t sw,
                                     int32_t dw);
@@ -59,6 +58,7 @@ struct pvx_ResizeJob {
     uint8_t *scratch;   // n slices of dw * 2 * lineBytes bytes (general path only)
     int32_t n;          // number of tasks
     const pvx_ResizeMember *member;
+    const pvx_ResizeLeaves *leaves;
 };
 
 // Band routines. Both return PVX_ERROR_FAIL for a dimension of 0 (or below)
@@ -114,37 +114,45 @@ inline int64_t pvx_ImageProc2_rowPosition(int32_t y, int32_t sh, int32_t dh) {
 
 // Row functions of the members.
 void pvx_ImageProc2_Uint8_resampleRow(void *line, const uint8_t *src, int32_t sw, int32_t dw, int64_t x0,
-                                      int64_t step, int32_t safe, const pvx_ResizeTwins *twins);
+                                      int64_t step, int32_t safe, const pvx_ResizeLeaves *leaves);
 void pvx_ImageProc2_Uint8_blendRows(uint8_t *dst, const void *upper, const void *lower, int32_t dw, int32_t f,
-                                     const pvx_ResizeTwins *twins);
+                                     const pvx_ResizeLeaves *leaves);
 void pvx_ImageProc2_Uint8_shrinkRow(uint8_t *dst, const uint8_t *row0, const uint8_t *row1, int32_t sw, int32_t dw);
 
 void pvx_ImageProc2_Uint16_resampleRow(void *line, const uint8_t *src, int32_t sw, int32_t dw, int64_t x0,
-                                       int64_t step, int32_t safe, const pvx_ResizeTwins *twins);
+                                       int64_t step, int32_t safe, const pvx_ResizeLeaves *leaves);
 void pvx_ImageProc2_Uint16_blendRows(uint8_t *dst, const void *upper, const void *lower, int32_t dw, int32_t f,
-                                     const pvx_ResizeTwins *twins);
+                                     const pvx_ResizeLeaves *leaves);
 void pvx_ImageProc2_Uint16_shrinkRow(uint8_t *dst, const uint8_t *row0, const uint8_t *row1, int32_t sw,
                                      int32_t dw);
 
 void pvx_ImageProc2_Int32_resampleRow(void *line, const uint8_t *src, int32_t sw, int32_t dw, int64_t x0,
-                                      int64_t step, int32_t safe, const pvx_ResizeTwins *twins);
+                                      int64_t step, int32_t safe, const pvx_ResizeLeaves *leaves);
 void pvx_ImageProc2_Int32_blendRows(uint8_t *dst, const void *upper, const void *lower, int32_t dw, int32_t f,
-                                     const pvx_ResizeTwins *twins);
+                                     const pvx_ResizeLeaves *leaves);
 void pvx_ImageProc2_Int32_shrinkRow(uint8_t *dst, const uint8_t *row0, const uint8_t *row1, int32_t sw, int32_t dw);
 
 void pvx_ImageProc2_Uint88_resampleRow(void *line, const uint8_t *src, int32_t sw, int32_t dw, int64_t x0,
-                                       int64_t step, int32_t safe, const pvx_ResizeTwins *twins);
+                                       int64_t step, int32_t safe, const pvx_ResizeLeaves *leaves);
 void pvx_ImageProc2_Uint88_blendRows(uint8_t *dst, const void *upper, const void *lower, int32_t dw, int32_t f,
-                                     const pvx_ResizeTwins *twins);
+                                     const pvx_ResizeLeaves *leaves);
 void pvx_ImageProc2_Uint88_shrinkRow(uint8_t *dst, const uint8_t *row0, const uint8_t *row1, int32_t sw,
                                      int32_t dw);
 
 void pvx_ImageProc2_Rgb888_resampleRow(void *line, const uint8_t *src, int32_t sw, int32_t dw, int64_t x0,
-                                       int64_t step, int32_t safe, const pvx_ResizeTwins *twins);
+                                       int64_t step, int32_t safe, const pvx_ResizeLeaves *leaves);
 void pvx_ImageProc2_Rgb888_blendRows(uint8_t *dst, const void *upper, const void *lower, int32_t dw, int32_t f,
-                                     const pvx_ResizeTwins *twins);
+                                     const pvx_ResizeLeaves *leaves);
 void pvx_ImageProc2_Rgb888_shrinkRow(uint8_t *dst, const uint8_t *row0, const uint8_t *row1, int32_t sw,
                                      int32_t dw);
+
+// The loops around the horizontal leaves: `groups` groups from Q15 position
+// x (>= 0) of a row of `sw` pixels; groups that would read past the row get
+// a copy of its end with the last pixel repeated.
+void pvx_ImageProc2_runGroups7(pvx_ResizeGroupsFn leaf, int32_t channels, uint8_t *out, const uint8_t *src,
+                               int32_t sw, int32_t groups, int64_t x, int32_t step);
+void pvx_ImageProc2_runGroups88(pvx_ResizeGroups88Fn leaf, uint16_t *out, const uint8_t *src, int32_t sw,
+                                int32_t groups, int64_t x, int32_t step);
 
 // Number of leading box-averaged outputs of a 2:1 row: dw - max(e, 0) with
 // e = dw - (sw >> 1), never more than the sw >> 1 whole blocks of the row.

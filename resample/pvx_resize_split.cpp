@@ -40,6 +40,7 @@ pvx_Result pvx_ImageProc2_runMember(pvx_ImageProc2 *proc, pvx_Image *dst, const 
     job.src = src;
     job.scratch = nullptr;
     job.member = m;
+    job.leaves = &proc->leaves;
 
     if (half) {
         const int64_t tasks = 5 * static_cast<int64_t>(workers);

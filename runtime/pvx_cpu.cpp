@@ -41,7 +41,9 @@ uint32_t detect() {
     if (!(b & bit_AVX2)) return flags;
     flags |= PVX_CPU_AVX2;
     const bool avx512 = (b & bit_AVX512F) && (b & bit_AVX512BW) && (b & bit_AVX512VL);
-    if (avx512 && (xcr0 & 0xE6) == 0xE6) flags |= PVX_CPU_AVX512;  // opmask and ZMM state too
+    if (!avx512 || (xcr0 & 0xE6) != 0xE6) return flags;  // opmask and ZMM state too
+    flags |= PVX_CPU_AVX512;
+    if (c & bit_AVX512VBMI) flags |= PVX_CPU_AVX512VBMI;
     return flags;
 }
 #elif defined(__aarch64__)
@@ -83,6 +85,7 @@ uint32_t pvx_Cpu_mask(void) { return g_mask.load(std::memory_order_relaxed); }
 
 const char *pvx_Cpu_levelName(uint32_t flags) {
     if (flags & PVX_CPU_NEON) return "neon";
+    if (flags & PVX_CPU_AVX512VBMI) return "avx512vbmi";
     if (flags & PVX_CPU_AVX512) return "avx512";
     if (flags & PVX_CPU_AVX2) return "avx2";
     if (flags & PVX_CPU_SSE41) return "sse4.1";

@@ -13,6 +13,7 @@ enum : uint32_t {
     PVX_CPU_SSE41 = 1u << 1,
     PVX_CPU_AVX2 = 1u << 2,      // with the operating system saving the YMM state
     PVX_CPU_AVX512 = 1u << 3,    // AVX-512 F, BW and VL, with the ZMM state saved
+    PVX_CPU_AVX512VBMI = 1u << 4,  // AVX-512 VBMI (byte permutes across 64 and 128 bytes)
     PVX_CPU_NEON = 1u << 8,      // Arm Advanced SIMD
 };
 
@@ -23,6 +24,7 @@ enum : uint32_t {
     PVX_CPU_LEVEL_SSE41 = PVX_CPU_LEVEL_SSSE3 | PVX_CPU_SSE41,
     PVX_CPU_LEVEL_AVX2 = PVX_CPU_LEVEL_SSE41 | PVX_CPU_AVX2,
     PVX_CPU_LEVEL_AVX512 = PVX_CPU_LEVEL_AVX2 | PVX_CPU_AVX512,
+    PVX_CPU_LEVEL_AVX512VBMI = PVX_CPU_LEVEL_AVX512 | PVX_CPU_AVX512VBMI,
     PVX_CPU_LEVEL_NEON = PVX_CPU_NEON,
     PVX_CPU_LEVEL_ALL = 0xFFFFFFFFu,
 };
@@ -40,5 +42,5 @@ void pvx_Cpu_setMask(uint32_t mask);
 uint32_t pvx_Cpu_mask(void);
 
 // Short name of the best level in `flags`: "c", "ssse3", "sse4.1", "avx2",
-// "avx512" or "neon".
+// "avx512", "avx512vbmi" or "neon".
 const char *pvx_Cpu_levelName(uint32_t flags);

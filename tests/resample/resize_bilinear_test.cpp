@@ -175,7 +175,7 @@ TEST(Bilinear, RowResamplersStayInsideTheRow) {
                 GuardedBuffer line(static_cast<size_t>(dw) * r.lineBytes, GuardedBuffer::Side::End,
                                    r.lineBytes == 3 ? 1 : static_cast<size_t>(r.lineBytes));
                 const pvx_ResizeGeometry g = pvx_ImageProc2_geometry(sw, dw);
-                r.fn(line.data(), src.data(), sw, dw, g.x0, g.step, g.safe, nullptr);
+                r.fn(line.data(), src.data(), sw, dw, g.x0, g.step, g.safe, pvx_ImageProc2_referenceLeaves());
             }
         }
     }
@@ -193,7 +193,7 @@ TEST(Bilinear, LastGroupLaneMayTouchRowEndOnlyWithZeroWeight) {
         for (int32_t dw = sw; dw <= 8 * sw + 16; ++dw) {
             std::vector<uint8_t> src(row.begin(), row.end()), line(dw);
             const pvx_ResizeGeometry g = pvx_ImageProc2_geometry(sw, dw);
-            pvx_ImageProc2_Uint8_resampleRow(line.data(), src.data(), sw, dw, g.x0, g.step, g.safe, nullptr);
+            pvx_ImageProc2_Uint8_resampleRow(line.data(), src.data(), sw, dw, g.x0, g.step, g.safe, pvx_ImageProc2_referenceLeaves());
             const std::vector<int64_t> want = modelRow(U8, row.data(), sw, dw, &stats);
             for (int32_t j = 0; j < dw; ++j) ASSERT_EQ(line[j], want[j]) << sw << " -> " << dw << " at " << j;
         }

@@ -15,7 +15,8 @@ bool g_bench = false;
 
 std::vector<uint32_t> supportedCpuLevels() {
     static const uint32_t kLevels[] = {PVX_CPU_LEVEL_C,    PVX_CPU_LEVEL_SSSE3,  PVX_CPU_LEVEL_SSE41,
-                                       PVX_CPU_LEVEL_AVX2, PVX_CPU_LEVEL_AVX512, PVX_CPU_LEVEL_NEON};
+                                       PVX_CPU_LEVEL_AVX2, PVX_CPU_LEVEL_AVX512, PVX_CPU_LEVEL_AVX512VBMI,
+                                       PVX_CPU_LEVEL_NEON};
     const uint32_t have = pvx_Cpu_detected();
     std::vector<uint32_t> out;
     for (uint32_t level : kLevels)
