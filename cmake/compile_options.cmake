@@ -28,6 +28,15 @@ endif()
 set(PVX_LIBRARY_OPTIONS -fno-exceptions -fno-rtti -fno-threadsafe-statics
     -fvisibility=hidden -fvisibility-inlines-hidden)
 
+# The sanitizer build with clang also builds the fuzz targets (tests/fuzz):
+# library code is instrumented for libFuzzer's coverage feedback.
+set(PVX_FUZZ OFF)
+if(PVX_SANITIZE STREQUAL "address" AND CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  set(PVX_FUZZ ON)
+  list(APPEND PVX_LIBRARY_OPTIONS -fsanitize=fuzzer-no-link
+       -fsanitize-coverage-ignorelist=${PROJECT_SOURCE_DIR}/tests/fuzz/coverage_ignore.txt)
+endif()
+
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(arm|armv7)")
   set(PVX_TARGET_ARM ON)
 else()

@@ -16,6 +16,9 @@
 enum : uint32_t {
     PVX_ENGINE_INITIALIZED = 2,
     PVX_ENGINE_STARTED = 4,
+    // Set by a finalize that reported an error: the sub-objects are gone
+    // (workers ended, arrays freed), so every call but finalize refuses.
+    PVX_ENGINE_DEFUNCT = 0x100,
 };
 
 enum : int32_t {

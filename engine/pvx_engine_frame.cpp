@@ -48,7 +48,10 @@ bool isZoomOne(double zoom) { return zoom > 0.999999 && zoom < 1.000001; }
 uint32_t renderDirect(pvx_EngineContext *ctx) {
     const pvx_Image *source = &ctx->src_image;
     if (ctx->dst_image.dat[0] == ctx->src_image.dat[0]) {
-        pvx_Image_copy(&ctx->work_image, &ctx->src_image);
+        // Without the copy (no heap left for it) the render would read the
+        // pixels it writes.
+        const pvx_Result copied = pvx_Image_copy(&ctx->work_image, &ctx->src_image);
+        if (copied != PVX_OK) return copied;
         source = &ctx->work_image;
     }
     return pvx_Renderer2_render(&ctx->renderer, &ctx->dst_image, source, &ctx->render_params);
@@ -61,9 +64,13 @@ int32_t zoomedSide(int32_t side, double zoom) {
 }
 
 // Renders the input-size picture into the intermediate image, as far as its
-// centred part reaches, and scales that part up into the destination.
+// centred part reaches, and scales that part up into the destination. An
+// intermediate image the heap cannot hold, or a render that failed, is
+// reported without a resize: the destination would otherwise get a picture
+// never drawn.
 uint32_t renderZoomed(pvx_EngineContext *ctx, double zoom) {
-    pvx_Image_init(&ctx->work_image, ctx->in_width, ctx->in_height, nullptr, ctx->format);
+    const pvx_Result image = pvx_Image_init(&ctx->work_image, ctx->in_width, ctx->in_height, nullptr, ctx->format);
+    if (image != PVX_OK) return image;
     const int32_t sw = zoomedSide(ctx->in_width, zoom);
     const int32_t sh = zoomedSide(ctx->in_height, zoom);
     const int32_t sx = (ctx->in_width / 2 - (sw >> 1) + 1) & ~1;
@@ -73,11 +80,18 @@ uint32_t renderZoomed(pvx_EngineContext *ctx, double zoom) {
     // The resize reads the part and nothing else, so only the cells that
     // write into it are drawn.
     const int32_t partRect[4] = {sx, sy, sx + sw, sy + sh};
-    if (pvx_Image_initSubImage(&part, &ctx->work_image, sx, sy, sw, sh) == PVX_OK)
-        pvx_Renderer2_renderClipped(&ctx->renderer, &ctx->work_image, &ctx->src_image, &ctx->render_params, partRect);
-    else
-        pvx_Renderer2_render(&ctx->renderer, &ctx->work_image, &ctx->src_image, &ctx->render_params);
-    const uint32_t status = pvx_ImageProc2_resizeImage(&ctx->imgproc, &ctx->dst_image, &part);
+    const uint32_t rendered =
+        pvx_Image_initSubImage(&part, &ctx->work_image, sx, sy, sw, sh) == PVX_OK
+            ? pvx_Renderer2_renderClipped(&ctx->renderer, &ctx->work_image, &ctx->src_image, &ctx->render_params,
+                                          partRect)
+            : pvx_Renderer2_render(&ctx->renderer, &ctx->work_image, &ctx->src_image, &ctx->render_params);
+    // A render whose wait timed out is complete all the same (the wait goes
+    // on until the workers are done): it is scaled, and the time-out reported.
+    uint32_t status = rendered;
+    if (rendered == PVX_OK || rendered == PVX_ERROR_TIMEOUT) {
+        status = pvx_ImageProc2_resizeImage(&ctx->imgproc, &ctx->dst_image, &part);
+        if (status == PVX_OK) status = rendered;
+    }
     pvx_destruct_Image(&part);
     return status;
 }
@@ -85,8 +99,8 @@ uint32_t renderZoomed(pvx_EngineContext *ctx, double zoom) {
 template <typename Record>
 uint32_t runFrame(parvex_DistortionCorrection *handle, const Record *output, const Record *input, bool distort) {
     if (!handle || !output || !input) return PARVEX_ERROR_PARAM;
+    if (!(pvx_Engine_state(handle) & PVX_ENGINE_STARTED)) return PARVEX_ERROR_STATE;
     pvx_EngineContext *ctx = pvx_Engine_context(handle);
-    if (!ctx || !(ctx->state & PVX_ENGINE_STARTED)) return PARVEX_ERROR_STATE;
     if (!isValidRecord(output, ctx->format) || !isValidRecord(input, ctx->format)) return PARVEX_ERROR_PARAM;
 
     fillImage(&ctx->src_image, input, ctx->format);

@@ -12,10 +12,12 @@ inline pvx_EngineContext *pvx_Engine_context(const parvex_DistortionCorrection *
     return static_cast<pvx_EngineContext *>(handle->p);
 }
 
-// State word of a handle's engine (0 when it holds none).
+// State word of a handle's engine as the calls see it: 0 when it holds
+// none, or holds one whose finalize failed.
 inline uint32_t pvx_Engine_state(const parvex_DistortionCorrection *handle) {
     const pvx_EngineContext *ctx = pvx_Engine_context(handle);
-    return ctx ? ctx->state : 0u;
+    if (!ctx || (ctx->state & PVX_ENGINE_DEFUNCT)) return 0u;
+    return ctx->state;
 }
 
 // The mesh-shaping settings of the context.

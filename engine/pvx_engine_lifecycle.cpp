@@ -153,7 +153,13 @@ PARVEX_API uint32_t parvex_DistortionCorrection_finalize(parvex_DistortionCorrec
     pvx_destruct_Pel(&ctx->pel);
 
     const pvx_Result teardown = pvx_destruct_Env(&ctx->env);
-    if (static_cast<int32_t>(teardown) < 0) return PARVEX_ERROR_MALLOC;
+    if (static_cast<int32_t>(teardown) < 0) {
+        // The context stays as it is (a second finalize clears it), but
+        // nothing in it may be used any more: the workers have ended and the
+        // mesh arrays are freed.
+        ctx->state = PVX_ENGINE_INITIALIZED | PVX_ENGINE_DEFUNCT;
+        return PARVEX_ERROR_MALLOC;
+    }
     memset(static_cast<void *>(ctx), 0, PVX_ENGINE_CONTEXT_SIZE);
     if (teardown != 0) return PARVEX_ERROR_MALLOC;
     handle->p = nullptr;

@@ -3,6 +3,8 @@
 // the state, so a bad value in the wrong state reports PARVEX_ERROR_PARAM;
 // getCropRect and getCorrectionStrength test their output pointers only after
 // the state.
+#include <math.h>
+
 #include "engine/pvx_engine_internal.h"
 #include "runtime/pvx_convert.h"
 #include "runtime/pvx_raw_double.h"
@@ -57,7 +59,8 @@ PARVEX_API uint32_t parvex_DistortionCorrection_setOutputImageSize(parvex_Distor
 
 PARVEX_API uint32_t parvex_DistortionCorrection_setInputCenter(parvex_DistortionCorrection *handle, double x,
                                                                double y) {
-    if (!handle) return PARVEX_ERROR_PARAM;
+    // A NaN centre would reach the mesh as NaN source positions.
+    if (!handle || isnan(x) || isnan(y)) return PARVEX_ERROR_PARAM;
     if (!isInitializedNotStarted(handle)) return PARVEX_ERROR_STATE;
     pvx_EngineContext *ctx = pvx_Engine_context(handle);
     ctx->in_center_x = ctx->out_center_x = x;
@@ -97,7 +100,8 @@ PARVEX_API uint32_t parvex_DistortionCorrection_getRecommendedOutputSize(parvex_
 }
 
 PARVEX_API uint32_t parvex_DistortionCorrection_setZoomRatio(parvex_DistortionCorrection *handle, double zoom) {
-    if (!handle || zoom < 1.0) return PARVEX_ERROR_PARAM;
+    // Written so that NaN fails the test too.
+    if (!handle || !(zoom >= 1.0)) return PARVEX_ERROR_PARAM;
     if (!isStarted(handle)) return PARVEX_ERROR_STATE;
     pvx_Engine_context(handle)->zoom = zoom;
     return PARVEX_OK;
@@ -131,7 +135,8 @@ PARVEX_API uint32_t parvex_DistortionCorrection_getCropRect(parvex_DistortionCor
 
 PARVEX_API uint32_t parvex_DistortionCorrection_setCorrectionStrength(parvex_DistortionCorrection *handle,
                                                                       double strength) {
-    if (!handle || strength < 0.0 || strength > 1.0) return PARVEX_ERROR_PARAM;
+    // Written so that NaN fails the test too.
+    if (!handle || !(strength >= 0.0 && strength <= 1.0)) return PARVEX_ERROR_PARAM;
     if (!isInitialized(handle)) return PARVEX_ERROR_STATE;
     pvx_Engine_context(handle)->strength = strength;
     return PARVEX_OK;

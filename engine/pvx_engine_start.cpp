@@ -3,6 +3,7 @@
 #include <string.h>
 
 #include "engine/pvx_engine_internal.h"
+#include "runtime/pvx_syscall.h"
 
 pvx_GridGeometry pvx_Engine_geometry(const pvx_EngineContext *ctx) {
     pvx_GridGeometry g;
@@ -36,16 +37,34 @@ void resolveCentres(pvx_EngineContext *ctx) {
     if (ctx->out_center_y < 0) ctx->out_center_y = ctx->in_center_y * ctx->out_height / ctx->in_height;
 }
 
-// Lays the lattice over the output. A lattice that could not be laid (too
-// many vertices for a huge output, or no heap left) is left empty, so that
-// frames draw nothing instead of walking arrays that do not match its counts.
-void layOutLattice(pvx_EngineContext *ctx, int32_t cell) {
+// Lays the lattice over the output. A lattice with more vertices than the
+// renderer takes (an output above about 8000 x 8000) is left empty and
+// frames draw nothing, which the public header documents; a lattice that
+// the heap could not hold is reported, since frames would draw nothing
+// without anyone being told.
+pvx_Result layOutLattice(pvx_EngineContext *ctx, int32_t cell) {
     const int32_t sourceRect[4] = {0, 0, ctx->in_width, ctx->in_height};
     const int32_t outputRect[4] = {0, 0, ctx->out_width, ctx->out_height};
-    if (pvx_Renderer2_Params_initRectWithSize(&ctx->render_params, sourceRect, outputRect, cell) != PVX_OK) {
-        ctx->render_params.numX = 0;
-        ctx->render_params.numY = 0;
-    }
+    const pvx_Result r = pvx_Renderer2_Params_initRectWithSize(&ctx->render_params, sourceRect, outputRect, cell);
+    if (r == PVX_OK) return PVX_OK;
+    ctx->render_params.numX = 0;
+    ctx->render_params.numY = 0;
+    return r == PVX_ERROR_PARAM ? PVX_OK : PARVEX_ERROR_MALLOC;
+}
+
+// Starts the worker pool with one worker per processor, the calling thread
+// being one of them. Machines with more processors than the pool has thread
+// slots get as many workers as it can run. When the system refuses the
+// threads, the frames run on the calling thread alone (a null pool); only a
+// pool whose locks the heap could not hold is reported.
+pvx_Result startWorkers(pvx_EngineContext *ctx, pvx_Pel **pool) {
+    pvx_PelParams params;
+    pvx_Pel_resetParams(&params);
+    const int32_t processors = pvx_Syscall_getNumberOfProcessors();
+    params.numWorkers = processors < PVX_PEL_MAX_THREADS + 1 ? processors : PVX_PEL_MAX_THREADS + 1;
+    const pvx_Result r = pvx_Pel_init(&ctx->pel, &params);
+    *pool = r == PVX_OK ? &ctx->pel : nullptr;
+    return r == PVX_ERROR_NOMEM ? PARVEX_ERROR_MALLOC : PVX_OK;
 }
 
 // The table's points as read by the mesh fill: keys and values 0 .. num,
@@ -64,35 +83,50 @@ int32_t copyTablePoints(const pvx_EngineContext *ctx, double *xs, double *ys) {
     return count;
 }
 
+// A start that could not set the engine up ends the workers it started and
+// leaves the engine refusing frames until a start succeeds.
+uint32_t refuseStart(pvx_EngineContext *ctx, uint32_t status) {
+    pvx_Pel_recycle(&ctx->pel);
+    ctx->lens.pel = nullptr;
+    pvx_ImageProc2_setPel(&ctx->imgproc, nullptr);
+    pvx_Renderer2_initWithPel(&ctx->renderer, nullptr);
+    ctx->state &= ~static_cast<uint32_t>(PVX_ENGINE_STARTED);
+    return status;
+}
+
 }  // namespace
 
 extern "C" PARVEX_API uint32_t parvex_DistortionCorrection_start(parvex_DistortionCorrection *handle) {
     if (!handle) return PARVEX_ERROR_PARAM;
+    // A handle whose initialize was refused (or whose finalize failed) holds
+    // no usable engine: it starts no thread and touches no heap.
+    if (!(pvx_Engine_state(handle) & PVX_ENGINE_INITIALIZED)) return PARVEX_ERROR_STATE;
     pvx_EngineContext *ctx = pvx_Engine_context(handle);
-    if (!ctx) return PARVEX_ERROR_STATE;
+    if (ctx->lens_mode != PVX_LENS_COEFFICIENTS && ctx->lens_mode != PVX_LENS_TABLE) return PARVEX_ERROR_PARAM;
     const int32_t cell = pvx_Grid_cellSize(ctx->out_width, ctx->out_height);
 
-    pvx_Pel_init(&ctx->pel, nullptr);
-    ctx->lens.pel = &ctx->pel;
-    pvx_ImageProc2_setPel(&ctx->imgproc, &ctx->pel);
+    pvx_Pel *pool = nullptr;
+    const pvx_Result workers = startWorkers(ctx, &pool);
+    ctx->lens.pel = pool;
+    pvx_ImageProc2_setPel(&ctx->imgproc, pool);
     pvx_ImageProc2_init(&ctx->imgproc);   // picks the resize kernels for the processor
-    pvx_Renderer2_initWithPel(&ctx->renderer, &ctx->pel);
+    pvx_Renderer2_initWithPel(&ctx->renderer, pool);
+    if (workers != PVX_OK) return refuseStart(ctx, workers);
     pvx_construct_Image(&ctx->src_image, &ctx->env);
     pvx_construct_Image(&ctx->dst_image, &ctx->env);
     pvx_construct_Image(&ctx->work_image, &ctx->env);
 
     resolveCentres(ctx);
-    layOutLattice(ctx, cell);
+    const pvx_Result lattice = layOutLattice(ctx, cell);
+    if (lattice != PVX_OK) return refuseStart(ctx, lattice);
 
     if (ctx->lens_mode == PVX_LENS_COEFFICIENTS) {
         pvx_Engine_fillModelGrid(ctx);
-    } else if (ctx->lens_mode == PVX_LENS_TABLE) {
+    } else {
         double xs[PVX_LENS_MAX_POINTS + 1], ys[PVX_LENS_MAX_POINTS + 1];
         const int32_t count = copyTablePoints(ctx, xs, ys);
         const pvx_GridGeometry g = pvx_Engine_geometry(ctx);
         pvx_Grid_fillTable(&ctx->render_params, &g, cell, xs, ys, count);
-    } else {
-        return PARVEX_ERROR_PARAM;
     }
     ctx->state |= PVX_ENGINE_STARTED;
     return PARVEX_OK;

@@ -6,6 +6,7 @@
 // block and stands for the list sentinel (the record's free_next/free_prev
 // pair). A zeroed record is therefore an empty heap.
 #include "runtime/pvx_heap2.h"
+#include "runtime/pvx_heap2_fault.h"
 
 #include <stdlib.h>
 #include <string.h>
@@ -294,7 +295,7 @@ pvx_Result pvx_destruct_Heap2(pvx_Heap2 *heap) {
 void *pvx_Heap2_malloc(pvx_Heap2 *heap, size_t n) {
     if (heap == nullptr) return nullptr;
     if (n == 0) return g_zeroSizeMarker;
-    if (n > kMaxRequest) return nullptr;
+    if (n > kMaxRequest || pvx_Heap2_faultRefuses()) return nullptr;
     uint32_t need = static_cast<uint32_t>(n) + 8;
     need = need <= kMinBlock ? kMinBlock : (need + 15u) & ~15u;
 

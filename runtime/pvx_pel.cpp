@@ -330,6 +330,24 @@ pvx_Result waitLocked(pvx_Pel *pel, int32_t count, const pvx_PelEvent *events, C
     }
 }
 
+// Waits (pool lock held) until the command in `slot` has completed, however
+// long that takes: its work reads the submitter's argument block and writes
+// the submitter's memory, so returning earlier would let the submitter free
+// memory that workers still use. A wait that timed out or failed on the way
+// is reported once the command is complete; otherwise the command's result.
+pvx_Result waitUntilComplete(pvx_Pel *pel, uint32_t slot, Caller *caller) {
+    const pvx_PelEvent event = handleOf(pel, slot);
+    pvx_Result failure = PVX_OK;
+    for (;;) {
+        const pvx_Result r = waitLocked(pel, 1, &event, caller);
+        if (r == PVX_OK) break;
+        // A pool being stopped has no workers left to wait for.
+        if (pel->stop != 0) return r;
+        if (failure == PVX_OK) failure = r;
+    }
+    return failure != PVX_OK ? failure : pel->commands[slot].result;
+}
+
 // Makes a command (pool lock held). `refs` is 1 when someone keeps the
 // event, else 0 and the record is given back at completion.
 pvx_Result submitLocked(pvx_Pel *pel, const pvx_PelDescriptor *desc, void *arg, int32_t n, int32_t waitCount,
@@ -653,9 +671,7 @@ pvx_Result pvx_Pel_execute(pvx_Pel *pel, const pvx_PelDescriptor *desc, void *ar
     uint32_t slot = 0;
     r = submitLocked(pel, desc, arg, n, 0, nullptr, 1, &caller, &slot);
     if (r == PVX_OK) {
-        const pvx_PelEvent event = handleOf(pel, slot);
-        r = waitLocked(pel, 1, &event, &caller);
-        if (r == PVX_OK) r = pel->commands[slot].result;
+        r = waitUntilComplete(pel, slot, &caller);
         releaseLocked(pel, slot);
     }
     pvx_Lock_unlock(poolLock(pel));

@@ -3,10 +3,23 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <atomic>
+
+namespace {
+
+std::atomic<int32_t> g_processorOverride(0);
+
+}  // namespace
+
 int32_t pvx_Syscall_getNumberOfProcessors(void) {
-    const long n = sysconf(_SC_NPROCESSORS_CONF);
+    const int32_t forced = g_processorOverride.load(std::memory_order_relaxed);
+    const long n = forced > 0 ? forced : sysconf(_SC_NPROCESSORS_CONF);
     if (n < 2) return 1;
     return n > 0x7FFFFFFF ? 0x7FFFFFFF : static_cast<int32_t>(n);
+}
+
+void pvx_Syscall_setProcessorCountForTesting(int32_t count) {
+    g_processorOverride.store(count > 0 ? count : 0, std::memory_order_relaxed);
 }
 
 pvx_Result pvx_Syscall_setThreadAffinityMask(pvx_Env *env, uint32_t mask) {

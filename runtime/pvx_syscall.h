@@ -10,6 +10,10 @@
 // Configured processors; 1 when there is one or the query fails.
 int32_t pvx_Syscall_getNumberOfProcessors(void);
 
+// Tests: makes pvx_Syscall_getNumberOfProcessors answer `count` as if the
+// system had that many processors; 0 goes back to asking the system.
+void pvx_Syscall_setProcessorCountForTesting(int32_t count);
+
 // Binds the calling thread to the processors whose bits are set in `mask`.
 // `env` is not used. PVX_OK, or PVX_ERROR_SYSTEM when the system refuses.
 pvx_Result pvx_Syscall_setThreadAffinityMask(pvx_Env *env, uint32_t mask);

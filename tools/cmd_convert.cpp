@@ -8,6 +8,7 @@
 #include "colour.h"
 #include "commands.h"
 #include "engine.h"
+#include "engine_limits.h"
 #include "media.h"
 #include "progress.h"
 #include "tool_error.h"
@@ -37,6 +38,8 @@ void configure(Engine *engine, const Options &o) {
         if (rw < 1 || rh < 1 || rw > 4 * kMaxWidth || rh > 4 * kMaxHeight)
             throw ToolError("the library recommends an output size of " + sizeText(rw, rh) +
                             ", which cannot be used with this lens and centre; give --output-size WxH");
+        // Known only now that the engine is there to ask.
+        checkOutputSize(rw, rh, "--output-size recommended (" + sizeText(rw, rh) + ")");
         engine->setOutputSize(rw, rh);
     } else if (o.outputSizeGiven) {
         engine->setOutputSize(o.outputSize.width, o.outputSize.height);
@@ -87,6 +90,15 @@ int runConvert(const Options &o) {
     const Y4mHeader *y4m = source->y4mHeader();
     const Range range = o.rangeGiven ? o.range : (y4m && y4m->fullRange ? Range::Full : Range::Limited);
 
+    // Settings the library would take but render wrong are refused before
+    // the engine takes its work buffer.
+    if (o.outputSizeGiven && !o.outputRecommended) {
+        const std::string option = "--output-size " + sizeText(o.outputSize.width, o.outputSize.height);
+        checkOutputSize(o.outputSize.width, o.outputSize.height, option);
+        if (o.zoomGiven) checkZoomWithOutputSize(o.zoom, w, h, o.outputSize.width, o.outputSize.height, option);
+    } else if (o.outputRecommended && o.zoomGiven) {
+        checkZoomWithOutputSize(o.zoom, w, h, 0, 0, "--output-size recommended");
+    }
     Engine engine(layout, w, h, lens);
     configure(&engine, settings);
     const int ow = engine.outputWidth(), oh = engine.outputHeight();

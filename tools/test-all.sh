@@ -6,6 +6,7 @@
 # nlohmann-json and pugixml) and its tests (label calib, among them the
 # agreement with OpenCV's undistortion) run in the x86-64 legs that build the
 # tool, as do the GStreamer element's tests (label gst).
+# Then the fuzz targets briefly, and the engine under ThreadSanitizer.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . tools/ensure-packages.sh
@@ -69,5 +70,20 @@ for f in NV12 NV21 I420 RGB BGR; do
         gst-launch-1.0 -q videotestsrc num-buffers=8 ! "video/x-raw,format=$f,width=1282,height=722" ! \
         parvexcorrect k1=0.2 k2=0.05 zoom=$zoom crop=8,8,1200,700 ! fakesink
 done
+
+# --- Robustness: fuzz targets and ThreadSanitizer over the whole engine ---
+# Each fuzz target runs briefly over its seed corpus in the sanitizer build
+# (longer runs: bash tools/fuzz.sh api 3600).
+echo "=== fuzz ==="
+PVX_FUZZ_BUILD=build/sanitize bash tools/fuzz.sh api 35
+PVX_FUZZ_BUILD=build/sanitize bash tools/fuzz.sh reader 25
+# Frames at 1, 2, 3, 16 and more workers, zoomed and in place, under TSan:
+# the engine's robustness suite only, added to the tsan tree.
+echo "=== tsan engine ==="
+cmake -S . -B build/tsan -DPVX_TEST_MODULES="runtime;engine" > /dev/null
+tsan_engine=robustness_test
+if ninja -C build/tsan -t targets all | grep -q '^engine_test:'; then tsan_engine=engine_test; fi
+cmake --build build/tsan -j "$jobs" --target "$tsan_engine"
+"build/tsan/tests/$tsan_engine" --gtest_filter='Robustness.Frames*:Robustness.FailedFinalize*'
 
 echo "All builds passed."

@@ -31,7 +31,7 @@ TEST_F(Settings, ZoomChecksItsValueBeforeTheState) {
     EXPECT_EQ(PARVEX_OK, parvex_DistortionCorrection_setZoomRatio(h(), 1.0));
     EXPECT_EQ(PARVEX_OK, parvex_DistortionCorrection_setZoomRatio(h(), 2.5));
     EXPECT_EQ(2.5, e.context()->zoom);
-    EXPECT_EQ(PARVEX_OK, parvex_DistortionCorrection_setZoomRatio(h(), kNaN)) << "NaN is not below 1";
+    EXPECT_EQ(PARVEX_ERROR_PARAM, parvex_DistortionCorrection_setZoomRatio(h(), kNaN));
 }
 
 TEST_F(Settings, StrengthIsAcceptedInBothStatesWithinItsRange) {
