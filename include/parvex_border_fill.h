@@ -15,14 +15,14 @@
  * Use (C or C++; nothing is allocated here, every byte is the caller's):
  *
  *   size_t n = parvex_BorderFill_probeSize(format, in_w, in_h, out_w, out_h);
- *   void *scratch = malloc(n);                              (8-aligned)
+ *   void *scratch = ...;            (n bytes of the caller's memory, 8-aligned)
  *   int32_t count = 0;
  *   parvex_BorderFill_probe(&handle, PARVEX_BORDER_FILL_PROCESS, format,
  *                           in_w, in_h, out_w, out_h, scratch, n, &count);
- *   parvex_BorderSpan *spans = malloc(count * sizeof *spans);  (may be 0)
+ *   parvex_BorderSpan *spans = ...; (count spans of the caller's memory; count may be 0)
  *   parvex_BorderFill fill;
  *   parvex_BorderFill_init(&fill, scratch, spans, count);
- *   free(scratch);                               (the spans are all it keeps)
+ *   (scratch may be released now: the spans are all the fill keeps)
  *   parvex_BorderColour black = parvex_BorderFill_black(format, 0);
  *   for each frame:
  *     parvex_DistortionCorrection_process(&handle, &output, &input);
