@@ -60,8 +60,8 @@ int32_t zoomedSide(int32_t side, double zoom) {
     return pvx_toInt32(rintf(pvx_toFloat(side / zoom))) & ~1;
 }
 
-// Renders the whole input-size picture into the intermediate image and
-// scales its centred part up into the destination.
+// Renders the input-size picture into the intermediate image, as far as its
+// centred part reaches, and scales that part up into the destination.
 uint32_t renderZoomed(pvx_EngineContext *ctx, double zoom) {
     pvx_Image_init(&ctx->work_image, ctx->in_width, ctx->in_height, nullptr, ctx->format);
     const int32_t sw = zoomedSide(ctx->in_width, zoom);
@@ -70,8 +70,13 @@ uint32_t renderZoomed(pvx_EngineContext *ctx, double zoom) {
     const int32_t sy = (ctx->in_height / 2 - (sh >> 1) + 1) & ~1;
     pvx_Image part;
     pvx_construct_Image(&part, &ctx->env);
-    pvx_Image_initSubImage(&part, &ctx->work_image, sx, sy, sw, sh);
-    pvx_Renderer2_render(&ctx->renderer, &ctx->work_image, &ctx->src_image, &ctx->render_params);
+    // The resize reads the part and nothing else, so only the cells that
+    // write into it are drawn.
+    const int32_t partRect[4] = {sx, sy, sx + sw, sy + sh};
+    if (pvx_Image_initSubImage(&part, &ctx->work_image, sx, sy, sw, sh) == PVX_OK)
+        pvx_Renderer2_renderClipped(&ctx->renderer, &ctx->work_image, &ctx->src_image, &ctx->render_params, partRect);
+    else
+        pvx_Renderer2_render(&ctx->renderer, &ctx->work_image, &ctx->src_image, &ctx->render_params);
     const uint32_t status = pvx_ImageProc2_resizeImage(&ctx->imgproc, &ctx->dst_image, &part);
     pvx_destruct_Image(&part);
     return status;

@@ -234,6 +234,20 @@ pvx_Result pvx_Renderer2_render(pvx_Renderer2 *renderer, const pvx_Image *dst, c
     return renderBands(renderer, dst, src, params);
 }
 
+pvx_Result pvx_Renderer2_renderClipped(pvx_Renderer2 *renderer, const pvx_Image *dst, const pvx_Image *src,
+                                       const pvx_Renderer2_Params *params, const int32_t *clip) {
+    if (renderer == nullptr || clip == nullptr) return PVX_ERROR_PARAM;
+    // Even edges: a 4:2:0 chroma sample belongs to a 2x2 block of pixels.
+    for (int i = 0; i < 4; ++i) {
+        const int64_t edge = clip[i];
+        renderer->clipRect[i] = i < 2 ? edge & ~static_cast<int64_t>(1) : (edge + 1) & ~static_cast<int64_t>(1);
+    }
+    renderer->clipActive = 1;
+    const pvx_Result r = pvx_Renderer2_render(renderer, dst, src, params);
+    renderer->clipActive = 0;
+    return r;
+}
+
 pvx_Result pvx_Renderer2_renderWithMvec8Real(pvx_Renderer2 *renderer, const pvx_Image *dst, const pvx_Image *src,
                                              const pvx_Mvec8Real *matrix) {
     if (renderer == nullptr || dst == nullptr || src == nullptr || matrix == nullptr) return PVX_ERROR_PARAM;

@@ -47,6 +47,11 @@ struct pvx_Renderer2 {
     pvx_Renderer2_DrawFn drawRect;
     pvx_Renderer2_DrawFn drawRectParallel;
     pvx_Renderer2_DrawFn drawRectNoRot;
+    // Destination rectangle x0, y0, x1, y1 (end exclusive) outside which no
+    // pixel is wanted, for the duration of one renderClipped call; clipActive 0
+    // draws every cell.
+    int64_t clipRect[4];
+    int32_t clipActive;
 };
 
 // Argument of the renderer's kernel on the parallel layer.
@@ -77,6 +82,12 @@ pvx_Result pvx_Renderer2_setMode(pvx_Renderer2 *renderer, int32_t mode);
 pvx_Result pvx_Renderer2_setBoundaryCheck(pvx_Renderer2 *renderer, int32_t flag);
 pvx_Result pvx_Renderer2_render(pvx_Renderer2 *renderer, const pvx_Image *dst, const pvx_Image *src,
                                 const pvx_Renderer2_Params *params);
+// As render, but draws only the cells that write a pixel of `clip` (x0, y0,
+// x1, y1, end exclusive, widened to even edges so that the 4:2:0 chroma of
+// its border is complete): every pixel inside `clip` comes out as a full
+// render leaves it, the pixels outside may keep their previous values.
+pvx_Result pvx_Renderer2_renderClipped(pvx_Renderer2 *renderer, const pvx_Image *dst, const pvx_Image *src,
+                                       const pvx_Renderer2_Params *params, const int32_t *clip);
 pvx_Result pvx_Renderer2_renderWithMvec8Real(pvx_Renderer2 *renderer, const pvx_Image *dst,
                                              const pvx_Image *src, const pvx_Mvec8Real *matrix);
 pvx_Result pvx_Renderer2_renderWithMvec6F32(pvx_Renderer2 *renderer, const pvx_Image *dst,

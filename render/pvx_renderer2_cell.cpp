@@ -26,6 +26,17 @@ int32_t claim(std::atomic<int32_t> *counter, int32_t count) {
     return v;
 }
 
+// Whether a cell with the destination box of top-left vertex v writes a
+// pixel of the renderer's clip rectangle. Rows are drawn in pairs, so a
+// cell of odd height also writes the row at its bottom edge.
+bool writesIntoClip(const pvx_Renderer2 *renderer, const pvx_Renderer2_Params *params, int32_t v) {
+    const int32_t vbr = v + params->numX + 1;
+    const int64_t x0 = params->dstX[v], y0 = params->dstY[v], x1 = params->dstX[vbr], y1 = params->dstY[vbr];
+    const int64_t yEnd = y1 + ((y1 - y0) & 1);
+    const int64_t *clip = renderer->clipRect;
+    return x0 < clip[2] && x1 > clip[0] && y0 < clip[3] && yEnd > clip[1];
+}
+
 }  // namespace
 
 int32_t pvx_Renderer2_cellCount(const pvx_Renderer2_Params *params) {
@@ -40,6 +51,7 @@ pvx_Result pvx_Renderer2_drawCell(const pvx_Renderer2 *renderer, const pvx_Rende
     const int32_t row = cell / (nx - 1);
     const int32_t v = cell + row;   // top-left vertex
     const int32_t vr = v + 1, vb = v + nx, vbr = v + nx + 1;
+    if (renderer->clipActive && !writesIntoClip(renderer, params, v)) return PVX_OK;
     const double corners[8] = {params->srcX[v],  params->srcY[v],  params->srcX[vr],  params->srcY[vr],
                                params->srcX[vb], params->srcY[vb], params->srcX[vbr], params->srcY[vbr]};
 

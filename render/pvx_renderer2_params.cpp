@@ -226,7 +226,9 @@ pvx_Result pvx_Renderer2_Params_copy(pvx_Renderer2_Params *dst, const pvx_Render
     const int64_t n = vertexCount(src->numX, src->numY);
     if (n > 0 && (src->srcX == nullptr || src->srcY == nullptr || src->dstX == nullptr || src->dstY == nullptr))
         return PVX_ERROR_PARAM;
-    const bool sameShape = std::memcmp(dst->rect, src->rect, sizeof(dst->rect)) == 0 &&
+    // Field by field: a memcmp here would be the library's only import of it.
+    const bool sameShape = dst->rect[0] == src->rect[0] && dst->rect[1] == src->rect[1] &&
+                           dst->rect[2] == src->rect[2] && dst->rect[3] == src->rect[3] &&
                            dst->cellWidth == src->cellWidth && dst->cellHeight == src->cellHeight;
     // A lattice whose counts or arrays are out of step (a failed init) is
     // rebuilt as well, so the copy below always stays inside dst's arrays.

@@ -1,8 +1,11 @@
 // The zoom path: the corrected input-size picture's centred, even-aligned
 // part scaled into the destination.
+#include <math.h>
+
 #include <gtest/gtest.h>
 
 #include "image/pvx_image.h"
+#include "render/pvx_renderer2.h"
 #include "resample/pvx_imageproc2.h"
 #include "tests/engine/engine_fixture.h"
 #include "tests/engine/frame_images.h"
@@ -71,6 +74,66 @@ INSTANTIATE_TEST_SUITE_P(
                       ZoomCase{"YUV420_PLANAR", PVX_FORMAT_YUV420_PLANAR, 1000, 750, 1.5, 1000, 750, 168, 126, 666, 500},
                       ZoomCase{"RGB888", PVX_FORMAT_RGB888, 1000, 750, 1.5, 640, 480, 168, 126, 666, 500},
                       ZoomCase{"YVU420_SEMIPLANAR", PVX_FORMAT_YVU420_SEMIPLANAR, 640, 480, 1.000001, 640, 480, 0, 0, 640, 480}));
+
+// The zoom path draws only the cells its resize reads; the frame must still
+// be the resize of a render of the whole lattice. Two frames run with
+// different sources, so a cell that should have been drawn but was not
+// would leave the first frame's pixels behind.
+struct PartialRenderCase {
+    const char *format;
+    int32_t width, height, outWidth, outHeight;
+    double zoom;
+    int32_t crop[4];   // right 0: the default crop
+    bool distort;
+};
+
+class ZoomPartialRender : public ::testing::TestWithParam<PartialRenderCase> {};
+
+TEST_P(ZoomPartialRender, EqualsTheResizeOfTheWholeRender) {
+    const PartialRenderCase c = GetParam();
+    const int32_t format = pvx_Image_getImageFormat(c.format);
+    Engine e(coefficientParam(c.format, c.width, c.height, -0.25, 0.04));
+    ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_setOutputImageSize(e.handle(), c.outWidth, c.outHeight));
+    ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_start(e.handle()));
+    if (c.crop[2] != 0) {
+        ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_setCropRect(e.handle(), c.crop[0], c.crop[1], c.crop[2], c.crop[3]));
+    }
+    ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_setZoomRatio(e.handle(), c.zoom));
+    const auto frame = c.distort ? parvex_DistortionCorrection_distort : parvex_DistortionCorrection_process;
+
+    Frame first(format, c.width, c.height), in(format, c.width, c.height), out(format, c.outWidth, c.outHeight);
+    first.fillConstant(3);
+    fillPattern(in);
+    const parvex_ImageData d = out.data(), s0 = first.data(), s = in.data();
+    ASSERT_EQ(PARVEX_OK, frame(e.handle(), &d, &s0));
+    ASSERT_EQ(PARVEX_OK, frame(e.handle(), &d, &s));
+
+    // The model starts from the engine's intermediate image, so pixels that
+    // no cell writes agree, and renders every cell over it.
+    pvx_EngineContext *ctx = e.context();
+    Frame full(format, c.width, c.height), model(format, c.outWidth, c.outHeight);
+    pvx_Image fullImage = wrap(full, format), source = wrap(in, format), expected = wrap(model, format);
+    ASSERT_EQ(PVX_OK, pvx_Image_copy(&fullImage, &ctx->work_image));
+    ASSERT_EQ(PVX_OK, pvx_Renderer2_render(&ctx->renderer, &fullImage, &source, &ctx->render_params));
+    const int32_t sw = ctx->work_image.width, sh = ctx->work_image.height;
+    const int32_t pw = static_cast<int32_t>(rintf(static_cast<float>(sw / c.zoom))) & ~1;
+    const int32_t ph = static_cast<int32_t>(rintf(static_cast<float>(sh / c.zoom))) & ~1;
+    pvx_Image part;
+    pvx_construct_Image(&part, nullptr);
+    ASSERT_EQ(PVX_OK, pvx_Image_initSubImage(&part, &fullImage, (sw / 2 - pw / 2 + 1) & ~1, (sh / 2 - ph / 2 + 1) & ~1, pw, ph));
+    ASSERT_EQ(PVX_OK, pvx_ImageProc2_resizeImage(&ctx->imgproc, &expected, &part));
+    EXPECT_TRUE(model.samePixels(out));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    FormatsZoomsCropsAndSizes, ZoomPartialRender,
+    ::testing::Values(PartialRenderCase{"YUV420_SEMIPLANAR", 640, 480, 640, 480, 1.5, {0, 0, 0, 0}, false},
+                      PartialRenderCase{"YVU420_SEMIPLANAR", 640, 480, 640, 480, 2.0, {40, 30, 600, 450}, false},
+                      PartialRenderCase{"YUV420_PLANAR", 720, 480, 720, 480, 1.3, {0, 0, 0, 0}, true},
+                      PartialRenderCase{"YUV420_PLANAR", 640, 480, 800, 600, 3.7, {100, 20, 500, 460}, false},
+                      PartialRenderCase{"YUV420_SEMIPLANAR", 640, 480, 480, 360, 1.01, {0, 0, 0, 0}, false},
+                      PartialRenderCase{"RGB888", 641, 479, 641, 479, 1.5, {0, 0, 0, 0}, false},
+                      PartialRenderCase{"RGB888", 500, 400, 333, 251, 1.7, {10, 10, 490, 390}, true}));
 
 TEST(Zoom, BgrIsRefusedByTheResizeButRgbIsNot) {
     for (const char *format : {"BGR888", "RGB888"}) {
