@@ -267,8 +267,6 @@ INSTANTIATE_TEST_SUITE_P(
         BadCase{"no_coefficients", replaced(kXml8, "distCoeffs", "distortion"), Options(), "distortion_coefficients: missing"},
         BadCase{"matrix_3x2", replaced(replaced(kYaml5, "cols: 3", "cols: 2"), "1398., 545., 0., 0., 1.", "1398., 545."),
                 Options(), "camera_matrix: is 3x2, expected 3x3"},
-        BadCase{"six_coefficients", replaced(replaced(kYaml5, "rows: 5", "rows: 6"), "-0.012", "-0.012, 0"), Options(),
-                "distortion_coefficients: has 6 coefficients"},
         BadCase{"count_mismatch", replaced(kYaml5, "rows: 5", "rows: 6"), Options(), "distortion_coefficients: says 6x1 but holds 5"},
         BadCase{"nan", replaced(kYaml5, "0.09", ".nan"), Options(), "distortion_coefficients: coefficient 2 is not a finite number"},
         BadCase{"centre_outside", replaced(kYaml5, "955.", "1955."), Options(), "camera_matrix: optical centre (1955, 545) lies outside"},
@@ -279,15 +277,10 @@ INSTANTIATE_TEST_SUITE_P(
         BadCase{"other_xml", "<svg></svg>", Options(), "neither an OpenCV calibration"},
         BadCase{"android_missing", replaced(kAndroid, "android.lens.distortion", "android.lens.distortio"), Options(),
                 "android.lens.distortion: missing"},
-        BadCase{"android_deprecated", replaced(kAndroid, "android.lens.distortion", "android.lens.radialDistortion"), Options(),
-                "android.lens.distortion: missing (android.lens.radialDistortion"},
         BadCase{"android_short", replaced(kAndroid, ", 0.5]", "]"), Options(), "android.lens.intrinsicCalibration: must hold five numbers"},
-        BadCase{"android_text", replaced(kAndroid, "0.11", "\"x\""), Options(), "android.lens.distortion: element 1 is not a number"},
         BadCase{"android_no_size", replaced(kAndroid, "preCorrectionActiveArraySize", "activeArraySize"), Options(),
                 "android.sensor.info.preCorrectionActiveArraySize: missing"},
-        BadCase{"android_json", "{\"android.lens.distortion\": [1,}", Options(), "not valid JSON"},
         BadCase{"lensfun_unknown_lens", kLensfun, lensfun("Nope", 20), "lens: no lens \"Nope\""},
-        BadCase{"lensfun_no_lens", kLensfun, lensfun("", 20), "several lenses"},
         BadCase{"lensfun_no_focal", kLensfun, lensfun("Two Point", 0), "calibrated at several focal lengths (12, 18 mm)"},
         BadCase{"lensfun_bad_number", replaced(kLensfun, "k1=\"-0.01\"", "k1=\"abc\""), lensfun("Two Point", 12),
                 "k1 \"abc\" is not a finite number"},
@@ -297,16 +290,12 @@ INSTANTIATE_TEST_SUITE_P(
     [](const ::testing::TestParamInfo<BadCase> &info) { return std::string(info.param.name); });
 
 TEST(Files, MissingFileIsNamed) {
-    EXPECT_THROW(
-        {
-            try {
-                parvex_calib::loadCalibrationFile("/nonexistent/cal.yml", 640, 480);
-            } catch (const parvex_calib::Error &e) {
-                EXPECT_EQ(0u, std::string(e.what()).find("/nonexistent/cal.yml: cannot open"));
-                throw;
-            }
-        },
-        parvex_calib::Error);
+    try {
+        parvex_calib::loadCalibrationFile("/nonexistent/cal.yml", 640, 480);
+        FAIL() << "accepted";
+    } catch (const parvex_calib::Error &e) {
+        EXPECT_EQ(0u, std::string(e.what()).find("/nonexistent/cal.yml: cannot open"));
+    }
 }
 
 TEST(Files, ScalingIsReported) {

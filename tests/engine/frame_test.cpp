@@ -331,16 +331,13 @@ struct Hostile {
 const double kNaN = std::numeric_limits<double>::quiet_NaN();
 
 const Hostile kHostile[] = {
-    {"degenerateCrop", [](parvex_DistortionCorrection *h, bool s) { if (s) parvex_DistortionCorrection_setCropRect(h, 10, 10, 10, 10); }},
     {"invertedCrop", [](parvex_DistortionCorrection *h, bool s) { if (s) parvex_DistortionCorrection_setCropRect(h, 600, 400, 20, 10); }},
     {"extremeCrop", [](parvex_DistortionCorrection *h, bool s) { if (s) parvex_DistortionCorrection_setCropRect(h, INT32_MIN, INT32_MAX, INT32_MAX, INT32_MIN); }},
     {"farCentre", [](parvex_DistortionCorrection *h, bool s) { if (!s) parvex_DistortionCorrection_setInputCenter(h, 1e12, 3e9); }},
     {"nanCentre", [](parvex_DistortionCorrection *h, bool s) { if (!s) parvex_DistortionCorrection_setInputCenter(h, kNaN, kNaN); }},
-    {"infCentre", [](parvex_DistortionCorrection *h, bool s) { if (!s) parvex_DistortionCorrection_setInputCenter(h, INFINITY, 5); }},
     {"nanStrength", [](parvex_DistortionCorrection *h, bool s) { if (!s) parvex_DistortionCorrection_setCorrectionStrength(h, kNaN); }},
     {"nanZoom", [](parvex_DistortionCorrection *h, bool s) { if (s) parvex_DistortionCorrection_setZoomRatio(h, kNaN); }},
     {"hugeZoom", [](parvex_DistortionCorrection *h, bool s) { if (s) parvex_DistortionCorrection_setZoomRatio(h, 1e300); }},
-    {"infZoom", [](parvex_DistortionCorrection *h, bool s) { if (s) parvex_DistortionCorrection_setZoomRatio(h, INFINITY); }},
     {"zoomWithCrop", [](parvex_DistortionCorrection *h, bool s) { if (s) { parvex_DistortionCorrection_setZoomRatio(h, 1.7); parvex_DistortionCorrection_setCropRect(h, 0, 0, 1, 1); } }},
 };
 

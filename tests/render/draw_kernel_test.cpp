@@ -71,50 +71,7 @@ pvx_Result draw(pvx_Renderer2_DrawFn fn, Image &dst, const Image &src, const dou
     return fn(&a);
 }
 
-// Corners of the affine map p -> A p + t at the cell's four vertices.
-void affineCorners(const int32_t *rect, double a, double b, double c, double d, double tx, double ty,
-                   double *corners) {
-    const double xs[4] = {double(rect[0]), double(rect[2]), double(rect[0]), double(rect[2])};
-    const double ys[4] = {double(rect[1]), double(rect[1]), double(rect[3]), double(rect[3])};
-    for (int i = 0; i < 4; ++i) {
-        corners[2 * i] = a * xs[i] + b * ys[i] + tx;
-        corners[2 * i + 1] = c * xs[i] + d * ys[i] + ty;
-    }
-}
-
 std::string where(const Family &f, int slot) { return std::string(f.name) + " " + kSlotNames[slot]; }
-
-// ---------------------------------------------------------------------------
-// Worked examples
-
-TEST(DrawKernels, IdentityCellCopiesTheSource) {
-    for (const Family &f : families())
-        for (int slot = 0; slot < 3; ++slot)
-            for (int bc = 0; bc < 2; ++bc) {
-                std::mt19937_64 rng = pvx_test::makeRng(slot);
-                Image src(f.format, 36, 26), dst(f.format, 36, 26, 3);
-                src.fillRandom(rng);
-                dst.fill(7);
-                // Cells tile the image; corners sit on the destination vertices.
-                const int32_t xs[] = {0, 16, 30, 36}, ys[] = {0, 10, 26};
-                for (int j = 0; j < 2; ++j)
-                    for (int i = 0; i < 3; ++i) {
-                        const int32_t rect[4] = {xs[i], ys[j], xs[i + 1], ys[j + 1]};
-                        double corners[8];
-                        affineCorners(rect, 1, 0, 0, 1, 0, 0, corners);
-                        ASSERT_EQ(PVX_OK, draw(f.fn[slot], dst, src, corners, rect, bc));
-                    }
-                if (bc == 0) {
-                    EXPECT_EQ(src.bytes(), dst.bytes()) << where(f, slot);
-                } else {
-                    // The trimming keeps the last source column and row out.
-                    for (int32_t y = 0; y < 24; ++y)
-                        for (int32_t x = 0; x < 34; ++x)
-                            ASSERT_EQ(src.luma(x, y), dst.luma(x, y)) << where(f, slot) << " at " << x << "," << y;
-                }
-                EXPECT_TRUE(dst.bandIntact()) << where(f, slot);
-            }
-}
 
 // ---------------------------------------------------------------------------
 // Random cells against the model
@@ -269,82 +226,6 @@ TEST(DrawKernels, CrossTargetChecksum) {
                 for (uint8_t b : dst.bytes()) hash = (hash ^ b) * 1099511628211ull;
             }
     EXPECT_EQ(0xf1c4f4a2317613a0ull, hash) << std::hex << hash;
-}
-
-// ---------------------------------------------------------------------------
-// Accuracy against double-precision bilinear sampling
-
-double smooth(int c, double x, double y) {
-    return 128 + 50 * sin(0.11 * x + 0.07 * y + c) + 40 * cos(0.05 * x - 0.13 * y + 2 * c);
-}
-
-double bilinearAt(const Image &s, bool chroma, int k, double x, double y) {
-    const int32_t w = chroma ? s.chromaW() : s.width(), h = chroma ? s.chromaH() : s.height();
-    x = std::min(std::max(x, 0.0), w - 1.0);
-    y = std::min(std::max(y, 0.0), h - 1.0);
-    const int32_t x0 = int32_t(x), y0 = int32_t(y), x1 = std::min(x0 + 1, w - 1), y1 = std::min(y0 + 1, h - 1);
-    auto at = [&](int32_t xx, int32_t yy) { return double(chroma ? s.chroma(k, xx, yy) : s.luma(xx, yy, k)); };
-    const double fx = x - x0, fy = y - y0;
-    return (at(x0, y0) * (1 - fx) + at(x1, y0) * fx) * (1 - fy) + (at(x0, y1) * (1 - fx) + at(x1, y1) * fx) * fy;
-}
-
-TEST(DrawKernels, AccuracyOnRotatedAndScaledCells) {
-    struct Map {
-        const char *name;
-        double a, b, c, d;
-        int slot;
-    };
-    const Map maps[] = {
-        {"scaled", 0.83, 0, 0, 0.91, 2},        // unrotated kernel
-        {"magnified", 1.21, 0, 0, 1.17, 2},
-        {"rotated", 0.95 * cos(0.12), -0.95 * sin(0.12), 0.95 * sin(0.12), 0.95 * cos(0.12), 1},
-        {"rotatedScaled", 1.1 * cos(-0.2), -0.9 * sin(-0.2), 1.1 * sin(-0.2), 0.9 * cos(-0.2), 1},
-        {"rotatedGeneral", 0.95 * cos(0.12), -0.95 * sin(0.12), 0.95 * sin(0.12), 0.95 * cos(0.12), 0},
-    };
-    for (const Family &f : families()) {
-        if (f.mode == rt::kRefNearest) continue;
-        for (const Map &m : maps) {
-            const int slot = f.format == PVX_FORMAT_YUV422_PLANAR ? 0 : m.slot;
-            Image src(f.format, 96, 96), dst(f.format, 64, 64);
-            src.fillWith([](int c, double x, double y) { return uint8_t(floor(smooth(c, x, y) + 0.5)); });
-            dst.fill(0);
-            const int32_t rect[4] = {0, 0, 64, 64};
-            double corners[8];
-            const double tx = 48 - (m.a * 32 + m.b * 32), ty = 48 - (m.c * 32 + m.d * 32);
-            affineCorners(rect, m.a, m.b, m.c, m.d, tx, ty, corners);
-            ASSERT_EQ(PVX_OK, draw(f.fn[slot], dst, src, corners, rect, 0));
-            double err[2] = {0, 0};
-            long n[2] = {0, 0};
-            for (int32_t y = 0; y < 64; ++y)
-                for (int32_t x = 0; x < 64; ++x)
-                    for (int c = 0; c < src.info().channels; ++c) {
-                        const double e = dst.luma(x, y, c) - bilinearAt(src, false, c, m.a * x + m.b * y + tx,
-                                                                       m.c * x + m.d * y + ty);
-                        err[0] += e * e;
-                        ++n[0];
-                    }
-            // 4:2:0 chroma sits at the centre of the luma it covers, 4:2:2
-            // chroma with the even luma samples.
-            const bool c420 = src.info().chroma == rt::k420;
-            for (int32_t y = 0; y < dst.chromaH() && src.info().chroma != rt::kNone; ++y)
-                for (int32_t x = 0; x < 32; ++x)
-                    for (int k = 0; k < 2; ++k) {
-                        const double lx = c420 ? 2 * x + 0.5 : 2 * x, ly = c420 ? 2 * y + 0.5 : y;
-                        const double sx = m.a * lx + m.b * ly + tx, sy = m.c * lx + m.d * ly + ty;
-                        const double e = dst.chroma(k, x, y) - bilinearAt(src, true, k, c420 ? (sx - 0.5) / 2 : sx / 2,
-                                                                         c420 ? (sy - 0.5) / 2 : sy);
-                        err[1] += e * e;
-                        ++n[1];
-                    }
-            for (int i = 0; i < 2; ++i) {
-                if (n[i] == 0) continue;
-                const double psnr = 10 * log10(255.0 * 255.0 * n[i] / std::max(err[i], 1e-9));
-                // Nearest chroma of the planar 4:2:2 kernel is coarser.
-                const double floor = i == 1 && f.format == PVX_FORMAT_YUV422_PLANAR ? 30.0 : 38.0;
-                EXPECT_GE(psnr, floor) << where(f, slot) << " " << m.name << (i ? " chroma" : " luma");
-            }
-        }
-    }
 }
 
 }  // namespace

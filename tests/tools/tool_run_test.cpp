@@ -224,7 +224,6 @@ std::vector<PngCase> pngCases() {
     s.center[1] = 160;
     cases.push_back({"outputSizeAfterCentre", "correct --output-size 352x288 --k1 -0.2 --center 150,160", s});
     s = coefs(-0.2);
-    s = coefs(-0.2);
     s.inPlace = true;
     cases.push_back({"inPlace", "correct --k1 -0.2 --in-place", s});
     s = coefs(-0.2, 0.05);
@@ -356,17 +355,11 @@ TEST_P(ToolErrors, RefusesWithMessageAndLeavesNoOutput) {
     TempDir dir;
     writeInputPng(dir, 4);
     writeInputPng(dir, 5, "tiny.png", 100, 80);
-    writeFile(dir.file("text.png"), "this is not a picture\n");
     {
         const std::string png = readFile(dir.file("in.png"));
         writeFile(dir.file("cut.png"), png.substr(0, png.size() / 2));
     }
     {
-        Picture f = makePicture("YUV420_PLANAR", 320, 240);
-        fillPattern(&f, 6);
-        const std::string stream = y4mStream("YUV4MPEG2 W320 H240 F25:1 C420jpeg", {f, f});
-        writeFile(dir.file("cut.y4m"), stream.substr(0, stream.size() - 1000));
-        writeFile(dir.file("huge.y4m"), "YUV4MPEG2 W65535 H65535\nFRAME\n");
         writeFile(dir.file("two.nv12"), toStored(makePicture("YUV420_SEMIPLANAR", 320, 240)) +
                                             toStored(makePicture("YUV420_SEMIPLANAR", 320, 240)));
         writeFile(dir.file("odd.nv12"), std::string(320 * 240 * 3 / 2 + 5, '\x10'));
@@ -397,12 +390,8 @@ std::vector<ErrorCase> errorCases() {
     const std::string in = "@DIR@/in.png", out = " @DIR@/out.png";
     return {
         {"missingFile", "correct @DIR@/nope.png" + out, 1, "cannot open @DIR@/nope.png: No such file or directory"},
-        {"notAPng", "correct @DIR@/text.png" + out, 1, "text.png: not a readable PNG file"},
         {"truncatedPng", "correct @DIR@/cut.png" + out, 1, "cut.png: damaged PNG data"},
         {"truncatedJpeg", "correct @DIR@/cut.jpg" + out, 1, "cut.jpg: damaged JPEG data (Premature end of JPEG file)"},
-        {"truncatedY4mStdin", "correct - @DIR@/out.y4m", 1, "standard input: truncated YUV4MPEG2 stream (frame 2", "cut.y4m"},
-        {"y4mTooLarge", "correct @DIR@/huge.y4m @DIR@/out.y4m", 1,
-         "initialize: PARVEX_ERROR_PARAM (0x80000001): a null pointer or a value out of range (the picture is 65535x65535"},
         {"emptyStdin", "correct - @DIR@/out.y4m", 1, "standard input: empty input (no YUV4MPEG2 header)"},
         {"rawWithoutSize", "correct @DIR@/two.nv12 @DIR@/out.nv12", 2, "raw input @DIR@/two.nv12 needs --size WxH"},
         {"rawWrongSize", "correct --size 320x240 @DIR@/odd.nv12 @DIR@/out.nv12", 1,
