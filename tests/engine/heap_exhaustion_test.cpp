@@ -2,14 +2,13 @@
 // zoomed frame and an in-place frame, for every n that call reaches: the call
 // reports an error, nothing crashes, and finalize still finds every block
 // given back (the heap's own leak check) with no thread left running.
-#include <dirent.h>
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <thread>
 
 #include "engine_fixture.h"
 #include "frame_images.h"
+#include "tests/support/thread_count.h"
 #include "runtime/pvx_heap2_fault.h"
 #include "runtime/pvx_syscall.h"
 
@@ -22,38 +21,9 @@ using pvx_test::Frame;
 const int32_t kFormatValue = 26;   // YUV420_PLANAR: three planes to allocate and copy
 const int32_t kW = 322, kH = 242;
 
-// Threads of the process. The first thread a program starts may bring
-// helpers of its own (ThreadSanitizer's), so one is started and joined first.
-int threadCount() {
-    static const bool settled = [] {
-        std::thread([] {}).join();
-        return true;
-    }();
-    (void)settled;
-    int n = 0;
-    DIR *d = opendir("/proc/self/task");
-    while (dirent *e = d ? readdir(d) : nullptr)
-        if (e->d_name[0] != '.') ++n;
-    if (d) closedir(d);
-    return n;
-}
-
-// The thread count once threads that were joined have left the process: an
-// emulator (qemu-user) lets the joined thread's host thread linger briefly.
-int threadCountAfterJoins(int expected) {
-    int n = threadCount();
-    for (int i = 0; i < 200 && n > expected; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        n = threadCount();
-    }
-    return n;
-}
-
-// The count before a test's engines: threads joined by earlier tests gone.
-int settledThreadCount() {
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    return threadCount();
-}
+using pvx_test::settledThreadCount;
+using pvx_test::threadCount;
+using pvx_test::threadCountAfterJoins;
 
 enum Phase { kInitialize, kStart, kZoomedFrame, kInPlaceFrame, kFinalize, kPhases };
 const char *const kPhaseNames[] = {"initialize", "start", "zoomed frame", "in-place frame", "finalize"};

@@ -3,16 +3,15 @@
 // failed finalizes, short buffers and waits that time out. These tests also
 // form the engine's ThreadSanitizer run (frames at 1, 2, 3 and 16 workers,
 // zoomed and in place).
-#include <dirent.h>
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <thread>
 
 #include <limits>
 
 #include "engine_fixture.h"
 #include "frame_images.h"
+#include "tests/support/thread_count.h"
 #include "runtime/pvx_heap2_fault.h"
 #include "runtime/pvx_syscall.h"
 
@@ -27,38 +26,9 @@ const int32_t kFormatValue = 27;
 const int32_t kW = 320, kH = 240;
 const double kNaN = std::numeric_limits<double>::quiet_NaN();
 
-// Threads of the process. The first thread a program starts may bring
-// helpers of its own (ThreadSanitizer's), so one is started and joined first.
-int threadCount() {
-    static const bool settled = [] {
-        std::thread([] {}).join();
-        return true;
-    }();
-    (void)settled;
-    int n = 0;
-    DIR *d = opendir("/proc/self/task");
-    while (dirent *e = d ? readdir(d) : nullptr)
-        if (e->d_name[0] != '.') ++n;
-    if (d) closedir(d);
-    return n;
-}
-
-// The thread count once threads that were joined have left the process: an
-// emulator (qemu-user) lets the joined thread's host thread linger briefly.
-int threadCountAfterJoins(int expected) {
-    int n = threadCount();
-    for (int i = 0; i < 200 && n > expected; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        n = threadCount();
-    }
-    return n;
-}
-
-// The count before a test's engines: threads joined by earlier tests gone.
-int settledThreadCount() {
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    return threadCount();
-}
+using pvx_test::settledThreadCount;
+using pvx_test::threadCount;
+using pvx_test::threadCountAfterJoins;
 
 // Threads an engine runs beside the caller: one per processor beyond the
 // first, up to 16. Under an emulator a thread joined earlier may still be
