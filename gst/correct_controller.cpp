@@ -4,6 +4,8 @@
 
 #include <string>
 
+#include "library_errors.h"
+
 namespace parvex_gst {
 
 namespace {
@@ -11,7 +13,7 @@ namespace {
 std::string sizeText(int32_t width, int32_t height) { return std::to_string(width) + "x" + std::to_string(height); }
 
 Report refusalReport(const Refusal &r) {
-    return {r.property, r.property + ": " + r.call + " refused it with " + resultName(r.code) +
+    return {r.property, r.property + ": " + r.call + " refused it with " + parvex_tool::resultName(r.code) +
                             "; the element keeps the value that worked"};
 }
 

@@ -61,21 +61,6 @@ struct Initialized {
 
 }  // namespace
 
-std::string resultName(uint32_t code) {
-    switch (code) {
-    case PARVEX_OK: return "PARVEX_OK";
-    case PARVEX_ERROR_PARAM: return "PARVEX_ERROR_PARAM";
-    case PARVEX_ERROR_STATE: return "PARVEX_ERROR_STATE";
-    case PARVEX_ERROR_IMAGE_FORMAT: return "PARVEX_ERROR_IMAGE_FORMAT";
-    case PARVEX_ERROR_MALLOC: return "PARVEX_ERROR_MALLOC";
-    default: {
-        char text[16];
-        snprintf(text, sizeof text, "0x%08X", static_cast<unsigned>(code));
-        return text;
-    }
-    }
-}
-
 bool outputMeshFits(int32_t width, int32_t height) {
     if (width < 1 || height < 1) return false;
     // The engine's lattice: cells of max(side) / 60 pixels (even, 8 .. 64),

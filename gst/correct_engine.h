@@ -49,9 +49,6 @@ struct Refusal {
     explicit operator bool() const { return code != PARVEX_OK; }
 };
 
-// "PARVEX_ERROR_PARAM" etc.; other codes as hexadecimal text.
-std::string resultName(uint32_t code);
-
 // More than this many mesh vertices cannot be laid out for an output.
 bool outputMeshFits(int32_t width, int32_t height);
 

@@ -28,6 +28,8 @@ std::string resultName(uint32_t code) {
     case PARVEX_ERROR_STATE: return "PARVEX_ERROR_STATE";
     case PARVEX_ERROR_IMAGE_FORMAT: return "PARVEX_ERROR_IMAGE_FORMAT";
     case PARVEX_ERROR_MALLOC: return "PARVEX_ERROR_MALLOC";
+    case PARVEX_ERROR_HEAP_EXHAUSTED: return "PARVEX_ERROR_HEAP_EXHAUSTED";
+    case PARVEX_ERROR_WAIT_TIMEOUT: return "PARVEX_ERROR_WAIT_TIMEOUT";
     default: return hex(code);
     }
 }
