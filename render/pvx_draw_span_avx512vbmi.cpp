@@ -19,6 +19,7 @@
 #endif
 #include <immintrin.h>
 
+#include "render/pvx_draw_avx512vbmi.h"
 #include "render/pvx_draw_span_plan.h"
 
 namespace pvx_draw {
@@ -26,16 +27,6 @@ namespace {
 
 // Rows the lanes of a group may spread over in these leaves.
 constexpr int32_t kSpreadMax = 6;
-
-constexpr __mmask64 kEven = 0x5555555555555555ull;
-
-// Bits t in [a, b] of a 64-bit mask (empty when the range misses 0..63).
-inline uint64_t rangeBits(int32_t a, int32_t b) {
-    if (a < 0) a = 0;
-    if (b > 63) b = 63;
-    if (b < a) return 0;
-    return (~0ull >> (63 - (b - a))) << a;
-}
 
 // Byte tables for vpermi2b over the per-pixel bytes of 32 lanes (lane i at
 // bytes 4i: column, 4i+1: fx, 4i+2: row, 4i+3: fy). Byte b of a pair
@@ -64,8 +55,6 @@ constexpr Tables makeTables() {
     return t;
 }
 constexpr Tables kTables = makeTables();
-
-inline __m512i load64(const uint8_t *p) { return _mm512_load_si512(reinterpret_cast<const void *>(p)); }
 
 // 32 lanes of 32-bit values.
 struct Lanes {

@@ -19,6 +19,7 @@
 #endif
 #include <immintrin.h>
 
+#include "render/pvx_draw_avx512vbmi.h"
 #include "render/pvx_draw_span_plan.h"
 
 namespace pvx_draw {
@@ -26,14 +27,6 @@ namespace {
 
 // Rows a group's lanes may spread over in this leaf.
 constexpr int32_t kRgbMaxSpread = 6;
-
-// Bits t in [a, b] of a 64-bit mask (empty when the range misses 0..63).
-inline uint64_t rangeBits(int32_t a, int32_t b) {
-    if (a < 0) a = 0;
-    if (b > 63) b = 63;
-    if (b < a) return 0;
-    return (~0ull >> (63 - (b - a))) << a;
-}
 
 // Per-channel index tables (channel k = 3 * pixel + colour; word k of a
 // pair register). kPairIdx: bytes 2k and 2k+1 of the first 32 channels (A)
@@ -61,10 +54,6 @@ constexpr PairTables makeTables() {
     return t;
 }
 constexpr PairTables kTables = makeTables();
-
-inline __m512i load64(const uint8_t *p) { return _mm512_load_si512(reinterpret_cast<const void *>(p)); }
-
-constexpr __mmask64 kEven = 0x5555555555555555ull;
 
 // Gather indices, weights and lane rows of the 48 channels of one row set,
 // from the per-pixel bytes (4i: 3 * column, 4i+1: fx, 4i+2: row, 4i+3: fy).
