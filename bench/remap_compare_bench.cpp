@@ -18,8 +18,10 @@
 // it pays one remap, while parvex renders and then resizes; zoomed cases
 // also time the engine at zoom 1 in the same rotation ("vs zoom 1").
 //
-// Usage: remap_compare_bench [--quick] [--wall] [--filter TEXT] [--samples N]
+// Usage: remap_compare_bench [--quick] [--wall] [--filter TEXT] [--samples N] [--cpu LEVEL]
 //   --quick    1920x1080 only, fewer samples
+//   --cpu      the engine's vector code at most at LEVEL (c, ssse3, sse4.1, avx2,
+//              avx512, avx512vbmi), as on a processor that stops there
 //   --wall     one-core cases in elapsed time too (default: the thread's CPU time)
 //   --filter   only the cases whose name contains TEXT (e.g. "RGB888 4000")
 #include <pthread.h>
@@ -44,6 +46,7 @@
 #include "engine/pvx_engine_context.h"
 #include "parvex_distortion_correction.h"
 #include "runtime/pvx_pel.h"
+#include "runtime/pvx_cpu.h"
 
 namespace {
 
@@ -231,7 +234,23 @@ struct Options {
     std::string filter;
     int samples = 0;   // 0: by frame size
     bool wall = false;  // elapsed time for one core too
+    uint32_t cpuMask = PVX_CPU_LEVEL_ALL;
 };
+
+bool cpuLevelMask(const char *name, uint32_t *mask) {
+    static const struct {
+        const char *name;
+        uint32_t mask;
+    } kLevels[] = {{"c", PVX_CPU_LEVEL_C},           {"ssse3", PVX_CPU_LEVEL_SSSE3},
+                   {"sse4.1", PVX_CPU_LEVEL_SSE41},  {"avx2", PVX_CPU_LEVEL_AVX2},
+                   {"avx512", PVX_CPU_LEVEL_AVX512}, {"avx512vbmi", PVX_CPU_LEVEL_AVX512VBMI}};
+    for (const auto &level : kLevels)
+        if (strcmp(name, level.name) == 0) {
+            *mask = level.mask;
+            return true;
+        }
+    return false;
+}
 
 bool parseOptions(int argc, char **argv, Options &o) {
     for (int i = 1; i < argc; ++i) {
@@ -243,8 +262,10 @@ bool parseOptions(int argc, char **argv, Options &o) {
             o.filter = argv[++i];
         } else if (strcmp(argv[i], "--samples") == 0 && i + 1 < argc) {
             o.samples = atoi(argv[++i]);
+        } else if (strcmp(argv[i], "--cpu") == 0 && i + 1 < argc && cpuLevelMask(argv[i + 1], &o.cpuMask)) {
+            ++i;
         } else {
-            fprintf(stderr, "usage: %s [--quick] [--wall] [--filter TEXT] [--samples N]\n", argv[0]);
+            fprintf(stderr, "usage: %s [--quick] [--wall] [--filter TEXT] [--samples N] [--cpu LEVEL]\n", argv[0]);
             return false;
         }
     }
@@ -256,6 +277,8 @@ bool parseOptions(int argc, char **argv, Options &o) {
 int main(int argc, char **argv) {
     Options opt;
     if (!parseOptions(argc, argv, opt)) return 2;
+    pvx_Cpu_setMask(opt.cpuMask);
+    printf("engine vector level: %s\n", pvx_Cpu_levelName(pvx_Cpu_flags()));
     std::vector<std::pair<int, int>> sizes = {{1920, 1080}};
     if (!opt.quick) sizes.push_back({4000, 3000});
     const double zooms[] = {1.0, 1.5};
