@@ -23,6 +23,61 @@ inline int32_t laneMul(int32_t a, int32_t b) {
     return static_cast<int32_t>(static_cast<uint32_t>(a) * static_cast<uint32_t>(b));
 }
 
+// ---------------------------------------------------------------------------
+// Clamped spans: every tap's column and row limited to the image, as the
+// clamping reference does it.
+//
+// Rows: the leaves read row r and r + 1 of each lane from rows loaded per
+// group; loading clamp(r) for each row index gives every lane its clamped
+// pair.
+//
+// Columns: a tap pair (x, x + 1) clamped into [0, w - 1] repeats the edge
+// sample, and (16 - f) * p + f * p = 16 * p; so clamping the 1/16 position
+// into [0, 16 * (w - 1)] gives the same sums, its column being in the image
+// and its weight 0 wherever the reference's pair collapses. The second tap
+// of a pair at column w - 1 lies outside the image: the windows hold it as
+// zero, weighted by 0.
+
+template <bool Clamp>
+inline int32_t rowIn(int32_t r, int32_t h) {
+    if constexpr (Clamp) {
+        return r < 0 ? 0 : (r > h - 1 ? h - 1 : r);
+    } else {
+        (void)h;
+        return r;
+    }
+}
+inline int32_t clampTo(int64_t v, int32_t lo, int32_t hi) {
+    return static_cast<int32_t>(v < lo ? lo : (v > hi ? hi : v));
+}
+
+// The clamp of 16-bit lanes holding 1/16 positions relative to 16 * `base`
+// (at most 32 columns on): t becomes min(max(t + shift, lo), hi), relative
+// to 16 * `clampedBase`, the base column limited to the image. Far outside
+// the image the shift and limits saturate at 64 columns, which changes no
+// result, as every clamped position lies within [0, t].
+struct EdgeClamp {
+    int32_t clampedBase;
+    int16_t shift, lo, hi;
+};
+inline EdgeClamp edgeClamp(int32_t base, int32_t w) {
+    EdgeClamp e;
+    e.clampedBase = clampTo(base, 0, w - 1);
+    const int64_t below = e.clampedBase, above = static_cast<int64_t>(w) - 1 - e.clampedBase;
+    e.shift = static_cast<int16_t>(16 * clampTo(static_cast<int64_t>(base) - e.clampedBase, -64, 64));
+    e.lo = static_cast<int16_t>(-16 * clampTo(below, 0, 64));
+    e.hi = static_cast<int16_t>(16 * clampTo(above, 0, 64));
+    return e;
+}
+
+// Whether a linear position and its last pixel stay clear of 32-bit wrap
+// along a span: the lanes of a group then see the positions the reference
+// sees, in order.
+inline bool runFits(int64_t start, int64_t steps, int64_t step) {
+    const int64_t end = start + steps * step;
+    return end >= INT32_MIN && end <= INT32_MAX;
+}
+
 // 1/16 luma position of pixel k of the span, as the scalar span forms it.
 inline int32_t noRotP16(const SpanArgs &a, int32_t k) {
     return laneAdd(laneAdd(a.sx, laneMul(k & ~15, a.ux)) >> 11, a.off16[k & 15]);
@@ -33,18 +88,23 @@ struct NoRotPlan {
     bool wideLuma;               // a group's luma taps reach past 16 bytes (at most 32)
     int32_t lumaLo, lumaHi;      // luma columns the span reads
     int32_t r, fy;               // luma rows r.. and vertical weight
+    int32_t rows[3];             // rows r, r + 1, r + 2 (clamped spans: limited to the image)
     bool chroma;                 // chroma is drawn
     int32_t par;                 // chroma at the group's odd pixels
     int32_t chromaLo, chromaHi;  // chroma bytes (interleaved) or samples (planar) the span reads
     int32_t cr, cfy;             // chroma row and vertical weight
+    int32_t crows[2];            // chroma rows cr, cr + 1 (clamped spans: limited)
 };
 
 // False when the span does not suit the leaf: no whole group, a backward
 // step, or a group whose taps reach past 32 luma bytes or `chromaReach`
-// chroma bytes (`pairBytes` bytes per chroma sample on the chroma row).
+// chroma bytes (`pairBytes` bytes per chroma sample on the chroma row). A
+// clamped span's ranges and rows are limited to the image.
+template <bool Clamp = false>
 inline bool planNoRot(const SpanArgs &a, int32_t pairBytes, int32_t chromaReach, NoRotPlan *p) {
     p->groups = a.n >> 4;
     if (p->groups == 0 || a.ux < 0) return false;
+    if (Clamp && !runFits(a.sx, a.n - 1, a.ux)) return false;
     const int32_t last = a.off16[15];  // the largest offset: the step is not negative
     const int32_t lumaReach = ((15 + last) >> 4) + 1;
     if (lumaReach > 31) return false;
@@ -53,6 +113,12 @@ inline bool planNoRot(const SpanArgs &a, int32_t pairBytes, int32_t chromaReach,
     p->lumaHi = (noRotP16(a, a.n - 1) >> 4) + 1;
     p->r = a.sy >> 15;
     p->fy = (a.sy >> 11) & 15;
+    const SrcPlanes &s = *a.src;
+    if (Clamp) {
+        p->lumaLo = clampTo(p->lumaLo, 0, s.w - 1);
+        p->lumaHi = clampTo(p->lumaHi, 0, s.w - 1);
+    }
+    for (int32_t j = 0; j < 3; ++j) p->rows[j] = rowIn<Clamp>(p->r + j, s.h);
 
     p->par = a.dx & 1;
     const int32_t kc0 = p->par, kc1 = a.n - 1 - ((a.dx + a.n - 1) & 1);
@@ -60,12 +126,19 @@ inline bool planNoRot(const SpanArgs &a, int32_t pairBytes, int32_t chromaReach,
     p->chromaLo = p->chromaHi = 0;
     p->cr = a.sy >> 16;
     p->cfy = (a.sy >> 12) & 15;
+    p->crows[0] = rowIn<Clamp>(p->cr, s.ch);
+    p->crows[1] = rowIn<Clamp>(p->cr + 1, s.ch);
     if (p->chroma) {
         // Chroma sample of a pixel: its 1/16 position halved, >> 4. Within a
         // group it lies at most ((31 + last) >> 5) samples from G >> 5.
         if (pairBytes * (((31 + last) >> 5) + 1) + pairBytes - 1 > chromaReach) return false;
-        p->chromaLo = pairBytes * (noRotP16(a, kc0) >> 5);
-        p->chromaHi = pairBytes * ((noRotP16(a, kc1) >> 5) + 1) + pairBytes - 1;
+        int32_t c0 = noRotP16(a, kc0) >> 5, c1 = (noRotP16(a, kc1) >> 5) + 1;
+        if (Clamp) {
+            c0 = clampTo(c0, 0, s.cw - 1);
+            c1 = clampTo(c1, 0, s.cw - 1);
+        }
+        p->chromaLo = pairBytes * c0;
+        p->chromaHi = pairBytes * c1 + pairBytes - 1;
     }
     return true;
 }
@@ -117,11 +190,19 @@ inline bool chromaRows(int32_t par, int32_t y0, int32_t uy, int32_t *low, int32_
 }
 
 // False when the span does not suit the leaf: no whole group, a backward
-// step along x, steps too large for a group's taps to fit the windows.
+// step along x, steps too large for a group's taps to fit the windows. A
+// clamped span's ranges are limited to the image, and its positions must
+// not wrap.
+template <bool Clamp = false>
 inline bool planLinear(const SpanArgs &a, int32_t pairBytes, int32_t chromaReach, LinearPlan *p) {
     p->groups = a.n >> 4;
     if (p->groups == 0 || a.ux < 0 || a.ux > 65536 || a.uy < -65536 || a.uy > 65536) return false;
     if (a.dy0 == nullptr && a.dy1 == nullptr) return false;
+    if (Clamp && !(runFits(a.sx, a.n - 1, a.ux) && runFits(a.sy, a.n - 1, a.uy) &&
+                   runFits(static_cast<int64_t>(a.sx) + a.hx, a.n - 1, a.ux) &&
+                   runFits(static_cast<int64_t>(a.sy) + a.hy, a.n - 1, a.uy) &&
+                   runFits(a.sx, 0, a.hx) && runFits(a.sy, 0, a.hy)))
+        return false;
     const int32_t uxh = a.ux >> 11, uxl = a.ux & 2047;
     p->uxh = uxh;
     p->uxl = uxl;
@@ -146,8 +227,9 @@ inline bool planLinear(const SpanArgs &a, int32_t pairBytes, int32_t chromaReach
         lo = lo < (x1 >> 15) ? lo : (x1 >> 15);
         hi = hi > ((x1 + last) >> 15) + 1 ? hi : ((x1 + last) >> 15) + 1;
     }
-    p->lumaLo = static_cast<int32_t>(lo);
-    p->lumaHi = static_cast<int32_t>(hi);
+    const SrcPlanes &s = *a.src;
+    p->lumaLo = Clamp ? clampTo(lo, 0, s.w - 1) : static_cast<int32_t>(lo);
+    p->lumaHi = Clamp ? clampTo(hi, 0, s.w - 1) : static_cast<int32_t>(hi);
 
     p->par = a.dx & 1;
     const int32_t kc0 = p->par, kc1 = a.n - 1 - ((a.dx + a.n - 1) & 1);
@@ -157,8 +239,14 @@ inline bool planLinear(const SpanArgs &a, int32_t pairBytes, int32_t chromaReach
         // Chroma column (X >> 12) >> 4; within a group at most
         // (16 + reach16) >> 5 columns from X0 >> 16.
         if (pairBytes * (((16 + reach16) >> 5) + 1) + pairBytes - 1 > chromaReach) return false;
-        p->chromaLo = pairBytes * ((a.sx + static_cast<int64_t>(kc0) * a.ux) >> 16);
-        p->chromaHi = pairBytes * (((a.sx + static_cast<int64_t>(kc1) * a.ux) >> 16) + 1) + pairBytes - 1;
+        int64_t c0 = (a.sx + static_cast<int64_t>(kc0) * a.ux) >> 16;
+        int64_t c1 = ((a.sx + static_cast<int64_t>(kc1) * a.ux) >> 16) + 1;
+        if (Clamp) {
+            c0 = clampTo(c0, 0, s.cw - 1);
+            c1 = clampTo(c1, 0, s.cw - 1);
+        }
+        p->chromaLo = static_cast<int32_t>(pairBytes * c0);
+        p->chromaHi = static_cast<int32_t>(pairBytes * c1 + pairBytes - 1);
     }
     return true;
 }

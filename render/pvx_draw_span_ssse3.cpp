@@ -8,6 +8,11 @@
 // ((16 - fy) * h0 + fy * h1 + 128) >> 8 (at most 65408: unsigned 16 bits).
 #if (defined(__x86_64__) || defined(__i386__)) && defined(__SSSE3__)
 
+// g++ 12 cannot follow that the per-row sums picked for a lane (rows 0 ..
+// spread + 1) are exactly the rows the loops before fill.
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
 #include <tmmintrin.h>
 
 #include "render/pvx_draw_span_plan.h"
@@ -49,6 +54,24 @@ inline __m128i gather(const Window2 &w, const Mask2 &m) {
     return _mm_or_si128(_mm_shuffle_epi8(w.lo, m.lo), _mm_shuffle_epi8(w.hi, m.hi));
 }
 
+// Clamped spans: 1/16 positions relative to 16 * base limited to the image
+// and moved to 16 * e.clampedBase (see EdgeClamp).
+template <bool Clamp>
+inline __m128i clampPositions(__m128i t, const EdgeClamp &e) {
+    if constexpr (!Clamp) {
+        (void)e;
+        return t;
+    } else {
+        return _mm_min_epi16(_mm_max_epi16(_mm_add_epi16(t, _mm_set1_epi16(e.shift)), _mm_set1_epi16(e.lo)),
+                             _mm_set1_epi16(e.hi));
+    }
+}
+// The window column of a group whose positions are relative to `base`.
+template <bool Clamp>
+inline int32_t windowBase(int32_t base, const EdgeClamp &e) {
+    return Clamp ? e.clampedBase : base;
+}
+
 // ((16 - fy) * h0 + fy * h1 + 128) >> 8 of two 8-lane halves, packed to bytes.
 inline __m128i vertical(__m128i h0a, __m128i h0b, __m128i h1a, __m128i h1b, __m128i wy0, __m128i wy1) {
     const __m128i round = _mm_set1_epi16(128);
@@ -88,9 +111,11 @@ inline LumaGroup lumaGroupAt(__m128i tLo, __m128i tHi, bool wide) {
     lg.w1 = _mm_unpackhi_epi8(g16, f);
     return lg;
 }
-inline LumaGroup lumaGroup(__m128i offLo, __m128i offHi, int32_t gf, bool wide) {
+template <bool Clamp>
+inline LumaGroup lumaGroup(__m128i offLo, __m128i offHi, int32_t gf, bool wide, const EdgeClamp &e) {
     const __m128i g = _mm_set1_epi16(static_cast<int16_t>(gf));
-    return lumaGroupAt(_mm_add_epi16(offLo, g), _mm_add_epi16(offHi, g), wide);
+    return lumaGroupAt(clampPositions<Clamp>(_mm_add_epi16(offLo, g), e),
+                       clampPositions<Clamp>(_mm_add_epi16(offHi, g), e), wide);
 }
 
 template <bool Wide>
@@ -114,14 +139,14 @@ inline void lumaGroupRows(const SpanArgs &a, const NoRotPlan &p, const LumaGroup
     const SrcPlanes &s = *a.src;
     const __m128i wy0 = _mm_set1_epi16(static_cast<int16_t>(16 - p.fy)),
                   wy1 = _mm_set1_epi16(static_cast<int16_t>(p.fy));
-    const uint8_t *r1 = s.y + static_cast<ptrdiff_t>(p.r + 1) * s.yPitch;
-    const Row16 h1 = lumaRow<Wide>(r1, base, p.lumaLo, p.lumaHi, lg);
+    const auto row = [&](int32_t j) { return s.y + static_cast<ptrdiff_t>(p.rows[j]) * s.yPitch; };
+    const Row16 h1 = lumaRow<Wide>(row(1), base, p.lumaLo, p.lumaHi, lg);
     if (a.dy0 != nullptr) {
-        const Row16 h0 = lumaRow<Wide>(r1 - s.yPitch, base, p.lumaLo, p.lumaHi, lg);
+        const Row16 h0 = lumaRow<Wide>(row(0), base, p.lumaLo, p.lumaHi, lg);
         _mm_storeu_si128(reinterpret_cast<__m128i *>(a.dy0 + a.dx + k), vertical(h0.a, h0.b, h1.a, h1.b, wy0, wy1));
     }
     if (a.dy1 != nullptr) {
-        const Row16 h2 = lumaRow<Wide>(r1 + s.yPitch, base, p.lumaLo, p.lumaHi, lg);
+        const Row16 h2 = lumaRow<Wide>(row(2), base, p.lumaLo, p.lumaHi, lg);
         _mm_storeu_si128(reinterpret_cast<__m128i *>(a.dy1 + a.dx + k), vertical(h1.a, h1.b, h2.a, h2.b, wy0, wy1));
     }
 }
@@ -142,36 +167,42 @@ inline Offsets offsets(const SpanArgs &a, int32_t par) {
     return r;
 }
 
-// Chroma sample indices (from G >> 5) and weights of a group's 8 chroma
-// pixels: ((G & 31) + offset) >> 1 in 1/16 chroma sample.
-inline void chromaTaps(__m128i offC, int32_t g31, __m128i *idx, __m128i *f) {
-    const __m128i rc = _mm_srli_epi16(_mm_add_epi16(offC, _mm_set1_epi16(static_cast<int16_t>(g31))), 1);
+// Chroma sample indices (from G >> 5, clamped: from e.clampedBase) and
+// weights of a group's 8 chroma pixels: ((G & 31) + offset) >> 1 in 1/16
+// chroma sample.
+template <bool Clamp>
+inline void chromaTaps(__m128i offC, int32_t g31, const EdgeClamp &e, __m128i *idx, __m128i *f) {
+    const __m128i rc = clampPositions<Clamp>(
+        _mm_srli_epi16(_mm_add_epi16(offC, _mm_set1_epi16(static_cast<int16_t>(g31))), 1), e);
     *idx = _mm_packus_epi16(_mm_srli_epi16(rc, 4), _mm_setzero_si128());
     *f = _mm_packus_epi16(_mm_and_si128(rc, _mm_set1_epi16(15)), _mm_setzero_si128());
 }
 
-template <bool Wide>
+template <bool Wide, bool Clamp>
 int32_t noRotSemiplanar(const SpanArgs &a, const NoRotPlan &p) {
     const SrcPlanes &s = *a.src;
     const Offsets o = offsets(a, p.par);
     const __m128i cwy0 = _mm_set1_epi16(static_cast<int16_t>(16 - p.cfy)),
                   cwy1 = _mm_set1_epi16(static_cast<int16_t>(p.cfy));
-    const uint8_t *c0 = s.c0 + static_cast<ptrdiff_t>(p.cr) * s.c0Pitch;
-    const uint8_t *c1 = c0 + s.c0Pitch;
+    const uint8_t *c0 = s.c0 + static_cast<ptrdiff_t>(p.crows[0]) * s.c0Pitch;
+    const uint8_t *c1 = s.c0 + static_cast<ptrdiff_t>(p.crows[1]) * s.c0Pitch;
     return forEachNoRotGroup(a, p, [&](int32_t k, int32_t G) {
-        lumaGroupRows<Wide>(a, p, lumaGroup(o.lo, o.hi, G & 15, Wide), G >> 4, k);
+        EdgeClamp e{}, ec{};
+        if constexpr (Clamp) e = edgeClamp(G >> 4, s.w);
+        lumaGroupRows<Wide>(a, p, lumaGroup<Clamp>(o.lo, o.hi, G & 15, Wide, e), windowBase<Clamp>(G >> 4, e), k);
         if (!p.chroma) return;
         // Output byte b is channel b & 1 of chroma pixel b >> 1: taps at
         // bytes 2 * idx + (b & 1) and two bytes further.
+        if constexpr (Clamp) ec = edgeClamp(G >> 5, s.cw);
         __m128i idx, f;
-        chromaTaps(o.chroma, G & 31, &idx, &f);
+        chromaTaps<Clamp>(o.chroma, G & 31, ec, &idx, &f);
         const __m128i idx2 = _mm_unpacklo_epi8(idx, idx);
         const __m128i t0 = _mm_add_epi8(_mm_add_epi8(idx2, idx2), _mm_set1_epi16(0x0100));
         const __m128i t1 = _mm_add_epi8(t0, _mm_set1_epi8(2));
         const Mask2 m0 = split(_mm_unpacklo_epi8(t0, t1)), m1 = split(_mm_unpackhi_epi8(t0, t1));
         const __m128i f2 = _mm_unpacklo_epi8(f, f), g2 = _mm_sub_epi8(_mm_set1_epi8(16), f2);
         const __m128i w0 = _mm_unpacklo_epi8(g2, f2), w1 = _mm_unpackhi_epi8(g2, f2);
-        const int32_t base = 2 * (G >> 5);
+        const int32_t base = 2 * windowBase<Clamp>(G >> 5, ec);
         const Window2 u0 = window2(c0, base, p.chromaLo, p.chromaHi), u1 = window2(c1, base, p.chromaLo, p.chromaHi);
         const __m128i out =
             vertical(_mm_maddubs_epi16(gather(u0, m0), w0), _mm_maddubs_epi16(gather(u0, m1), w1),
@@ -180,22 +211,27 @@ int32_t noRotSemiplanar(const SpanArgs &a, const NoRotPlan &p) {
     });
 }
 
-template <bool Wide>
+template <bool Wide, bool Clamp>
 int32_t noRotPlanar(const SpanArgs &a, const NoRotPlan &p) {
     const SrcPlanes &s = *a.src;
     const Offsets o = offsets(a, p.par);
     const __m128i cwy0 = _mm_set1_epi16(static_cast<int16_t>(16 - p.cfy)),
                   cwy1 = _mm_set1_epi16(static_cast<int16_t>(p.cfy));
-    const uint8_t *u0 = s.c0 + static_cast<ptrdiff_t>(p.cr) * s.c0Pitch, *u1 = u0 + s.c0Pitch;
-    const uint8_t *v0 = s.c1 + static_cast<ptrdiff_t>(p.cr) * s.c1Pitch, *v1 = v0 + s.c1Pitch;
+    const uint8_t *u0 = s.c0 + static_cast<ptrdiff_t>(p.crows[0]) * s.c0Pitch,
+                  *u1 = s.c0 + static_cast<ptrdiff_t>(p.crows[1]) * s.c0Pitch;
+    const uint8_t *v0 = s.c1 + static_cast<ptrdiff_t>(p.crows[0]) * s.c1Pitch,
+                  *v1 = s.c1 + static_cast<ptrdiff_t>(p.crows[1]) * s.c1Pitch;
     return forEachNoRotGroup(a, p, [&](int32_t k, int32_t G) {
-        lumaGroupRows<Wide>(a, p, lumaGroup(o.lo, o.hi, G & 15, Wide), G >> 4, k);
+        EdgeClamp e{}, ec{};
+        if constexpr (Clamp) e = edgeClamp(G >> 4, s.w);
+        lumaGroupRows<Wide>(a, p, lumaGroup<Clamp>(o.lo, o.hi, G & 15, Wide, e), windowBase<Clamp>(G >> 4, e), k);
         if (!p.chroma) return;
+        if constexpr (Clamp) ec = edgeClamp(G >> 5, s.cw);
         __m128i idx, f;
-        chromaTaps(o.chroma, G & 31, &idx, &f);
+        chromaTaps<Clamp>(o.chroma, G & 31, ec, &idx, &f);
         const __m128i m = _mm_unpacklo_epi8(idx, _mm_add_epi8(idx, _mm_set1_epi8(1)));
         const __m128i w = _mm_unpacklo_epi8(_mm_sub_epi8(_mm_set1_epi8(16), f), f);
-        const int32_t base = G >> 5;
+        const int32_t base = windowBase<Clamp>(G >> 5, ec);
         const auto taps = [&](const uint8_t *row) {
             return _mm_maddubs_epi16(_mm_shuffle_epi8(window(row, base, p.chromaLo, p.chromaHi), m), w);
         };
@@ -278,12 +314,15 @@ struct RowSet {
     __m128i fy[2];
 };
 
-template <bool Wide>
-inline RowSet rowSet(const LinearVectors &v, int32_t x0, int32_t y0, int32_t low, int32_t spread) {
+template <bool Wide, bool Clamp>
+inline RowSet rowSet(const LinearVectors &v, int32_t x0, int32_t y0, int32_t low, int32_t spread, int32_t w) {
     RowSet s;
     s.spread = spread;
-    s.lg = lumaGroupAt(rel16(v.xh[0], v.xl[0], x0), rel16(v.xh[1], v.xl[1], x0), Wide);
-    s.base = x0 >> 15;
+    EdgeClamp e{};
+    if constexpr (Clamp) e = edgeClamp(x0 >> 15, w);
+    s.lg = lumaGroupAt(clampPositions<Clamp>(rel16(v.xh[0], v.xl[0], x0), e),
+                       clampPositions<Clamp>(rel16(v.xh[1], v.xl[1], x0), e), Wide);
+    s.base = windowBase<Clamp>(x0 >> 15, e);
     s.row = (y0 >> 15) + low;
     const __m128i m15 = _mm_set1_epi16(15), lowV = _mm_set1_epi16(static_cast<int16_t>(low));
     for (int h = 0; h < 2; ++h) {
@@ -294,14 +333,15 @@ inline RowSet rowSet(const LinearVectors &v, int32_t x0, int32_t y0, int32_t low
     return s;
 }
 
-// Horizontal sums of rows s.row + j for j in [j0, j1].
-template <bool Wide>
+// Horizontal sums of rows s.row + j for j in [j0, j1] (clamped: rows limited to the image).
+template <bool Wide, bool Clamp>
 inline void rowSums(const SrcPlanes &src, const RowSet &s, int32_t j0, int32_t j1, int32_t lo, int32_t hi,
                     __m128i (*h)[2]) {
     for (int32_t j = j0; j <= j1; ++j) {
-        const Row16 r = lumaRow<Wide>(src.y + static_cast<ptrdiff_t>(s.row + j) * src.yPitch, s.base, lo, hi, s.lg);
-        h[j][0] = r.a;
-        h[j][1] = r.b;
+        const ptrdiff_t r = rowIn<Clamp>(s.row + j, src.h);
+        const Row16 r16 = lumaRow<Wide>(src.y + r * src.yPitch, s.base, lo, hi, s.lg);
+        h[j][0] = r16.a;
+        h[j][1] = r16.b;
     }
 }
 
@@ -323,15 +363,20 @@ struct ChromaSet {
     __m128i rr, fy;  // per chroma pixel (16-bit lanes)
 };
 
-inline ChromaSet chromaSet(const LinearVectors &v, int32_t x0, int32_t y0, int32_t low, int32_t spread) {
+template <bool Clamp>
+inline ChromaSet chromaSet(const LinearVectors &v, int32_t x0, int32_t y0, int32_t low, int32_t spread, int32_t cw) {
     ChromaSet c;
     const int32_t odd = 16 * ((y0 >> 15) & 1);
     c.spread = spread;
-    const __m128i cx = _mm_srli_epi16(
-        _mm_add_epi16(rel16(v.cxh, v.cxl, x0), _mm_set1_epi16(static_cast<int16_t>(16 * ((x0 >> 15) & 1)))), 1);
+    EdgeClamp e{};
+    if constexpr (Clamp) e = edgeClamp(x0 >> 16, cw);
+    const __m128i cx = clampPositions<Clamp>(
+        _mm_srli_epi16(
+            _mm_add_epi16(rel16(v.cxh, v.cxl, x0), _mm_set1_epi16(static_cast<int16_t>(16 * ((x0 >> 15) & 1)))), 1),
+        e);
     c.idx = _mm_packus_epi16(_mm_srli_epi16(cx, 4), _mm_setzero_si128());
     c.f = _mm_packus_epi16(_mm_and_si128(cx, _mm_set1_epi16(15)), _mm_setzero_si128());
-    c.base = x0 >> 16;
+    c.base = windowBase<Clamp>(x0 >> 16, e);
     const __m128i cy =
         _mm_srai_epi16(_mm_add_epi16(rel16(v.cyh, v.cyl, y0), _mm_set1_epi16(static_cast<int16_t>(odd))), 1);
     c.row = (y0 >> 16) + low;
@@ -340,7 +385,7 @@ inline ChromaSet chromaSet(const LinearVectors &v, int32_t x0, int32_t y0, int32
     return c;
 }
 
-template <bool Wide, bool Round, bool Planar>
+template <bool Wide, bool Round, bool Planar, bool Clamp>
 int32_t linearSpan(const SpanArgs &a, const LinearPlan &p) {
     const SrcPlanes &s = *a.src;
     const LinearVectors v = linearVectors(p);
@@ -351,31 +396,31 @@ int32_t linearSpan(const SpanArgs &a, const LinearPlan &p) {
         uint8_t *d0 = q.d0, *d1 = q.d1;
         if (p.shared) {
             // Row y+1 reads the rows below with the same weights.
-            const RowSet r0 = rowSet<Wide>(v, x0, y0, low0, spread0);
-            rowSums<Wide>(s, r0, d0 != nullptr ? 0 : 1, r0.spread + (d1 != nullptr ? 2 : 1), p.lumaLo, p.lumaHi, h);
+            const RowSet r0 = rowSet<Wide, Clamp>(v, x0, y0, low0, spread0, s.w);
+            rowSums<Wide, Clamp>(s, r0, d0 != nullptr ? 0 : 1, r0.spread + (d1 != nullptr ? 2 : 1), p.lumaLo, p.lumaHi, h);
             if (d0 != nullptr) lumaStore<Round>(d0, h, r0, 0);
             if (d1 != nullptr) lumaStore<Round>(d1, h, r0, 1);
         } else {
             if (d0 != nullptr) {
-                const RowSet r0 = rowSet<Wide>(v, x0, y0, low0, spread0);
-                rowSums<Wide>(s, r0, 0, r0.spread + 1, p.lumaLo, p.lumaHi, h);
+                const RowSet r0 = rowSet<Wide, Clamp>(v, x0, y0, low0, spread0, s.w);
+                rowSums<Wide, Clamp>(s, r0, 0, r0.spread + 1, p.lumaLo, p.lumaHi, h);
                 lumaStore<Round>(d0, h, r0, 0);
             }
             if (q.own1) {
-                const RowSet r1 = rowSet<Wide>(v, x1, y1, low1, spread1);
-                rowSums<Wide>(s, r1, 0, r1.spread + 1, p.lumaLo, p.lumaHi, h);
+                const RowSet r1 = rowSet<Wide, Clamp>(v, x1, y1, low1, spread1, s.w);
+                rowSums<Wide, Clamp>(s, r1, 0, r1.spread + 1, p.lumaLo, p.lumaHi, h);
                 lumaStore<Round>(d1, h, r1, 0);
             }
         }
         if (!p.chroma) return;
-        const ChromaSet c = chromaSet(v, x0, y0, q.clow, q.cspread);
+        const ChromaSet c = chromaSet<Clamp>(v, x0, y0, q.clow, q.cspread, s.cw);
         const ptrdiff_t co = (a.dx + k + p.par) >> 1;
         if constexpr (Planar) {
             const __m128i m = _mm_unpacklo_epi8(c.idx, _mm_add_epi8(c.idx, _mm_set1_epi8(1)));
             const __m128i w = _mm_unpacklo_epi8(_mm_sub_epi8(_mm_set1_epi8(16), c.f), c.f);
             __m128i u[kMaxRowSpread + 2], vv[kMaxRowSpread + 2];
             for (int32_t j = 0; j <= c.spread + 1; ++j) {
-                const ptrdiff_t rj = c.row + j;
+                const ptrdiff_t rj = rowIn<Clamp>(c.row + j, s.ch);
                 u[j] = _mm_maddubs_epi16(
                     _mm_shuffle_epi8(window(s.c0 + rj * s.c0Pitch, c.base, p.chromaLo, p.chromaHi), m), w);
                 vv[j] = _mm_maddubs_epi16(
@@ -397,7 +442,8 @@ int32_t linearSpan(const SpanArgs &a, const LinearPlan &p) {
             __m128i lo[kMaxRowSpread + 2], hi[kMaxRowSpread + 2];
             for (int32_t j = 0; j <= c.spread + 1; ++j) {
                 const Window2 win =
-                    window2(s.c0 + static_cast<ptrdiff_t>(c.row + j) * s.c0Pitch, 2 * c.base, p.chromaLo, p.chromaHi);
+                    window2(s.c0 + static_cast<ptrdiff_t>(rowIn<Clamp>(c.row + j, s.ch)) * s.c0Pitch, 2 * c.base,
+                            p.chromaLo, p.chromaHi);
                 lo[j] = _mm_maddubs_epi16(gather(win, m0), w0);
                 hi[j] = _mm_maddubs_epi16(gather(win, m1), w1);
             }
@@ -410,39 +456,39 @@ int32_t linearSpan(const SpanArgs &a, const LinearPlan &p) {
     });
 }
 
-template <bool Round, bool Planar>
+template <bool Round, bool Planar, bool Clamp>
 int32_t linearLeaf(const SpanArgs &a) {
     LinearPlan p;
-    if (!planLinear(a, Planar ? 1 : 2, Planar ? 15 : 31, &p)) return 0;
-    return p.wideLuma ? linearSpan<true, Round, Planar>(a, p) : linearSpan<false, Round, Planar>(a, p);
+    if (!planLinear<Clamp>(a, Planar ? 1 : 2, Planar ? 15 : 31, &p)) return 0;
+    return p.wideLuma ? linearSpan<true, Round, Planar, Clamp>(a, p) : linearSpan<false, Round, Planar, Clamp>(a, p);
 }
 
-int32_t leafNoRotSemiplanar(const SpanArgs &a) {
+template <bool Planar, bool Clamp>
+int32_t noRotLeaf(const SpanArgs &a) {
     NoRotPlan p;
-    if (!planNoRot(a, 2, 31, &p)) return 0;
-    return p.wideLuma ? noRotSemiplanar<true>(a, p) : noRotSemiplanar<false>(a, p);
+    if (!planNoRot<Clamp>(a, Planar ? 1 : 2, Planar ? 15 : 31, &p)) return 0;
+    if constexpr (Planar) {
+        return p.wideLuma ? noRotPlanar<true, Clamp>(a, p) : noRotPlanar<false, Clamp>(a, p);
+    } else {
+        return p.wideLuma ? noRotSemiplanar<true, Clamp>(a, p) : noRotSemiplanar<false, Clamp>(a, p);
+    }
 }
 
-int32_t leafNoRotPlanar(const SpanArgs &a) {
-    NoRotPlan p;
-    if (!planNoRot(a, 1, 15, &p)) return 0;
-    return p.wideLuma ? noRotPlanar<true>(a, p) : noRotPlanar<false>(a, p);
+// The leaves of one family, unchecked or clamped.
+template <bool Planar, bool Clamp>
+void fillFamily(SpanLeaf *slots) {
+    slots[kSpanGeneral] = linearLeaf<false, Planar, Clamp>;
+    slots[kSpanParallel] = linearLeaf<true, Planar, Clamp>;
+    slots[kSpanNoRot] = noRotLeaf<Planar, Clamp>;
 }
-
-int32_t leafGeneralSemiplanar(const SpanArgs &a) { return linearLeaf<false, false>(a); }
-int32_t leafGeneralPlanar(const SpanArgs &a) { return linearLeaf<false, true>(a); }
-int32_t leafParallelSemiplanar(const SpanArgs &a) { return linearLeaf<true, false>(a); }
-int32_t leafParallelPlanar(const SpanArgs &a) { return linearLeaf<true, true>(a); }
 
 }  // namespace
 
 void initDrawSpansSsse3(DrawSpanTable *t) {
-    t->leaf[kSpanSemiplanar][kSpanGeneral] = leafGeneralSemiplanar;
-    t->leaf[kSpanSemiplanar][kSpanParallel] = leafParallelSemiplanar;
-    t->leaf[kSpanSemiplanar][kSpanNoRot] = leafNoRotSemiplanar;
-    t->leaf[kSpanPlanar][kSpanGeneral] = leafGeneralPlanar;
-    t->leaf[kSpanPlanar][kSpanParallel] = leafParallelPlanar;
-    t->leaf[kSpanPlanar][kSpanNoRot] = leafNoRotPlanar;
+    fillFamily<false, false>(t->leaf[kSpanSemiplanar]);
+    fillFamily<true, false>(t->leaf[kSpanPlanar]);
+    fillFamily<false, true>(t->clamped[kSpanSemiplanar]);
+    fillFamily<true, true>(t->clamped[kSpanPlanar]);
 }
 
 }  // namespace pvx_draw
