@@ -306,6 +306,13 @@ inline int32_t forEachLinearGroup(const SpanArgs &a, const LinearPlan &p, Draw &
 // group loop hands 16 of them (and those of row y+1 when it has taps of its
 // own) to the instruction set's arithmetic, `Arith::drawGroup<Round>(d0,
 // d1, t0, t1, pitch)`.
+//
+// Clamped spans: a tap pair whose column leaves [0, w - 2] collapses onto
+// one edge column in the reference, (16 - f) * p + f * p = 16 * p; the same
+// sum comes from the pair inside the image that ends or starts there,
+// weighted (0, 16) or (16, 0). Rows alike, (0, 16) or (16, 0) on the last
+// or first two rows. So every tap lies in the image with its pair, and row
+// y+1 always takes taps of its own (its rows collapse differently).
 
 // One pixel's taps: its top-left tap in the source, weights, and whether 8
 // bytes may be loaded there.
@@ -318,28 +325,51 @@ struct Tap {
 // Column just past the taps of a row whose pixels sit at x and x + (n-1)*ux.
 inline int64_t lastTapColumn(int64_t x, int64_t last) { return ((x > x + last ? x : x + last) >> 15) + 1; }
 
-// Taps of 16 pixels at (px, py) + i * (ux, uy).
-inline void linearTaps(const SpanArgs &a, int32_t px, int32_t py, int64_t hi, Tap *t) {
-    const SrcPlanes &s = *a.src;
-    for (int i = 0; i < 16; ++i, px = laneAdd(px, a.ux), py = laneAdd(py, a.uy)) {
-        const int32_t x = px >> 15;
-        t[i] = Tap{s.y + static_cast<ptrdiff_t>(py >> 15) * s.yPitch + static_cast<ptrdiff_t>(x) * 3, (px >> 11) & 15,
-                   (py >> 11) & 15, x + 2 <= hi};
+// A pair's first tap index and weight (x, f) moved into [0, size - 2] with
+// the same clamped sum.
+inline void pairIn(int32_t size, int32_t *x, int32_t *f) {
+    if (*x < 0) {
+        *x = 0;
+        *f = 0;
+    } else if (*x > size - 2) {
+        *x = size - 2;
+        *f = 16;
     }
 }
 
-template <class Arith, int K>
+// The tap of a pixel at column x, row r with weights fx, fy.
+template <bool Clamp>
+inline Tap tapAt(const SrcPlanes &s, int32_t x, int32_t r, int32_t fx, int32_t fy, int64_t hi) {
+    if constexpr (Clamp) {
+        pairIn(s.w, &x, &fx);
+        pairIn(s.h, &r, &fy);
+    }
+    return Tap{s.y + static_cast<ptrdiff_t>(r) * s.yPitch + static_cast<ptrdiff_t>(x) * 3, fx, fy, x + 2 <= hi};
+}
+
+// Taps of 16 pixels at (px, py) + i * (ux, uy).
+template <bool Clamp>
+inline void linearTaps(const SpanArgs &a, int32_t px, int32_t py, int64_t hi, Tap *t) {
+    const SrcPlanes &s = *a.src;
+    for (int i = 0; i < 16; ++i, px = laneAdd(px, a.ux), py = laneAdd(py, a.uy))
+        t[i] = tapAt<Clamp>(s, px >> 15, py >> 15, (px >> 11) & 15, (py >> 11) & 15, hi);
+}
+
+template <class Arith, int K, bool Clamp = false>
 int32_t rgbGroups(const SpanArgs &a) {
     constexpr bool kRound = K != kSpanGeneral;
     const int32_t groups = a.n >> 4;
     if (groups == 0) return 0;
     const SrcPlanes &s = *a.src;
+    if (Clamp && (s.w < 2 || s.h < 2)) return 0;
     // Row y+1 reads the rows below row y's taps unless it has its own.
-    const bool own1 = K != kSpanNoRot && a.dy1 != nullptr && !(a.hx == 0 && a.hy == 32768);
+    const bool own1 = a.dy1 != nullptr && (Clamp || (K != kSpanNoRot && !(a.hx == 0 && a.hy == 32768)));
     // An 8-byte load at column x reads to byte 3x + 7: inside the taps
-    // while x + 2 is still a tap column.
+    // while x + 2 is still a tap column (clamped: an image column).
     int64_t hi = INT64_MIN;
-    if constexpr (K == kSpanNoRot) {
+    if constexpr (Clamp) {
+        hi = s.w - 1;
+    } else if constexpr (K == kSpanNoRot) {
         const int32_t p0 = noRotP16(a, 0) >> 4, p1 = noRotP16(a, a.n - 1) >> 4;
         hi = (p0 > p1 ? p0 : p1) + 1;
     } else {
@@ -355,17 +385,16 @@ int32_t rgbGroups(const SpanArgs &a) {
         const int32_t k = 16 * g;
         if constexpr (K == kSpanNoRot) {
             const int32_t group = laneAdd(a.sx, laneMul(k, a.ux)) >> 11;
-            const int32_t fy = (a.sy >> 11) & 15;
-            const uint8_t *base = s.y + static_cast<ptrdiff_t>(a.sy >> 15) * s.yPitch;
+            const int32_t fy = (a.sy >> 11) & 15, r = a.sy >> 15;
             for (int i = 0; i < 16; ++i) {
                 const int32_t p16 = laneAdd(group, a.off16[i]);
-                const int32_t x = p16 >> 4;
-                t0[i] = Tap{base + static_cast<ptrdiff_t>(x) * 3, p16 & 15, fy, x + 2 <= hi};
+                t0[i] = tapAt<Clamp>(s, p16 >> 4, r, p16 & 15, fy, hi);
+                if (own1) t1[i] = tapAt<Clamp>(s, p16 >> 4, r + 1, p16 & 15, fy, hi);
             }
         } else {
             const int32_t px = laneAdd(a.sx, laneMul(k, a.ux)), py = laneAdd(a.sy, laneMul(k, a.uy));
-            linearTaps(a, px, py, hi, t0);
-            if (own1) linearTaps(a, laneAdd(px, a.hx), laneAdd(py, a.hy), hi, t1);
+            linearTaps<Clamp>(a, px, py, hi, t0);
+            if (own1) linearTaps<Clamp>(a, laneAdd(px, a.hx), laneAdd(py, a.hy), hi, t1);
         }
         const ptrdiff_t o = static_cast<ptrdiff_t>(a.dx + k) * 3;
         uint8_t *d0 = a.dy0 != nullptr ? a.dy0 + o : nullptr, *d1 = a.dy1 != nullptr ? a.dy1 + o : nullptr;

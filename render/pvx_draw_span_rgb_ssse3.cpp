@@ -86,6 +86,9 @@ void initDrawSpansRgbSsse3(DrawSpanTable *t) {
     t->leaf[kSpanRgb][kSpanGeneral] = rgbGroups<RgbSsse3, kSpanGeneral>;
     t->leaf[kSpanRgb][kSpanParallel] = rgbGroups<RgbSsse3, kSpanParallel>;
     t->leaf[kSpanRgb][kSpanNoRot] = rgbGroups<RgbSsse3, kSpanNoRot>;
+    t->clamped[kSpanRgb][kSpanGeneral] = rgbGroups<RgbSsse3, kSpanGeneral, true>;
+    t->clamped[kSpanRgb][kSpanParallel] = rgbGroups<RgbSsse3, kSpanParallel, true>;
+    t->clamped[kSpanRgb][kSpanNoRot] = rgbGroups<RgbSsse3, kSpanNoRot, true>;
 }
 
 }  // namespace pvx_draw
