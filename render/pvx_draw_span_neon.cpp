@@ -7,6 +7,11 @@
 // blended vertically in 16-bit lanes and narrowed by a rounding shift by 8.
 #if defined(__ARM_NEON)
 
+// g++ 12 cannot follow that the per-row sums picked for a lane (rows 0 ..
+// spread + 1) are exactly the rows the loops before fill.
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
 #include <arm_neon.h>
 
 #include "render/pvx_draw_span_plan.h"
@@ -55,6 +60,24 @@ inline uint16x8_t taps(const uint8x8x4_t &t, uint8x8_t i0, uint8x8_t i1, uint8x8
     return vmlal_u8(vmull_u8(vtbl4_u8(t, i0), g), vtbl4_u8(t, i1), f);
 }
 
+// Clamped spans: 1/16 positions relative to 16 * base limited to the image
+// and moved to 16 * e.clampedBase (see EdgeClamp).
+template <bool Clamp>
+inline uint16x8_t clampPositions(uint16x8_t t, const EdgeClamp &e) {
+    if constexpr (!Clamp) {
+        (void)e;
+        return t;
+    } else {
+        const int16x8_t v = vaddq_s16(vreinterpretq_s16_u16(t), vdupq_n_s16(e.shift));
+        return vreinterpretq_u16_s16(vminq_s16(vmaxq_s16(v, vdupq_n_s16(e.lo)), vdupq_n_s16(e.hi)));
+    }
+}
+// The window column of a group whose positions are relative to `base`.
+template <bool Clamp>
+inline int32_t windowBase(int32_t base, const EdgeClamp &e) {
+    return Clamp ? e.clampedBase : base;
+}
+
 // ((16 - fy) * h0 + fy * h1 + 128) >> 8; at most 65408, so 16 bits hold it.
 inline uint8x8_t vertical(uint16x8_t h0, uint16x8_t h1, uint16x8_t wy0, uint16x8_t wy1) {
     return vrshrn_n_u16(vmlaq_u16(vmulq_u16(h0, wy0), h1, wy1), 8);
@@ -77,9 +100,10 @@ inline LumaGroup lumaGroupAt(uint16x8_t tLo, uint16x8_t tHi) {
     }
     return lg;
 }
-inline LumaGroup lumaGroup(uint16x8_t offLo, uint16x8_t offHi, int32_t gf) {
+template <bool Clamp>
+inline LumaGroup lumaGroup(uint16x8_t offLo, uint16x8_t offHi, int32_t gf, const EdgeClamp &e) {
     const uint16x8_t v = vdupq_n_u16(static_cast<uint16_t>(gf));
-    return lumaGroupAt(vaddq_u16(offLo, v), vaddq_u16(offHi, v));
+    return lumaGroupAt(clampPositions<Clamp>(vaddq_u16(offLo, v), e), clampPositions<Clamp>(vaddq_u16(offHi, v), e));
 }
 
 struct Row16 {
@@ -104,15 +128,15 @@ inline void lumaGroupRows(const SpanArgs &a, const NoRotPlan &p, const LumaGroup
     const SrcPlanes &s = *a.src;
     const uint16x8_t wy0 = vdupq_n_u16(static_cast<uint16_t>(16 - p.fy)),
                      wy1 = vdupq_n_u16(static_cast<uint16_t>(p.fy));
-    const uint8_t *r1 = s.y + static_cast<ptrdiff_t>(p.r + 1) * s.yPitch;
-    const Row16 h1 = lumaRow<Wide>(r1, base, p.lumaLo, p.lumaHi, lg);
+    const auto row = [&](int32_t j) { return s.y + static_cast<ptrdiff_t>(p.rows[j]) * s.yPitch; };
+    const Row16 h1 = lumaRow<Wide>(row(1), base, p.lumaLo, p.lumaHi, lg);
     if (a.dy0 != nullptr) {
-        const Row16 h0 = lumaRow<Wide>(r1 - s.yPitch, base, p.lumaLo, p.lumaHi, lg);
+        const Row16 h0 = lumaRow<Wide>(row(0), base, p.lumaLo, p.lumaHi, lg);
         vst1q_u8(a.dy0 + a.dx + k,
                  vcombine_u8(vertical(h0.h[0], h1.h[0], wy0, wy1), vertical(h0.h[1], h1.h[1], wy0, wy1)));
     }
     if (a.dy1 != nullptr) {
-        const Row16 h2 = lumaRow<Wide>(r1 + s.yPitch, base, p.lumaLo, p.lumaHi, lg);
+        const Row16 h2 = lumaRow<Wide>(row(2), base, p.lumaLo, p.lumaHi, lg);
         vst1q_u8(a.dy1 + a.dx + k,
                  vcombine_u8(vertical(h1.h[0], h2.h[0], wy0, wy1), vertical(h1.h[1], h2.h[1], wy0, wy1)));
     }
@@ -132,32 +156,38 @@ inline Offsets offsets(const SpanArgs &a, int32_t par) {
     return r;
 }
 
-// Chroma sample indices (from G >> 5) and weights of a group's 8 chroma
-// pixels: ((G & 31) + offset) >> 1 in 1/16 chroma sample.
-inline void chromaTaps(uint16x8_t offC, int32_t g31, uint8x8_t *idx, uint8x8_t *f) {
-    const uint16x8_t rc = vshrq_n_u16(vaddq_u16(offC, vdupq_n_u16(static_cast<uint16_t>(g31))), 1);
+// Chroma sample indices (from G >> 5, clamped: from e.clampedBase) and
+// weights of a group's 8 chroma pixels: ((G & 31) + offset) >> 1 in 1/16
+// chroma sample.
+template <bool Clamp>
+inline void chromaTaps(uint16x8_t offC, int32_t g31, const EdgeClamp &e, uint8x8_t *idx, uint8x8_t *f) {
+    const uint16x8_t rc =
+        clampPositions<Clamp>(vshrq_n_u16(vaddq_u16(offC, vdupq_n_u16(static_cast<uint16_t>(g31))), 1), e);
     *idx = vmovn_u16(vshrq_n_u16(rc, 4));
     *f = vmovn_u16(vandq_u16(rc, vdupq_n_u16(15)));
 }
 
-template <bool Wide>
+template <bool Wide, bool Clamp>
 int32_t noRotSemiplanar(const SpanArgs &a, const NoRotPlan &p) {
     const SrcPlanes &s = *a.src;
     const Offsets o = offsets(a, p.par);
     const uint16x8_t cwy0 = vdupq_n_u16(static_cast<uint16_t>(16 - p.cfy)),
                      cwy1 = vdupq_n_u16(static_cast<uint16_t>(p.cfy));
-    const uint8_t *c0 = s.c0 + static_cast<ptrdiff_t>(p.cr) * s.c0Pitch;
-    const uint8_t *c1 = c0 + s.c0Pitch;
+    const uint8_t *c0 = s.c0 + static_cast<ptrdiff_t>(p.crows[0]) * s.c0Pitch;
+    const uint8_t *c1 = s.c0 + static_cast<ptrdiff_t>(p.crows[1]) * s.c0Pitch;
     const uint8x8_t alternate = vreinterpret_u8_u16(vdup_n_u16(0x0100));  // 0, 1, 0, 1, ...
     return forEachNoRotGroup(a, p, [&](int32_t k, int32_t G) {
-        lumaGroupRows<Wide>(a, p, lumaGroup(o.lo, o.hi, G & 15), G >> 4, k);
+        EdgeClamp e{}, ec{};
+        if constexpr (Clamp) e = edgeClamp(G >> 4, s.w);
+        lumaGroupRows<Wide>(a, p, lumaGroup<Clamp>(o.lo, o.hi, G & 15, e), windowBase<Clamp>(G >> 4, e), k);
         if (!p.chroma) return;
         // Output byte b is channel b & 1 of chroma pixel b >> 1: taps at
         // bytes 2 * idx + (b & 1) and two bytes further.
+        if constexpr (Clamp) ec = edgeClamp(G >> 5, s.cw);
         uint8x8_t idx, f;
-        chromaTaps(o.chroma, G & 31, &idx, &f);
+        chromaTaps<Clamp>(o.chroma, G & 31, ec, &idx, &f);
         const uint8x8x2_t i2 = vzip_u8(idx, idx), f2 = vzip_u8(f, f);
-        const int32_t base = 2 * (G >> 5);
+        const int32_t base = 2 * windowBase<Clamp>(G >> 5, ec);
         const uint8x8x4_t t0 = table32(c0, base, p.chromaLo, p.chromaHi),
                           t1 = table32(c1, base, p.chromaLo, p.chromaHi);
         uint8x8_t out[2];
@@ -170,21 +200,26 @@ int32_t noRotSemiplanar(const SpanArgs &a, const NoRotPlan &p) {
     });
 }
 
-template <bool Wide>
+template <bool Wide, bool Clamp>
 int32_t noRotPlanar(const SpanArgs &a, const NoRotPlan &p) {
     const SrcPlanes &s = *a.src;
     const Offsets o = offsets(a, p.par);
     const uint16x8_t cwy0 = vdupq_n_u16(static_cast<uint16_t>(16 - p.cfy)),
                      cwy1 = vdupq_n_u16(static_cast<uint16_t>(p.cfy));
-    const uint8_t *u0 = s.c0 + static_cast<ptrdiff_t>(p.cr) * s.c0Pitch, *u1 = u0 + s.c0Pitch;
-    const uint8_t *v0 = s.c1 + static_cast<ptrdiff_t>(p.cr) * s.c1Pitch, *v1 = v0 + s.c1Pitch;
+    const uint8_t *u0 = s.c0 + static_cast<ptrdiff_t>(p.crows[0]) * s.c0Pitch,
+                  *u1 = s.c0 + static_cast<ptrdiff_t>(p.crows[1]) * s.c0Pitch;
+    const uint8_t *v0 = s.c1 + static_cast<ptrdiff_t>(p.crows[0]) * s.c1Pitch,
+                  *v1 = s.c1 + static_cast<ptrdiff_t>(p.crows[1]) * s.c1Pitch;
     return forEachNoRotGroup(a, p, [&](int32_t k, int32_t G) {
-        lumaGroupRows<Wide>(a, p, lumaGroup(o.lo, o.hi, G & 15), G >> 4, k);
+        EdgeClamp e{}, ec{};
+        if constexpr (Clamp) e = edgeClamp(G >> 4, s.w);
+        lumaGroupRows<Wide>(a, p, lumaGroup<Clamp>(o.lo, o.hi, G & 15, e), windowBase<Clamp>(G >> 4, e), k);
         if (!p.chroma) return;
+        if constexpr (Clamp) ec = edgeClamp(G >> 5, s.cw);
         uint8x8_t idx, f;
-        chromaTaps(o.chroma, G & 31, &idx, &f);
+        chromaTaps<Clamp>(o.chroma, G & 31, ec, &idx, &f);
         const uint8x8_t idx1 = vadd_u8(idx, vdup_n_u8(1)), w = vsub_u8(vdup_n_u8(16), f);
-        const int32_t base = G >> 5;
+        const int32_t base = windowBase<Clamp>(G >> 5, ec);
         const auto blend = [&](const uint8_t *r0, const uint8_t *r1) {
             return vertical(taps(table16(r0, base, p.chromaLo, p.chromaHi), idx, idx1, w, f),
                             taps(table16(r1, base, p.chromaLo, p.chromaHi), idx, idx1, w, f), cwy0, cwy1);
@@ -266,12 +301,15 @@ struct RowSet {
     uint16x8_t fy[2];
 };
 
-inline RowSet rowSet(const LinearVectors &v, int32_t x0, int32_t y0, int32_t low, int32_t spread) {
+template <bool Clamp>
+inline RowSet rowSet(const LinearVectors &v, int32_t x0, int32_t y0, int32_t low, int32_t spread, int32_t w) {
     RowSet s;
     s.spread = spread;
-    s.lg = lumaGroupAt(vreinterpretq_u16_s16(rel16(v.xh[0], v.xl[0], x0)),
-                       vreinterpretq_u16_s16(rel16(v.xh[1], v.xl[1], x0)));
-    s.base = x0 >> 15;
+    EdgeClamp e{};
+    if constexpr (Clamp) e = edgeClamp(x0 >> 15, w);
+    s.lg = lumaGroupAt(clampPositions<Clamp>(vreinterpretq_u16_s16(rel16(v.xh[0], v.xl[0], x0)), e),
+                       clampPositions<Clamp>(vreinterpretq_u16_s16(rel16(v.xh[1], v.xl[1], x0)), e));
+    s.base = windowBase<Clamp>(x0 >> 15, e);
     s.row = (y0 >> 15) + low;
     for (int h = 0; h < 2; ++h) {
         const int16x8_t q = rel16(v.yh[h], v.yl[h], y0);
@@ -281,12 +319,13 @@ inline RowSet rowSet(const LinearVectors &v, int32_t x0, int32_t y0, int32_t low
     return s;
 }
 
-// Horizontal sums of rows s.row + j for j in [j0, j1].
-template <bool Wide>
+// Horizontal sums of rows s.row + j for j in [j0, j1] (clamped: rows limited to the image).
+template <bool Wide, bool Clamp>
 inline void rowSums(const SrcPlanes &src, const RowSet &s, int32_t j0, int32_t j1, int32_t lo, int32_t hi,
                     uint16x8_t (*h)[2]) {
     for (int32_t j = j0; j <= j1; ++j) {
-        const Row16 r = lumaRow<Wide>(src.y + static_cast<ptrdiff_t>(s.row + j) * src.yPitch, s.base, lo, hi, s.lg);
+        const ptrdiff_t row = rowIn<Clamp>(s.row + j, src.h);
+        const Row16 r = lumaRow<Wide>(src.y + row * src.yPitch, s.base, lo, hi, s.lg);
         h[j][0] = r.h[0];
         h[j][1] = r.h[1];
     }
@@ -311,15 +350,20 @@ struct ChromaSet {
     uint16x8_t fy;
 };
 
-inline ChromaSet chromaSet(const LinearVectors &v, int32_t x0, int32_t y0, int32_t low, int32_t spread) {
+template <bool Clamp>
+inline ChromaSet chromaSet(const LinearVectors &v, int32_t x0, int32_t y0, int32_t low, int32_t spread, int32_t cw) {
     ChromaSet c;
     const int32_t odd = 16 * ((y0 >> 15) & 1);
     c.spread = spread;
-    const int16x8_t cx =
-        vshrq_n_s16(vaddq_s16(rel16(v.cxh, v.cxl, x0), vdupq_n_s16(static_cast<int16_t>(16 * ((x0 >> 15) & 1)))), 1);
+    EdgeClamp e{};
+    if constexpr (Clamp) e = edgeClamp(x0 >> 16, cw);
+    const int16x8_t cx = vreinterpretq_s16_u16(clampPositions<Clamp>(
+        vreinterpretq_u16_s16(vshrq_n_s16(
+            vaddq_s16(rel16(v.cxh, v.cxl, x0), vdupq_n_s16(static_cast<int16_t>(16 * ((x0 >> 15) & 1)))), 1)),
+        e));
     c.idx = vmovn_u16(vreinterpretq_u16_s16(vshrq_n_s16(cx, 4)));
     c.f = vmovn_u16(vandq_u16(vreinterpretq_u16_s16(cx), vdupq_n_u16(15)));
-    c.base = x0 >> 16;
+    c.base = windowBase<Clamp>(x0 >> 16, e);
     const int16x8_t cy = vshrq_n_s16(vaddq_s16(rel16(v.cyh, v.cyl, y0), vdupq_n_s16(static_cast<int16_t>(odd))), 1);
     c.row = (y0 >> 16) + low;
     c.rr = vsubq_s16(vshrq_n_s16(cy, 4), vdupq_n_s16(static_cast<int16_t>(low)));
@@ -327,7 +371,7 @@ inline ChromaSet chromaSet(const LinearVectors &v, int32_t x0, int32_t y0, int32
     return c;
 }
 
-template <bool Wide, bool Round, bool Planar>
+template <bool Wide, bool Round, bool Planar, bool Clamp>
 int32_t linearSpan(const SpanArgs &a, const LinearPlan &p) {
     const SrcPlanes &s = *a.src;
     const LinearVectors v = linearVectors(p);
@@ -338,30 +382,30 @@ int32_t linearSpan(const SpanArgs &a, const LinearPlan &p) {
         uint8_t *d0 = q.d0, *d1 = q.d1;
         if (p.shared) {
             // Row y+1 reads the rows below with the same weights.
-            const RowSet r0 = rowSet(v, x0, y0, low0, spread0);
-            rowSums<Wide>(s, r0, d0 != nullptr ? 0 : 1, r0.spread + (d1 != nullptr ? 2 : 1), p.lumaLo, p.lumaHi, h);
+            const RowSet r0 = rowSet<Clamp>(v, x0, y0, low0, spread0, s.w);
+            rowSums<Wide, Clamp>(s, r0, d0 != nullptr ? 0 : 1, r0.spread + (d1 != nullptr ? 2 : 1), p.lumaLo, p.lumaHi, h);
             if (d0 != nullptr) lumaStore<Round>(d0, h, r0, 0);
             if (d1 != nullptr) lumaStore<Round>(d1, h, r0, 1);
         } else {
             if (d0 != nullptr) {
-                const RowSet r0 = rowSet(v, x0, y0, low0, spread0);
-                rowSums<Wide>(s, r0, 0, r0.spread + 1, p.lumaLo, p.lumaHi, h);
+                const RowSet r0 = rowSet<Clamp>(v, x0, y0, low0, spread0, s.w);
+                rowSums<Wide, Clamp>(s, r0, 0, r0.spread + 1, p.lumaLo, p.lumaHi, h);
                 lumaStore<Round>(d0, h, r0, 0);
             }
             if (q.own1) {
-                const RowSet r1 = rowSet(v, x1, y1, low1, spread1);
-                rowSums<Wide>(s, r1, 0, r1.spread + 1, p.lumaLo, p.lumaHi, h);
+                const RowSet r1 = rowSet<Clamp>(v, x1, y1, low1, spread1, s.w);
+                rowSums<Wide, Clamp>(s, r1, 0, r1.spread + 1, p.lumaLo, p.lumaHi, h);
                 lumaStore<Round>(d1, h, r1, 0);
             }
         }
         if (!p.chroma) return;
-        const ChromaSet c = chromaSet(v, x0, y0, q.clow, q.cspread);
+        const ChromaSet c = chromaSet<Clamp>(v, x0, y0, q.clow, q.cspread, s.cw);
         const ptrdiff_t co = (a.dx + k + p.par) >> 1;
         if constexpr (Planar) {
             const uint8x8_t idx1 = vadd_u8(c.idx, vdup_n_u8(1)), w = vsub_u8(vdup_n_u8(16), c.f);
             uint16x8_t u[kMaxRowSpread + 2], vv[kMaxRowSpread + 2];
             for (int32_t j = 0; j <= c.spread + 1; ++j) {
-                const ptrdiff_t rj = c.row + j;
+                const ptrdiff_t rj = rowIn<Clamp>(c.row + j, s.ch);
                 u[j] = taps(table16(s.c0 + rj * s.c0Pitch, c.base, p.chromaLo, p.chromaHi), c.idx, idx1, w, c.f);
                 vv[j] = taps(table16(s.c1 + rj * s.c1Pitch, c.base, p.chromaLo, p.chromaHi), c.idx, idx1, w, c.f);
             }
@@ -380,7 +424,8 @@ int32_t linearSpan(const SpanArgs &a, const LinearPlan &p) {
             uint16x8_t hc[2][kMaxRowSpread + 2];
             for (int32_t j = 0; j <= c.spread + 1; ++j) {
                 const uint8x8x4_t t =
-                    table32(s.c0 + static_cast<ptrdiff_t>(c.row + j) * s.c0Pitch, 2 * c.base, p.chromaLo, p.chromaHi);
+                    table32(s.c0 + static_cast<ptrdiff_t>(rowIn<Clamp>(c.row + j, s.ch)) * s.c0Pitch, 2 * c.base,
+                            p.chromaLo, p.chromaHi);
                 for (int half = 0; half < 2; ++half) hc[half][j] = taps(t, b0[half], b1[half], wg[half], f2.val[half]);
             }
             const int16x8x2_t rr = vzipq_s16(c.rr, c.rr);
@@ -394,39 +439,39 @@ int32_t linearSpan(const SpanArgs &a, const LinearPlan &p) {
     });
 }
 
-template <bool Round, bool Planar>
+template <bool Round, bool Planar, bool Clamp>
 int32_t linearLeaf(const SpanArgs &a) {
     LinearPlan p;
-    if (!planLinear(a, Planar ? 1 : 2, Planar ? 15 : 31, &p)) return 0;
-    return p.wideLuma ? linearSpan<true, Round, Planar>(a, p) : linearSpan<false, Round, Planar>(a, p);
+    if (!planLinear<Clamp>(a, Planar ? 1 : 2, Planar ? 15 : 31, &p)) return 0;
+    return p.wideLuma ? linearSpan<true, Round, Planar, Clamp>(a, p) : linearSpan<false, Round, Planar, Clamp>(a, p);
 }
 
-int32_t leafNoRotSemiplanarNeon(const SpanArgs &a) {
+template <bool Planar, bool Clamp>
+int32_t noRotLeaf(const SpanArgs &a) {
     NoRotPlan p;
-    if (!planNoRot(a, 2, 31, &p)) return 0;
-    return p.wideLuma ? noRotSemiplanar<true>(a, p) : noRotSemiplanar<false>(a, p);
+    if (!planNoRot<Clamp>(a, Planar ? 1 : 2, Planar ? 15 : 31, &p)) return 0;
+    if constexpr (Planar) {
+        return p.wideLuma ? noRotPlanar<true, Clamp>(a, p) : noRotPlanar<false, Clamp>(a, p);
+    } else {
+        return p.wideLuma ? noRotSemiplanar<true, Clamp>(a, p) : noRotSemiplanar<false, Clamp>(a, p);
+    }
 }
 
-int32_t leafNoRotPlanarNeon(const SpanArgs &a) {
-    NoRotPlan p;
-    if (!planNoRot(a, 1, 15, &p)) return 0;
-    return p.wideLuma ? noRotPlanar<true>(a, p) : noRotPlanar<false>(a, p);
+// The leaves of one family, unchecked or clamped.
+template <bool Planar, bool Clamp>
+void fillFamily(SpanLeaf *slots) {
+    slots[kSpanGeneral] = linearLeaf<false, Planar, Clamp>;
+    slots[kSpanParallel] = linearLeaf<true, Planar, Clamp>;
+    slots[kSpanNoRot] = noRotLeaf<Planar, Clamp>;
 }
-
-int32_t leafGeneralSemiplanarNeon(const SpanArgs &a) { return linearLeaf<false, false>(a); }
-int32_t leafGeneralPlanarNeon(const SpanArgs &a) { return linearLeaf<false, true>(a); }
-int32_t leafParallelSemiplanarNeon(const SpanArgs &a) { return linearLeaf<true, false>(a); }
-int32_t leafParallelPlanarNeon(const SpanArgs &a) { return linearLeaf<true, true>(a); }
 
 }  // namespace
 
 void initDrawSpansNeon(DrawSpanTable *t) {
-    t->leaf[kSpanSemiplanar][kSpanGeneral] = leafGeneralSemiplanarNeon;
-    t->leaf[kSpanSemiplanar][kSpanParallel] = leafParallelSemiplanarNeon;
-    t->leaf[kSpanSemiplanar][kSpanNoRot] = leafNoRotSemiplanarNeon;
-    t->leaf[kSpanPlanar][kSpanGeneral] = leafGeneralPlanarNeon;
-    t->leaf[kSpanPlanar][kSpanParallel] = leafParallelPlanarNeon;
-    t->leaf[kSpanPlanar][kSpanNoRot] = leafNoRotPlanarNeon;
+    fillFamily<false, false>(t->leaf[kSpanSemiplanar]);
+    fillFamily<true, false>(t->leaf[kSpanPlanar]);
+    fillFamily<false, true>(t->clamped[kSpanSemiplanar]);
+    fillFamily<true, true>(t->clamped[kSpanPlanar]);
 }
 
 }  // namespace pvx_draw
