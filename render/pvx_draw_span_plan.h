@@ -311,8 +311,8 @@ inline int32_t forEachLinearGroup(const SpanArgs &a, const LinearPlan &p, Draw &
 // one edge column in the reference, (16 - f) * p + f * p = 16 * p; the same
 // sum comes from the pair inside the image that ends or starts there,
 // weighted (0, 16) or (16, 0). Rows alike, (0, 16) or (16, 0) on the last
-// or first two rows. So every tap lies in the image with its pair, and row
-// y+1 always takes taps of its own (its rows collapse differently).
+// or first two rows. So every tap lies in the image with its pair; row y+1
+// takes taps of its own where rows are clamped (they collapse differently).
 
 // One pixel's taps: its top-left tap in the source, weights, and whether 8
 // bytes may be loaded there.
@@ -328,13 +328,9 @@ inline int64_t lastTapColumn(int64_t x, int64_t last) { return ((x > x + last ? 
 // A pair's first tap index and weight (x, f) moved into [0, size - 2] with
 // the same clamped sum.
 inline void pairIn(int32_t size, int32_t *x, int32_t *f) {
-    if (*x < 0) {
-        *x = 0;
-        *f = 0;
-    } else if (*x > size - 2) {
-        *x = size - 2;
-        *f = 16;
-    }
+    const int32_t v = *x, top = size - 2;
+    *f = v < 0 ? 0 : (v > top ? 16 : *f);
+    *x = v < 0 ? 0 : (v > top ? top : v);
 }
 
 // The tap of a pixel at column x, row r with weights fx, fy.
@@ -362,8 +358,15 @@ int32_t rgbGroups(const SpanArgs &a) {
     if (groups == 0) return 0;
     const SrcPlanes &s = *a.src;
     if (Clamp && (s.w < 2 || s.h < 2)) return 0;
-    // Row y+1 reads the rows below row y's taps unless it has its own.
-    const bool own1 = a.dy1 != nullptr && (Clamp || (K != kSpanNoRot && !(a.hx == 0 && a.hy == 32768)));
+    // Row y+1 reads the rows below row y's taps unless it has its own; a
+    // clamped span takes its own unless all rows r .. r + 2 of row y's taps
+    // are in the image.
+    bool rowsInside = true;
+    if constexpr (Clamp) {
+        const int64_t y0 = a.sy, y1 = y0 + static_cast<int64_t>(a.n - 1) * a.uy;
+        rowsInside = runFits(a.sy, a.n - 1, a.uy) && (y0 < y1 ? y0 : y1) >= 0 && ((y0 < y1 ? y1 : y0) >> 15) + 2 <= s.h - 1;
+    }
+    const bool own1 = a.dy1 != nullptr && (!rowsInside || (K != kSpanNoRot && !(a.hx == 0 && a.hy == 32768)));
     // An 8-byte load at column x reads to byte 3x + 7: inside the taps
     // while x + 2 is still a tap column (clamped: an image column).
     int64_t hi = INT64_MIN;
