@@ -394,7 +394,7 @@ int32_t noRotLeaf(const SpanArgs &a) {
     // Keep p16 << 11 within 32 bits.
     if (!Clamp && (noRotP16(a, 0) < 0 || noRotP16(a, a.n - 1) >= (1 << 19))) return 0;
     const int32_t lo16 = -32, hi16 = 16 * a.src->w + 32;
-    const auto lane = [&](int32_t p16) { return (Clamp ? (p16 < lo16 ? lo16 : (p16 > hi16 ? hi16 : p16)) : p16) << 11; };
+    const auto lane = [&](int32_t p16) { return (Clamp ? (p16 < lo16 ? lo16 : (p16 > hi16 ? hi16 : p16)) : p16) * 2048; };
     LinearPlan p;
     p.shared = true;
     p.lumaLo = np.lumaLo;
