@@ -79,10 +79,12 @@ SpanLeaf drawClampedSpanLeaf(SpanFamily family, SpanKind kind);
 
 // Per instruction set: overwrite the slots that set has leaves for.
 void initDrawSpansSsse3(DrawSpanTable *t);
+void initClampedDrawSpansSsse3(DrawSpanTable *t);
 void initDrawSpansRgbSsse3(DrawSpanTable *t);
 void initDrawSpansAvx512Vbmi(DrawSpanTable *t);
 void initDrawSpansRgbAvx512Vbmi(DrawSpanTable *t);
 void initDrawSpansNeon(DrawSpanTable *t);
+void initClampedDrawSpansNeon(DrawSpanTable *t);
 void initDrawSpansRgbNeon(DrawSpanTable *t);
 
 }  // namespace pvx_draw

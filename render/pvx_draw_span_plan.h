@@ -88,12 +88,12 @@ struct NoRotPlan {
     bool wideLuma;               // a group's luma taps reach past 16 bytes (at most 32)
     int32_t lumaLo, lumaHi;      // luma columns the span reads
     int32_t r, fy;               // luma rows r.. and vertical weight
-    int32_t rows[3];             // rows r, r + 1, r + 2 (clamped spans: limited to the image)
+    int32_t rows[3];             // clamped spans: rows r, r + 1, r + 2 limited to the image
     bool chroma;                 // chroma is drawn
     int32_t par;                 // chroma at the group's odd pixels
     int32_t chromaLo, chromaHi;  // chroma bytes (interleaved) or samples (planar) the span reads
     int32_t cr, cfy;             // chroma row and vertical weight
-    int32_t crows[2];            // chroma rows cr, cr + 1 (clamped spans: limited)
+    int32_t crows[2];            // clamped spans: chroma rows cr, cr + 1 limited to the image
 };
 
 // False when the span does not suit the leaf: no whole group, a backward
@@ -118,7 +118,8 @@ inline bool planNoRot(const SpanArgs &a, int32_t pairBytes, int32_t chromaReach,
         p->lumaLo = clampTo(p->lumaLo, 0, s.w - 1);
         p->lumaHi = clampTo(p->lumaHi, 0, s.w - 1);
     }
-    for (int32_t j = 0; j < 3; ++j) p->rows[j] = rowIn<Clamp>(p->r + j, s.h);
+    if (Clamp)
+        for (int32_t j = 0; j < 3; ++j) p->rows[j] = rowIn<Clamp>(p->r + j, s.h);
 
     p->par = a.dx & 1;
     const int32_t kc0 = p->par, kc1 = a.n - 1 - ((a.dx + a.n - 1) & 1);
@@ -126,8 +127,10 @@ inline bool planNoRot(const SpanArgs &a, int32_t pairBytes, int32_t chromaReach,
     p->chromaLo = p->chromaHi = 0;
     p->cr = a.sy >> 16;
     p->cfy = (a.sy >> 12) & 15;
-    p->crows[0] = rowIn<Clamp>(p->cr, s.ch);
-    p->crows[1] = rowIn<Clamp>(p->cr + 1, s.ch);
+    if (Clamp) {
+        p->crows[0] = rowIn<Clamp>(p->cr, s.ch);
+        p->crows[1] = rowIn<Clamp>(p->cr + 1, s.ch);
+    }
     if (p->chroma) {
         // Chroma sample of a pixel: its 1/16 position halved, >> 4. Within a
         // group it lies at most ((31 + last) >> 5) samples from G >> 5.

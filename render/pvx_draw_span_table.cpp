@@ -55,6 +55,7 @@ void fillDrawSpanTable(DrawSpanTable *t, uint32_t cpuFlags) {
 #if defined(__x86_64__) || defined(__i386__)
     if (cpuFlags & PVX_CPU_SSSE3) {
         initDrawSpansSsse3(t);
+        initClampedDrawSpansSsse3(t);
         initDrawSpansRgbSsse3(t);
     }
     if (cpuFlags & PVX_CPU_AVX512VBMI) {
@@ -64,6 +65,7 @@ void fillDrawSpanTable(DrawSpanTable *t, uint32_t cpuFlags) {
 #elif defined(__ARM_NEON)
     if (cpuFlags & PVX_CPU_NEON) {
         initDrawSpansNeon(t);
+        initClampedDrawSpansNeon(t);
         initDrawSpansRgbNeon(t);
     }
 #else
