@@ -70,6 +70,16 @@ inline EdgeClamp edgeClamp(int32_t base, int32_t w) {
     return e;
 }
 
+// A clamped span's byte range [lo, hi] of a row of `bytes` bytes, widened
+// to 16 bytes inside the row where it is narrower: its windows then load
+// whole registers instead of copying. The bytes added are the image's and
+// no tap reads them.
+inline void widenInRow(int32_t bytes, int32_t *lo, int32_t *hi) {
+    if (*hi - *lo >= 15) return;
+    *lo = *hi - 15 < *lo ? (*hi - 15 > 0 ? *hi - 15 : 0) : *lo;
+    *hi = *lo + 15 > *hi ? (*lo + 15 < bytes - 1 ? *lo + 15 : bytes - 1) : *hi;
+}
+
 // Whether a linear position and its last pixel stay clear of 32-bit wrap
 // along a span: the lanes of a group then see the positions the reference
 // sees, in order.
@@ -117,6 +127,7 @@ inline bool planNoRot(const SpanArgs &a, int32_t pairBytes, int32_t chromaReach,
     if (Clamp) {
         p->lumaLo = clampTo(p->lumaLo, 0, s.w - 1);
         p->lumaHi = clampTo(p->lumaHi, 0, s.w - 1);
+        widenInRow(s.w, &p->lumaLo, &p->lumaHi);
     }
     if (Clamp)
         for (int32_t j = 0; j < 3; ++j) p->rows[j] = rowIn<Clamp>(p->r + j, s.h);
@@ -142,6 +153,7 @@ inline bool planNoRot(const SpanArgs &a, int32_t pairBytes, int32_t chromaReach,
         }
         p->chromaLo = pairBytes * c0;
         p->chromaHi = pairBytes * c1 + pairBytes - 1;
+        if (Clamp) widenInRow(pairBytes * s.cw, &p->chromaLo, &p->chromaHi);
     }
     return true;
 }
@@ -233,6 +245,7 @@ inline bool planLinear(const SpanArgs &a, int32_t pairBytes, int32_t chromaReach
     const SrcPlanes &s = *a.src;
     p->lumaLo = Clamp ? clampTo(lo, 0, s.w - 1) : static_cast<int32_t>(lo);
     p->lumaHi = Clamp ? clampTo(hi, 0, s.w - 1) : static_cast<int32_t>(hi);
+    if (Clamp) widenInRow(s.w, &p->lumaLo, &p->lumaHi);
 
     p->par = a.dx & 1;
     const int32_t kc0 = p->par, kc1 = a.n - 1 - ((a.dx + a.n - 1) & 1);
@@ -250,6 +263,7 @@ inline bool planLinear(const SpanArgs &a, int32_t pairBytes, int32_t chromaReach
         }
         p->chromaLo = static_cast<int32_t>(pairBytes * c0);
         p->chromaHi = static_cast<int32_t>(pairBytes * c1 + pairBytes - 1);
+        if (Clamp) widenInRow(pairBytes * s.cw, &p->chromaLo, &p->chromaHi);
     }
     return true;
 }
