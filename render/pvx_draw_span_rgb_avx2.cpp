@@ -1,0 +1,290 @@
+// AVX2 leaves of the three-bytes-a-pixel spans ("RGB888", "BGR888"):
+// unrotated, general and parallelogram.
+//
+// The 48 channels of a 16-pixel group are six runs of 8 channels, one run
+// per 128-bit lane of three registers (channels 0..15, 16..31, 32..47). A
+// run touches at most four pixels, and with steps below 4/3 pixel their
+// taps on one source row lie within 16 bytes: each lane loads its own
+// 16-byte window of the row, and one vpshufb per register picks the (p0,
+// p1) byte pairs of its channels, which pmaddubsw weights by (16 - fx, fx).
+// The rows are blended per channel by (16 - fy, fy), each channel taking
+// the rows of its own pixel. Per group, the pixels' columns and weights are
+// worked out in the 16 words of one register and spread to the channels by
+// vpshufb from a copy holding one byte per pixel; the indices serve every
+// source row the group reads.
+#if (defined(__x86_64__) || defined(__i386__)) && defined(__AVX2__)
+
+#include <immintrin.h>
+
+#include "render/pvx_draw_span_plan.h"
+
+namespace pvx_draw {
+namespace {
+
+// Largest step along a row (Q15): two steps stay within 3 columns and
+// three within 4, which keeps every lane's taps inside its 16 bytes.
+constexpr int32_t kMaxStep = 43690;
+// Rows a group's lanes may spread over in this leaf.
+constexpr int32_t kMaxSpread = 3;
+
+// First pixel of each lane's run, the byte of its first channel in that
+// pixel, and the next pixel (the window starts at the lower of the first
+// channel and the next pixel's first byte, which may share the column).
+// Lanes are 0..5; channels 8j..8j+7.
+struct Tables {
+    alignas(32) uint8_t pix[3][32];    // pixel of each pair byte
+    alignas(32) uint8_t add[3][32];    // colour + 3 for the right-hand tap
+    alignas(32) uint8_t lane[3][32];   // lane of each byte (index into the starts)
+    alignas(32) uint8_t word[3][32];   // pixel of each channel word, high byte zeroed
+    alignas(32) uint8_t even16[32];    // 16 at even bytes: weights (16 - fx, fx)
+    alignas(16) uint8_t first[16], firstAdd[16], next[16];
+};
+constexpr Tables makeTables() {
+    Tables t{};
+    for (int m = 0; m < 3; ++m) {
+        for (int b = 0; b < 32; ++b) {
+            const int j = 2 * m + b / 16, bb = b & 15;
+            const int ch = 8 * j + bb / 2;
+            t.pix[m][b] = static_cast<uint8_t>(ch / 3);
+            t.add[m][b] = static_cast<uint8_t>(ch % 3 + (bb & 1 ? 3 : 0));
+            t.lane[m][b] = static_cast<uint8_t>(j);
+            t.word[m][b] = bb & 1 ? 0x80 : static_cast<uint8_t>(ch / 3);
+        }
+    }
+    for (int b = 0; b < 32; ++b) t.even16[b] = b & 1 ? 0 : 16;
+    for (int b = 0; b < 16; ++b) t.first[b] = t.next[b] = 0x80;
+    for (int j = 0; j < 6; ++j) {
+        const int ch = 8 * j, p = ch / 3;
+        t.first[j] = static_cast<uint8_t>(p);
+        t.firstAdd[j] = static_cast<uint8_t>(ch % 3);
+        t.next[j] = static_cast<uint8_t>(ch % 3 == 0 ? p : p + 1);
+    }
+    return t;
+}
+constexpr Tables kT = makeTables();
+
+inline __m256i load32(const uint8_t *p) { return _mm256_load_si256(reinterpret_cast<const __m256i *>(p)); }
+inline __m128i load16(const uint8_t *p) { return _mm_load_si128(reinterpret_cast<const __m128i *>(p)); }
+
+// One row set: 16 pixels of one destination row, their per-channel window
+// indices, weights and lane rows, and where each lane's window starts.
+struct RowSet {
+    __m256i idx[3], wx[3], fy[3], rr[3];
+    const uint8_t *row;   // first source row of the set, at the group's first column
+    int32_t start[6];     // window of lane j: bytes row + start[j] ..+15
+    int32_t spread;       // lane rows are 0 .. spread from `row`
+};
+
+// Bytes of the 16 pixels' words `v` (0..255) in both lanes of a register.
+inline __m256i pixelBytes(__m256i v) {
+    const __m256i b = _mm256_permute4x64_epi64(_mm256_packus_epi16(v, v), 0x88);
+    return b;
+}
+
+// Window indices and horizontal weights from the pixels' 1/16 positions
+// `xr` (words, relative to the first pixel's column); windows end by byte
+// `clampEnd` past that column (the last byte that may be read, less 15).
+inline void columns(__m256i xr, int32_t clampEnd, RowSet *s) {
+    const __m256i col = _mm256_srli_epi16(xr, 4);
+    const __m256i col3 = _mm256_add_epi16(col, _mm256_add_epi16(col, col));
+    const __m256i colB = pixelBytes(col3);
+    const __m256i fxB = pixelBytes(_mm256_and_si256(xr, _mm256_set1_epi16(15)));
+    const __m128i colX = _mm256_castsi256_si128(colB);
+    const __m128i firstB = _mm_add_epi8(_mm_shuffle_epi8(colX, load16(kT.first)), load16(kT.firstAdd));
+    __m128i st = _mm_min_epi8(firstB, _mm_shuffle_epi8(colX, load16(kT.next)));
+    const int32_t c = clampEnd < -128 ? -128 : (clampEnd > 127 ? 127 : clampEnd);
+    st = _mm_min_epi8(st, _mm_set1_epi8(static_cast<char>(c)));
+    const uint64_t starts = static_cast<uint64_t>(_mm_cvtsi128_si64(st));
+    for (int j = 0; j < 6; ++j) s->start[j] = static_cast<int8_t>(starts >> (8 * j));
+    const __m256i stB = _mm256_broadcastsi128_si256(st);
+    for (int m = 0; m < 3; ++m) {
+        const __m256i at = _mm256_add_epi8(_mm256_shuffle_epi8(colB, load32(kT.pix[m])), load32(kT.add[m]));
+        s->idx[m] = _mm256_sub_epi8(at, _mm256_shuffle_epi8(stB, load32(kT.lane[m])));
+        s->wx[m] = _mm256_abs_epi8(_mm256_sub_epi8(load32(kT.even16), _mm256_shuffle_epi8(fxB, load32(kT.pix[m]))));
+    }
+}
+
+// Per-channel words of the pixels' words `v` (0..255).
+inline void channelWords(__m256i v, __m256i *out) {
+    const __m256i b = pixelBytes(v);
+    for (int m = 0; m < 3; ++m) out[m] = _mm256_shuffle_epi8(b, load32(kT.word[m]));
+}
+
+// Horizontal sums of the 48 channels on source row `row`.
+inline void rowSums(const uint8_t *row, const RowSet &s, __m256i *out) {
+    for (int m = 0; m < 3; ++m) {
+        const __m128i lo = _mm_loadu_si128(reinterpret_cast<const __m128i *>(row + s.start[2 * m]));
+        const __m128i hi = _mm_loadu_si128(reinterpret_cast<const __m128i *>(row + s.start[2 * m + 1]));
+        const __m256i w = _mm256_inserti128_si256(_mm256_castsi128_si256(lo), hi, 1);
+        out[m] = _mm256_maddubs_epi16(_mm256_shuffle_epi8(w, s.idx[m]), s.wx[m]);
+    }
+}
+
+// 16 pixels (48 bytes) of one destination row from the sums of rows
+// from + j (top) and from + j + 1 (bottom) for the channels of lane row j.
+template <bool Round>
+inline void store48(uint8_t *d, const __m256i (*sums)[3], const RowSet &s, int32_t from) {
+    __m256i out[3];
+    for (int m = 0; m < 3; ++m) {
+        __m256i top = sums[from][m], bottom = sums[from + 1][m];
+        for (int32_t j = 1; j <= s.spread; ++j) {
+            const __m256i sel = _mm256_cmpeq_epi16(s.rr[m], _mm256_set1_epi16(static_cast<int16_t>(j)));
+            top = _mm256_blendv_epi8(top, sums[from + j][m], sel);
+            bottom = _mm256_blendv_epi8(bottom, sums[from + j + 1][m], sel);
+        }
+        // top * (16 - fy) + bottom * fy, in wrapping 16-bit lanes.
+        __m256i v = _mm256_add_epi16(_mm256_slli_epi16(top, 4), _mm256_mullo_epi16(_mm256_sub_epi16(bottom, top), s.fy[m]));
+        if constexpr (Round) v = _mm256_add_epi16(v, _mm256_set1_epi16(128));
+        out[m] = _mm256_srli_epi16(v, 8);
+    }
+    const __m256i first = _mm256_permute4x64_epi64(_mm256_packus_epi16(out[0], out[1]), 0xD8);
+    _mm256_storeu_si256(reinterpret_cast<__m256i *>(d), first);
+    const __m128i last = _mm_packus_epi16(_mm256_castsi256_si128(out[2]), _mm256_extracti128_si256(out[2], 1));
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(d + 32), last);
+}
+
+// Steps of a general or parallelogram span split for 16-bit lanes:
+// pixel i of a group at Q15 X is at 1/16 position (X >> 11) + i * uh +
+// ((X & 2047) + i * ul) >> 11.
+struct Steps {
+    __m256i xh, xl, yh, yl;
+};
+inline Steps splitSteps(int32_t ux, int32_t uy) {
+    const __m256i iota = _mm256_setr_epi16(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
+    const auto times = [&](int32_t v) { return _mm256_mullo_epi16(iota, _mm256_set1_epi16(static_cast<int16_t>(v))); };
+    return Steps{times(ux >> 11), times(ux & 2047), times(uy >> 11), times(uy & 2047)};
+}
+// 1/16 positions of the 16 pixels from Q15 v, relative to (v >> 15) * 16.
+inline __m256i relative16(int32_t v, __m256i h, __m256i l) {
+    const __m256i frac = _mm256_srli_epi16(_mm256_add_epi16(_mm256_set1_epi16(static_cast<int16_t>(v & 2047)), l), 11);
+    return _mm256_add_epi16(_mm256_set1_epi16(static_cast<int16_t>((v >> 11) & 15)), _mm256_add_epi16(h, frac));
+}
+
+// The row set of 16 pixels at Q15 (x, y) + i * (ux, uy); false when their
+// rows spread too far.
+inline bool linearSet(const SpanArgs &a, const Steps &k, int32_t x, int32_t y, int32_t hiB, RowSet *s) {
+    int32_t low, spread;
+    if (!laneRows(y, a.uy, &low, &spread) || spread > kMaxSpread) return false;
+    s->spread = spread;
+    const int32_t c0 = x >> 15;
+    columns(relative16(x, k.xh, k.xl), hiB - 15 - 3 * c0, s);
+    const __m256i yr = relative16(y, k.yh, k.yl);
+    channelWords(_mm256_sub_epi16(_mm256_srai_epi16(yr, 4), _mm256_set1_epi16(static_cast<int16_t>(low))), s->rr);
+    channelWords(_mm256_and_si256(yr, _mm256_set1_epi16(15)), s->fy);
+    const SrcPlanes &src = *a.src;
+    s->row = src.y + static_cast<ptrdiff_t>((y >> 15) + low) * src.yPitch + static_cast<ptrdiff_t>(3) * c0;
+    return true;
+}
+
+template <int K>
+int32_t rgbLinear(const SpanArgs &a) {
+    constexpr bool kRound = K != kSpanGeneral;
+    const int32_t groups = a.n >> 4;
+    if (groups == 0 || a.ux < 0 || a.ux > kMaxStep || a.uy < -32768 || a.uy > 32768) return 0;
+    if (a.dy0 == nullptr && a.dy1 == nullptr) return 0;
+    const ptrdiff_t pitch = a.src->yPitch;
+    const bool own1 = a.dy1 != nullptr && !(a.hx == 0 && a.hy == 32768);
+    const bool set0 = a.dy0 != nullptr || !own1;  // row y's taps are read
+
+    // Bytes of the taps' columns over the row sets read.
+    const int64_t last = static_cast<int64_t>(a.n - 1) * a.ux;
+    int64_t lo = INT64_MAX, hi = INT64_MIN;
+    if (set0) {
+        lo = a.sx >> 15;
+        hi = lastTapColumn(a.sx, last);
+    }
+    if (own1) {
+        const int64_t x1 = static_cast<int64_t>(a.sx) + a.hx;
+        lo = lo < (x1 >> 15) ? lo : (x1 >> 15);
+        const int64_t h1 = lastTapColumn(x1, last);
+        hi = hi > h1 ? hi : h1;
+    }
+    const int32_t loB = static_cast<int32_t>(3 * lo), hiB = static_cast<int32_t>(3 * hi + 2);
+    if (hiB - loB < 15) return 0;   // narrower than one window
+
+    const Steps k = splitSteps(a.ux, a.uy);
+    __m256i sums[kMaxSpread + 3][3];
+    int32_t x0 = a.sx, y0 = a.sy;
+    for (int32_t g = 0; g < groups; ++g, x0 = laneAdd(x0, laneMul(16, a.ux)), y0 = laneAdd(y0, laneMul(16, a.uy))) {
+        const ptrdiff_t o = static_cast<ptrdiff_t>(a.dx + 16 * g) * 3;
+        if (!own1) {
+            // Row y+1 reads the rows below row y's taps with the same weights.
+            RowSet s;
+            if (!linearSet(a, k, x0, y0, hiB, &s)) return 16 * g;
+            const int32_t j0 = a.dy0 != nullptr ? 0 : 1, j1 = s.spread + (a.dy1 != nullptr ? 2 : 1);
+            for (int32_t j = j0; j <= j1; ++j) rowSums(s.row + j * pitch, s, sums[j]);
+            if (a.dy0 != nullptr) store48<kRound>(a.dy0 + o, sums, s, 0);
+            if (a.dy1 != nullptr) store48<kRound>(a.dy1 + o, sums, s, 1);
+        } else {
+            // Both sets are checked before either row is drawn.
+            RowSet s1;
+            if (!linearSet(a, k, laneAdd(x0, a.hx), laneAdd(y0, a.hy), hiB, &s1)) return 16 * g;
+            if (a.dy0 != nullptr) {
+                RowSet s0;
+                if (!linearSet(a, k, x0, y0, hiB, &s0)) return 16 * g;
+                for (int32_t j = 0; j <= s0.spread + 1; ++j) rowSums(s0.row + j * pitch, s0, sums[j]);
+                store48<kRound>(a.dy0 + o, sums, s0, 0);
+            }
+            for (int32_t j = 0; j <= s1.spread + 1; ++j) rowSums(s1.row + j * pitch, s1, sums[j]);
+            store48<kRound>(a.dy1 + o, sums, s1, 0);
+        }
+    }
+    return 16 * groups;
+}
+
+// Whether the offset table keeps every lane's taps inside its window: it
+// does not step back, and (at any fraction of the group's position) two
+// steps from a lane's first pixel stay within 3 columns and three within 4.
+inline bool noRotOffsetsFit(const int32_t *off) {
+    for (int i = 0; i < 15; ++i)
+        if (off[i + 1] < off[i]) return false;
+    const auto cols = [&](int i, int j) { return (15 + off[j] - off[i]) >> 4; };
+    return cols(0, 2) <= 3 && cols(5, 7) <= 3 && cols(8, 10) <= 3 && cols(13, 15) <= 3 && cols(2, 5) <= 4 &&
+           cols(10, 13) <= 4 && off[15] - off[0] < 1024;
+}
+
+// Unrotated: every pixel reads rows r and r + 1 (row y+1: r + 1 and r + 2)
+// at the 1/16 positions the offset table gives.
+int32_t rgbNoRot(const SpanArgs &a) {
+    const int32_t groups = a.n >> 4;
+    if (groups == 0 || a.ux < 0 || !noRotOffsetsFit(a.off16)) return 0;
+    const SrcPlanes &src = *a.src;
+    const int32_t p0 = noRotP16(a, 0) >> 4, p1 = noRotP16(a, a.n - 1) >> 4;
+    const int32_t hiB = 3 * ((p0 > p1 ? p0 : p1) + 1) + 2;
+    if (hiB - 3 * p0 < 15) return 0;   // narrower than one window
+    const int32_t fy = (a.sy >> 11) & 15;
+    const uint8_t *row = src.y + static_cast<ptrdiff_t>(a.sy >> 15) * src.yPitch;
+    const __m256i offLo = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(a.off16));
+    const __m256i offHi = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(a.off16 + 8));
+    const __m256i off = _mm256_permute4x64_epi64(_mm256_packs_epi32(offLo, offHi), 0xD8);
+    RowSet s;
+    s.spread = 0;
+    for (int m = 0; m < 3; ++m) s.fy[m] = _mm256_set1_epi16(static_cast<int16_t>(fy));
+    __m256i sums[3][3];
+    const int32_t j0 = a.dy0 != nullptr ? 0 : 1, j1 = a.dy1 != nullptr ? 2 : 1;
+    for (int32_t g = 0; g < groups; ++g) {
+        const int32_t k = 16 * g;
+        const int32_t group = laneAdd(a.sx, laneMul(k, a.ux)) >> 11;
+        const int32_t c0 = laneAdd(group, a.off16[0]) >> 4;
+        columns(_mm256_add_epi16(_mm256_set1_epi16(static_cast<int16_t>(laneAdd(group, -16 * c0))), off),
+                hiB - 15 - 3 * c0, &s);
+        s.row = row + static_cast<ptrdiff_t>(3) * c0;
+        for (int32_t j = j0; j <= j1; ++j) rowSums(s.row + j * src.yPitch, s, sums[j]);
+        const ptrdiff_t o = static_cast<ptrdiff_t>(a.dx + k) * 3;
+        if (a.dy0 != nullptr) store48<true>(a.dy0 + o, sums, s, 0);
+        if (a.dy1 != nullptr) store48<true>(a.dy1 + o, sums, s, 1);
+    }
+    return 16 * groups;
+}
+
+}  // namespace
+
+void initDrawSpansRgbAvx2(DrawSpanTable *t) {
+    t->leaf[kSpanRgb][kSpanGeneral] = rgbLinear<kSpanGeneral>;
+    t->leaf[kSpanRgb][kSpanParallel] = rgbLinear<kSpanParallel>;
+    t->leaf[kSpanRgb][kSpanNoRot] = rgbNoRot;
+}
+
+}  // namespace pvx_draw
+
+#endif
