@@ -120,6 +120,16 @@ inline void rowSums(const uint8_t *row, const RowSet &s, __m256i *out) {
     }
 }
 
+// Starts fetching the bytes of the row kAhead rows below `row` that a
+// group reads: the row pairs below read them next. Prefetches never fault;
+// the address is formed as an integer, so it may lie outside the plane.
+constexpr ptrdiff_t kAhead = 4;
+inline void prefetchBelow(const uint8_t *row, ptrdiff_t pitch) {
+    const uintptr_t at = reinterpret_cast<uintptr_t>(row) + static_cast<uintptr_t>(kAhead * pitch);
+    _mm_prefetch(reinterpret_cast<const char *>(at), _MM_HINT_T0);
+    _mm_prefetch(reinterpret_cast<const char *>(at + 63), _MM_HINT_T0);
+}
+
 // 16 pixels (48 bytes) of one destination row from the sums of rows
 // from + j (top) and from + j + 1 (bottom) for the channels of lane row j.
 template <bool Round>
@@ -213,6 +223,8 @@ int32_t rgbLinear(const SpanArgs &a) {
             if (!linearSet(a, k, x0, y0, hiB, &s)) return 16 * g;
             const int32_t j0 = a.dy0 != nullptr ? 0 : 1, j1 = s.spread + (a.dy1 != nullptr ? 2 : 1);
             for (int32_t j = j0; j <= j1; ++j) rowSums(s.row + j * pitch, s, sums[j]);
+            prefetchBelow(s.row + j1 * pitch, pitch);
+            prefetchBelow(s.row + (j1 - 1) * pitch, pitch);
             if (a.dy0 != nullptr) store48<kRound>(a.dy0 + o, sums, s, 0);
             if (a.dy1 != nullptr) store48<kRound>(a.dy1 + o, sums, s, 1);
         } else {
@@ -223,9 +235,11 @@ int32_t rgbLinear(const SpanArgs &a) {
                 RowSet s0;
                 if (!linearSet(a, k, x0, y0, hiB, &s0)) return 16 * g;
                 for (int32_t j = 0; j <= s0.spread + 1; ++j) rowSums(s0.row + j * pitch, s0, sums[j]);
+                prefetchBelow(s0.row + (s0.spread + 1) * pitch, pitch);
                 store48<kRound>(a.dy0 + o, sums, s0, 0);
             }
             for (int32_t j = 0; j <= s1.spread + 1; ++j) rowSums(s1.row + j * pitch, s1, sums[j]);
+            prefetchBelow(s1.row + (s1.spread + 1) * pitch, pitch);
             store48<kRound>(a.dy1 + o, sums, s1, 0);
         }
     }
@@ -270,6 +284,8 @@ int32_t rgbNoRot(const SpanArgs &a) {
                 hiB - 15 - 3 * c0, &s);
         s.row = row + static_cast<ptrdiff_t>(3) * c0;
         for (int32_t j = j0; j <= j1; ++j) rowSums(s.row + j * src.yPitch, s, sums[j]);
+        prefetchBelow(s.row + 2 * src.yPitch, src.yPitch);
+        prefetchBelow(s.row + src.yPitch, src.yPitch);
         const ptrdiff_t o = static_cast<ptrdiff_t>(a.dx + k) * 3;
         if (a.dy0 != nullptr) store48<true>(a.dy0 + o, sums, s, 0);
         if (a.dy1 != nullptr) store48<true>(a.dy1 + o, sums, s, 1);
