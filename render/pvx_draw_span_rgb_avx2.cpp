@@ -94,8 +94,9 @@ inline void columns(__m256i xr, int32_t clampEnd, RowSet *s) {
     __m128i st = _mm_min_epi8(firstB, _mm_shuffle_epi8(colX, load16(kT.next)));
     const int32_t c = clampEnd < -128 ? -128 : (clampEnd > 127 ? 127 : clampEnd);
     st = _mm_min_epi8(st, _mm_set1_epi8(static_cast<char>(c)));
-    const uint64_t starts = static_cast<uint64_t>(_mm_cvtsi128_si64(st));
-    for (int j = 0; j < 6; ++j) s->start[j] = static_cast<int8_t>(starts >> (8 * j));
+    alignas(16) int8_t starts[16];
+    _mm_store_si128(reinterpret_cast<__m128i *>(starts), st);
+    for (int j = 0; j < 6; ++j) s->start[j] = starts[j];
     const __m256i stB = _mm256_broadcastsi128_si256(st);
     for (int m = 0; m < 3; ++m) {
         const __m256i at = _mm256_add_epi8(_mm256_shuffle_epi8(colB, load32(kT.pix[m])), load32(kT.add[m]));
@@ -247,14 +248,16 @@ int32_t rgbLinear(const SpanArgs &a) {
 }
 
 // Whether the offset table keeps every lane's taps inside its window: it
-// does not step back, and (at any fraction of the group's position) two
-// steps from a lane's first pixel stay within 3 columns and three within 4.
+// does not step back, (at any fraction of the group's position) two steps
+// from a lane's first pixel stay within 3 columns and three within 4, and
+// the group spans at most 20 columns, so that window offsets fit a signed
+// byte.
 inline bool noRotOffsetsFit(const int32_t *off) {
     for (int i = 0; i < 15; ++i)
         if (off[i + 1] < off[i]) return false;
     const auto cols = [&](int i, int j) { return (15 + off[j] - off[i]) >> 4; };
     return cols(0, 2) <= 3 && cols(5, 7) <= 3 && cols(8, 10) <= 3 && cols(13, 15) <= 3 && cols(2, 5) <= 4 &&
-           cols(10, 13) <= 4 && off[15] - off[0] < 1024;
+           cols(10, 13) <= 4 && off[15] - off[0] <= 320;
 }
 
 // Unrotated: every pixel reads rows r and r + 1 (row y+1: r + 1 and r + 2)
