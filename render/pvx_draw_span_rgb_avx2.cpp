@@ -111,14 +111,12 @@ inline void channelWords(__m256i v, __m256i *out) {
     for (int m = 0; m < 3; ++m) out[m] = _mm256_shuffle_epi8(b, load32(kT.word[m]));
 }
 
-// Horizontal sums of the 48 channels on source row `row`.
-inline void rowSums(const uint8_t *row, const RowSet &s, __m256i *out) {
-    for (int m = 0; m < 3; ++m) {
-        const __m128i lo = _mm_loadu_si128(reinterpret_cast<const __m128i *>(row + s.start[2 * m]));
-        const __m128i hi = _mm_loadu_si128(reinterpret_cast<const __m128i *>(row + s.start[2 * m + 1]));
-        const __m256i w = _mm256_inserti128_si256(_mm256_castsi128_si256(lo), hi, 1);
-        out[m] = _mm256_maddubs_epi16(_mm256_shuffle_epi8(w, s.idx[m]), s.wx[m]);
-    }
+// Horizontal sums of the 16 channels of register m on source row `row`.
+inline __m256i rowSums(const uint8_t *row, const RowSet &s, int m) {
+    const __m128i lo = _mm_loadu_si128(reinterpret_cast<const __m128i *>(row + s.start[2 * m]));
+    const __m128i hi = _mm_loadu_si128(reinterpret_cast<const __m128i *>(row + s.start[2 * m + 1]));
+    const __m256i w = _mm256_inserti128_si256(_mm256_castsi128_si256(lo), hi, 1);
+    return _mm256_maddubs_epi16(_mm256_shuffle_epi8(w, s.idx[m]), s.wx[m]);
 }
 
 // Starts fetching the bytes of the row kAhead rows below `row` that a
@@ -131,27 +129,63 @@ inline void prefetchBelow(const uint8_t *row, ptrdiff_t pitch) {
     _mm_prefetch(reinterpret_cast<const char *>(at + 63), _MM_HINT_T0);
 }
 
-// 16 pixels (48 bytes) of one destination row from the sums of rows
-// from + j (top) and from + j + 1 (bottom) for the channels of lane row j.
-template <bool Round>
-inline void store48(uint8_t *d, const __m256i (*sums)[3], const RowSet &s, int32_t from) {
-    __m256i out[3];
-    for (int m = 0; m < 3; ++m) {
-        __m256i top = sums[from][m], bottom = sums[from + 1][m];
-        for (int32_t j = 1; j <= s.spread; ++j) {
-            const __m256i sel = _mm256_cmpeq_epi16(s.rr[m], _mm256_set1_epi16(static_cast<int16_t>(j)));
-            top = _mm256_blendv_epi8(top, sums[from + j][m], sel);
-            bottom = _mm256_blendv_epi8(bottom, sums[from + j + 1][m], sel);
-        }
-        // top * (16 - fy) + bottom * fy, in wrapping 16-bit lanes.
-        __m256i v = _mm256_add_epi16(_mm256_slli_epi16(top, 4), _mm256_mullo_epi16(_mm256_sub_epi16(bottom, top), s.fy[m]));
-        if constexpr (Round) v = _mm256_add_epi16(v, _mm256_set1_epi16(128));
-        out[m] = _mm256_srli_epi16(v, 8);
+// One register of a destination row from the sums of the rows: each
+// channel blends sums[j] (top) and sums[j + 1] (bottom), j its lane row
+// (sel[j - 1] marks lane row j).
+template <int Spread, bool Round>
+inline __m256i vertical(const __m256i *sums, const __m256i *sel, __m256i fy) {
+    __m256i top = sums[0], bottom = sums[1];
+    for (int j = 1; j <= Spread; ++j) {
+        top = _mm256_blendv_epi8(top, sums[j], sel[j - 1]);
+        bottom = _mm256_blendv_epi8(bottom, sums[j + 1], sel[j - 1]);
     }
+    // top * (16 - fy) + bottom * fy, in wrapping 16-bit lanes.
+    __m256i v = _mm256_add_epi16(_mm256_slli_epi16(top, 4), _mm256_mullo_epi16(_mm256_sub_epi16(bottom, top), fy));
+    if constexpr (Round) v = _mm256_add_epi16(v, _mm256_set1_epi16(128));
+    return _mm256_srli_epi16(v, 8);
+}
+
+// 16 pixels (48 bytes) from their channels' words.
+inline void store48(uint8_t *d, const __m256i *out) {
     const __m256i first = _mm256_permute4x64_epi64(_mm256_packus_epi16(out[0], out[1]), 0xD8);
     _mm256_storeu_si256(reinterpret_cast<__m256i *>(d), first);
     const __m128i last = _mm_packus_epi16(_mm256_castsi256_si128(out[2]), _mm256_extracti128_si256(out[2], 1));
     _mm_storeu_si128(reinterpret_cast<__m128i *>(d + 32), last);
+}
+
+// The rows of a set with lanes on rows 0 .. Spread: destination d0 from
+// rows 0 .. Spread + 1 and, when d1 is given, d1 from the rows one below
+// with the same weights (rows 1 .. Spread + 2). Either may be null.
+template <int Spread, bool Round>
+inline void drawSet(uint8_t *d0, uint8_t *d1, const RowSet &s, ptrdiff_t pitch) {
+    const __m256i zero = _mm256_setzero_si256();
+    __m256i out0[3] = {zero, zero, zero}, out1[3] = {zero, zero, zero};
+    for (int m = 0; m < 3; ++m) {
+        __m256i sums[Spread + 3], sel[Spread + 1];
+        sums[0] = sums[Spread + 2] = zero;   // rows not read
+        for (int j = 1; j <= Spread; ++j)
+            sel[j - 1] = _mm256_cmpeq_epi16(s.rr[m], _mm256_set1_epi16(static_cast<int16_t>(j)));
+        if (d0 != nullptr) sums[0] = rowSums(s.row, s, m);
+        for (int j = 1; j <= Spread + 1; ++j) sums[j] = rowSums(s.row + j * pitch, s, m);
+        if (d1 != nullptr) sums[Spread + 2] = rowSums(s.row + (Spread + 2) * pitch, s, m);
+        if (d0 != nullptr) out0[m] = vertical<Spread, Round>(sums, sel, s.fy[m]);
+        if (d1 != nullptr) out1[m] = vertical<Spread, Round>(sums + 1, sel, s.fy[m]);
+    }
+    const int32_t last = Spread + (d1 != nullptr ? 2 : 1);
+    prefetchBelow(s.row + last * pitch, pitch);
+    prefetchBelow(s.row + (last - 1) * pitch, pitch);
+    if (d0 != nullptr) store48(d0, out0);
+    if (d1 != nullptr) store48(d1, out1);
+}
+template <bool Round>
+inline void drawSetAnySpread(uint8_t *d0, uint8_t *d1, const RowSet &s, ptrdiff_t pitch) {
+    static_assert(kMaxSpread == 3, "one case per spread");
+    switch (s.spread) {
+        case 0: drawSet<0, Round>(d0, d1, s, pitch); break;
+        case 1: drawSet<1, Round>(d0, d1, s, pitch); break;
+        case 2: drawSet<2, Round>(d0, d1, s, pitch); break;
+        default: drawSet<3, Round>(d0, d1, s, pitch); break;
+    }
 }
 
 // Steps of a general or parallelogram span split for 16-bit lanes:
@@ -214,7 +248,6 @@ int32_t rgbLinear(const SpanArgs &a) {
     if (hiB - loB < 15) return 0;   // narrower than one window
 
     const Steps k = splitSteps(a.ux, a.uy);
-    __m256i sums[kMaxSpread + 3][3];
     int32_t x0 = a.sx, y0 = a.sy;
     for (int32_t g = 0; g < groups; ++g, x0 = laneAdd(x0, laneMul(16, a.ux)), y0 = laneAdd(y0, laneMul(16, a.uy))) {
         const ptrdiff_t o = static_cast<ptrdiff_t>(a.dx + 16 * g) * 3;
@@ -222,12 +255,8 @@ int32_t rgbLinear(const SpanArgs &a) {
             // Row y+1 reads the rows below row y's taps with the same weights.
             RowSet s;
             if (!linearSet(a, k, x0, y0, hiB, &s)) return 16 * g;
-            const int32_t j0 = a.dy0 != nullptr ? 0 : 1, j1 = s.spread + (a.dy1 != nullptr ? 2 : 1);
-            for (int32_t j = j0; j <= j1; ++j) rowSums(s.row + j * pitch, s, sums[j]);
-            prefetchBelow(s.row + j1 * pitch, pitch);
-            prefetchBelow(s.row + (j1 - 1) * pitch, pitch);
-            if (a.dy0 != nullptr) store48<kRound>(a.dy0 + o, sums, s, 0);
-            if (a.dy1 != nullptr) store48<kRound>(a.dy1 + o, sums, s, 1);
+            drawSetAnySpread<kRound>(a.dy0 != nullptr ? a.dy0 + o : nullptr, a.dy1 != nullptr ? a.dy1 + o : nullptr, s,
+                                     pitch);
         } else {
             // Both sets are checked before either row is drawn.
             RowSet s1;
@@ -235,13 +264,9 @@ int32_t rgbLinear(const SpanArgs &a) {
             if (a.dy0 != nullptr) {
                 RowSet s0;
                 if (!linearSet(a, k, x0, y0, hiB, &s0)) return 16 * g;
-                for (int32_t j = 0; j <= s0.spread + 1; ++j) rowSums(s0.row + j * pitch, s0, sums[j]);
-                prefetchBelow(s0.row + (s0.spread + 1) * pitch, pitch);
-                store48<kRound>(a.dy0 + o, sums, s0, 0);
+                drawSetAnySpread<kRound>(a.dy0 + o, nullptr, s0, pitch);
             }
-            for (int32_t j = 0; j <= s1.spread + 1; ++j) rowSums(s1.row + j * pitch, s1, sums[j]);
-            prefetchBelow(s1.row + (s1.spread + 1) * pitch, pitch);
-            store48<kRound>(a.dy1 + o, sums, s1, 0);
+            drawSetAnySpread<kRound>(a.dy1 + o, nullptr, s1, pitch);
         }
     }
     return 16 * groups;
@@ -277,8 +302,6 @@ int32_t rgbNoRot(const SpanArgs &a) {
     RowSet s;
     s.spread = 0;
     for (int m = 0; m < 3; ++m) s.fy[m] = _mm256_set1_epi16(static_cast<int16_t>(fy));
-    __m256i sums[3][3];
-    const int32_t j0 = a.dy0 != nullptr ? 0 : 1, j1 = a.dy1 != nullptr ? 2 : 1;
     for (int32_t g = 0; g < groups; ++g) {
         const int32_t k = 16 * g;
         const int32_t group = laneAdd(a.sx, laneMul(k, a.ux)) >> 11;
@@ -286,12 +309,8 @@ int32_t rgbNoRot(const SpanArgs &a) {
         columns(_mm256_add_epi16(_mm256_set1_epi16(static_cast<int16_t>(laneAdd(group, -16 * c0))), off),
                 hiB - 15 - 3 * c0, &s);
         s.row = row + static_cast<ptrdiff_t>(3) * c0;
-        for (int32_t j = j0; j <= j1; ++j) rowSums(s.row + j * src.yPitch, s, sums[j]);
-        prefetchBelow(s.row + 2 * src.yPitch, src.yPitch);
-        prefetchBelow(s.row + src.yPitch, src.yPitch);
         const ptrdiff_t o = static_cast<ptrdiff_t>(a.dx + k) * 3;
-        if (a.dy0 != nullptr) store48<true>(a.dy0 + o, sums, s, 0);
-        if (a.dy1 != nullptr) store48<true>(a.dy1 + o, sums, s, 1);
+        drawSet<0, true>(a.dy0 != nullptr ? a.dy0 + o : nullptr, a.dy1 != nullptr ? a.dy1 + o : nullptr, s, src.yPitch);
     }
     return 16 * groups;
 }
