@@ -120,9 +120,9 @@ inline __m256i rowSums(const uint8_t *row, const RowSet &s, int m) {
 }
 
 // Starts fetching the bytes of the row kAhead rows below `row` that a
-// group reads: the row pairs below read them next. Prefetches never fault;
+// group reads: the row pairs below read them soon. Prefetches never fault;
 // the address is formed as an integer, so it may lie outside the plane.
-constexpr ptrdiff_t kAhead = 4;
+constexpr ptrdiff_t kAhead = 8;
 inline void prefetchBelow(const uint8_t *row, ptrdiff_t pitch) {
     const uintptr_t at = reinterpret_cast<uintptr_t>(row) + static_cast<uintptr_t>(kAhead * pitch);
     _mm_prefetch(reinterpret_cast<const char *>(at), _MM_HINT_T0);
@@ -221,6 +221,19 @@ inline bool linearSet(const SpanArgs &a, const Steps &k, int32_t x, int32_t y, i
     return true;
 }
 
+// Starts fetching the destination bytes of the group `o` bytes into the row
+// pair two pairs below (the rows' distance is the destination pitch): a
+// store that misses the cache holds up every later store, and with them the
+// leaf, while the line is read in.
+inline void prefetchDest(const SpanArgs &a, ptrdiff_t o) {
+    if (a.dy0 == nullptr || a.dy1 == nullptr) return;
+    const uintptr_t p = reinterpret_cast<uintptr_t>(a.dy1) - reinterpret_cast<uintptr_t>(a.dy0);
+    const uintptr_t at = reinterpret_cast<uintptr_t>(a.dy0) + static_cast<uintptr_t>(o) + 4 * p;
+    _mm_prefetch(reinterpret_cast<const char *>(at), _MM_HINT_T0);
+    _mm_prefetch(reinterpret_cast<const char *>(at + 47), _MM_HINT_T0);
+    _mm_prefetch(reinterpret_cast<const char *>(at + p), _MM_HINT_T0);
+    _mm_prefetch(reinterpret_cast<const char *>(at + p + 47), _MM_HINT_T0);
+}
 template <int K>
 int32_t rgbLinear(const SpanArgs &a) {
     constexpr bool kRound = K != kSpanGeneral;
@@ -251,6 +264,7 @@ int32_t rgbLinear(const SpanArgs &a) {
     int32_t x0 = a.sx, y0 = a.sy;
     for (int32_t g = 0; g < groups; ++g, x0 = laneAdd(x0, laneMul(16, a.ux)), y0 = laneAdd(y0, laneMul(16, a.uy))) {
         const ptrdiff_t o = static_cast<ptrdiff_t>(a.dx + 16 * g) * 3;
+        prefetchDest(a, o);
         if (!own1) {
             // Row y+1 reads the rows below row y's taps with the same weights.
             RowSet s;
@@ -310,6 +324,7 @@ int32_t rgbNoRot(const SpanArgs &a) {
                 hiB - 15 - 3 * c0, &s);
         s.row = row + static_cast<ptrdiff_t>(3) * c0;
         const ptrdiff_t o = static_cast<ptrdiff_t>(a.dx + k) * 3;
+        prefetchDest(a, o);
         drawSet<0, true>(a.dy0 != nullptr ? a.dy0 + o : nullptr, a.dy1 != nullptr ? a.dy1 + o : nullptr, s, src.yPitch);
     }
     return 16 * groups;
