@@ -11,7 +11,9 @@
 // the rows of its own pixel. Per group, the pixels' columns and weights are
 // worked out in the 16 words of one register and spread to the channels by
 // vpshufb from a copy holding one byte per pixel; the indices serve every
-// source row the group reads.
+// source row the group reads. The leaves prefetch the source rows and the
+// destination rows that the row pairs below will touch: in a frame, stores
+// that miss the cache otherwise stall the leaf more than its arithmetic.
 #if (defined(__x86_64__) || defined(__i386__)) && defined(__AVX2__)
 
 #include <immintrin.h>
@@ -27,10 +29,11 @@ constexpr int32_t kMaxStep = 43690;
 // Rows a group's lanes may spread over in this leaf.
 constexpr int32_t kMaxSpread = 3;
 
-// First pixel of each lane's run, the byte of its first channel in that
-// pixel, and the next pixel (the window starts at the lower of the first
-// channel and the next pixel's first byte, which may share the column).
-// Lanes are 0..5; channels 8j..8j+7.
+// Shuffle tables. Lane j (0..5) holds channels 8j..8j+7 (channel k is
+// colour k % 3 of pixel k / 3), two bytes each (p0, p1) before weighting and
+// one word after. A lane's window starts at its first channel's p0, or at
+// the next pixel's first byte when that pixel sits on the same column
+// (whichever is lower): `first`, `firstAdd` and `next` pick those per lane.
 struct Tables {
     alignas(32) uint8_t pix[3][32];    // pixel of each pair byte
     alignas(32) uint8_t add[3][32];    // colour + 3 for the right-hand tap
@@ -76,10 +79,7 @@ struct RowSet {
 };
 
 // Bytes of the 16 pixels' words `v` (0..255) in both lanes of a register.
-inline __m256i pixelBytes(__m256i v) {
-    const __m256i b = _mm256_permute4x64_epi64(_mm256_packus_epi16(v, v), 0x88);
-    return b;
-}
+inline __m256i pixelBytes(__m256i v) { return _mm256_permute4x64_epi64(_mm256_packus_epi16(v, v), 0x88); }
 
 // Window indices and horizontal weights from the pixels' 1/16 positions
 // `xr` (words, relative to the first pixel's column); windows end by byte
@@ -177,6 +177,7 @@ inline void drawSet(uint8_t *d0, uint8_t *d1, const RowSet &s, ptrdiff_t pitch) 
     if (d0 != nullptr) store48(d0, out0);
     if (d1 != nullptr) store48(d1, out1);
 }
+
 template <bool Round>
 inline void drawSetAnySpread(uint8_t *d0, uint8_t *d1, const RowSet &s, ptrdiff_t pitch) {
     static_assert(kMaxSpread == 3, "one case per spread");
@@ -234,6 +235,7 @@ inline void prefetchDest(const SpanArgs &a, ptrdiff_t o) {
     _mm_prefetch(reinterpret_cast<const char *>(at + p), _MM_HINT_T0);
     _mm_prefetch(reinterpret_cast<const char *>(at + p + 47), _MM_HINT_T0);
 }
+
 template <int K>
 int32_t rgbLinear(const SpanArgs &a) {
     constexpr bool kRound = K != kSpanGeneral;
