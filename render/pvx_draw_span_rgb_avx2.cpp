@@ -18,6 +18,7 @@
 
 #include <immintrin.h>
 
+#include "render/pvx_draw_rgb_ssse3.h"
 #include "render/pvx_draw_span_plan.h"
 
 namespace pvx_draw {
@@ -237,7 +238,7 @@ inline void prefetchDest(const SpanArgs &a, ptrdiff_t o) {
 }
 
 template <int K>
-int32_t rgbLinear(const SpanArgs &a) {
+int32_t rgbLinearWindows(const SpanArgs &a) {
     constexpr bool kRound = K != kSpanGeneral;
     const int32_t groups = a.n >> 4;
     if (groups == 0 || a.ux < 0 || a.ux > kMaxStep || a.uy < -32768 || a.uy > 32768) return 0;
@@ -303,7 +304,7 @@ inline bool noRotOffsetsFit(const int32_t *off) {
 
 // Unrotated: every pixel reads rows r and r + 1 (row y+1: r + 1 and r + 2)
 // at the 1/16 positions the offset table gives.
-int32_t rgbNoRot(const SpanArgs &a) {
+int32_t rgbNoRotWindows(const SpanArgs &a) {
     const int32_t groups = a.n >> 4;
     if (groups == 0 || a.ux < 0 || !noRotOffsetsFit(a.off16)) return 0;
     const SrcPlanes &src = *a.src;
@@ -332,12 +333,39 @@ int32_t rgbNoRot(const SpanArgs &a) {
     return 16 * groups;
 }
 
+// The span from pixel k (a multiple of 16) on: the positions of its groups
+// are those of the whole span, as the sums wrap alike (unrotated spans have
+// uy 0).
+inline SpanArgs restOfSpan(const SpanArgs &a, int32_t k) {
+    SpanArgs b = a;
+    b.dx = a.dx + k;
+    b.n = a.n - k;
+    b.sx = laneAdd(a.sx, laneMul(k, a.ux));
+    b.sy = laneAdd(a.sy, laneMul(k, a.uy));
+    return b;
+}
+
+// The window leaves, and the SSSE3 arithmetic for the groups they leave
+// (steps beyond 4/3 pixel, as when the output is smaller than the source,
+// steep slopes), which would otherwise fall to the C reference.
+template <int K>
+int32_t rgbLeaf(const SpanArgs &a) {
+    int32_t done;
+    if constexpr (K == kSpanNoRot) {
+        done = rgbNoRotWindows(a);
+    } else {
+        done = rgbLinearWindows<K>(a);
+    }
+    if (done == 16 * (a.n >> 4)) return done;
+    return done + rgbGroups<rgb_ssse3::Arith, K>(restOfSpan(a, done));
+}
+
 }  // namespace
 
 void initDrawSpansRgbAvx2(DrawSpanTable *t) {
-    t->leaf[kSpanRgb][kSpanGeneral] = rgbLinear<kSpanGeneral>;
-    t->leaf[kSpanRgb][kSpanParallel] = rgbLinear<kSpanParallel>;
-    t->leaf[kSpanRgb][kSpanNoRot] = rgbNoRot;
+    t->leaf[kSpanRgb][kSpanGeneral] = rgbLeaf<kSpanGeneral>;
+    t->leaf[kSpanRgb][kSpanParallel] = rgbLeaf<kSpanParallel>;
+    t->leaf[kSpanRgb][kSpanNoRot] = rgbLeaf<kSpanNoRot>;
 }
 
 }  // namespace pvx_draw
