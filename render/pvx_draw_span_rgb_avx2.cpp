@@ -237,6 +237,8 @@ inline void prefetchDest(const SpanArgs &a, ptrdiff_t o) {
     _mm_prefetch(reinterpret_cast<const char *>(at + p + 47), _MM_HINT_T0);
 }
 
+// General and parallelogram: the groups the windows fit, up to the first
+// whose rows spread too far; 0 when the span's steps do not fit them.
 template <int K>
 int32_t rgbLinearWindows(const SpanArgs &a) {
     constexpr bool kRound = K != kSpanGeneral;
