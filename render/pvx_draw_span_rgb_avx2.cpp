@@ -24,9 +24,12 @@
 namespace pvx_draw {
 namespace {
 
-// Largest step along a row (Q15): two steps stay within 3 columns and
-// three within 4, which keeps every lane's taps inside its 16 bytes.
+// Largest step along a row (Q15) for 16-byte windows: two steps stay
+// within 3 columns and three within 4, which keeps every lane's taps inside
+// its 16 bytes. Up to two pixels (general and parallelogram spans), a lane
+// reads 32 bytes: two windows, each picked by its own vpshufb.
 constexpr int32_t kMaxStep = 43690;
+constexpr int32_t kMaxWideStep = 65536;
 // Rows a group's lanes may spread over in this leaf.
 constexpr int32_t kMaxSpread = 3;
 
@@ -74,6 +77,7 @@ inline __m128i load16(const uint8_t *p) { return _mm_load_si128(reinterpret_cast
 // indices, weights and lane rows, and where each lane's window starts.
 struct RowSet {
     __m256i idx[3], wx[3], fy[3], rr[3];
+    __m256i idxHi[3];     // 32-byte windows: indices into the second 16 bytes
     const uint8_t *row;   // first source row of the set, at the group's first column
     int32_t start[6];     // window of lane j: bytes row + start[j] ..+15
     int32_t spread;       // lane rows are 0 .. spread from `row`
@@ -83,8 +87,10 @@ struct RowSet {
 inline __m256i pixelBytes(__m256i v) { return _mm256_permute4x64_epi64(_mm256_packus_epi16(v, v), 0x88); }
 
 // Window indices and horizontal weights from the pixels' 1/16 positions
-// `xr` (words, relative to the first pixel's column); windows end by byte
-// `clampEnd` past that column (the last byte that may be read, less 15).
+// `xr` (words, relative to the first pixel's column); windows of W bytes
+// start by byte `clampEnd` past that column (the last byte that may be
+// read, less W - 1).
+template <int W>
 inline void columns(__m256i xr, int32_t clampEnd, RowSet *s) {
     const __m256i col = _mm256_srli_epi16(xr, 4);
     const __m256i col3 = _mm256_add_epi16(col, _mm256_add_epi16(col, col));
@@ -102,6 +108,12 @@ inline void columns(__m256i xr, int32_t clampEnd, RowSet *s) {
     for (int m = 0; m < 3; ++m) {
         const __m256i at = _mm256_add_epi8(_mm256_shuffle_epi8(colB, load32(kT.pix[m])), load32(kT.add[m]));
         s->idx[m] = _mm256_sub_epi8(at, _mm256_shuffle_epi8(stB, load32(kT.lane[m])));
+        if constexpr (W == 32) {
+            // Index i < 16 reads the first window, i - 16 the second: each
+            // vpshufb zeroes the bytes whose index has bit 7 set.
+            s->idxHi[m] = _mm256_add_epi8(s->idx[m], _mm256_set1_epi8(-16));
+            s->idx[m] = _mm256_add_epi8(s->idx[m], _mm256_set1_epi8(0x70));
+        }
         s->wx[m] = _mm256_abs_epi8(_mm256_sub_epi8(load32(kT.even16), _mm256_shuffle_epi8(fxB, load32(kT.pix[m]))));
     }
 }
@@ -112,12 +124,19 @@ inline void channelWords(__m256i v, __m256i *out) {
     for (int m = 0; m < 3; ++m) out[m] = _mm256_shuffle_epi8(b, load32(kT.word[m]));
 }
 
+// The 16-byte windows of lanes 2m and 2m + 1, `at` bytes past their starts.
+inline __m256i windows(const uint8_t *row, const RowSet &s, int m, int at) {
+    const __m128i lo = _mm_loadu_si128(reinterpret_cast<const __m128i *>(row + s.start[2 * m] + at));
+    const __m128i hi = _mm_loadu_si128(reinterpret_cast<const __m128i *>(row + s.start[2 * m + 1] + at));
+    return _mm256_inserti128_si256(_mm256_castsi128_si256(lo), hi, 1);
+}
+
 // Horizontal sums of the 16 channels of register m on source row `row`.
+template <int W>
 inline __m256i rowSums(const uint8_t *row, const RowSet &s, int m) {
-    const __m128i lo = _mm_loadu_si128(reinterpret_cast<const __m128i *>(row + s.start[2 * m]));
-    const __m128i hi = _mm_loadu_si128(reinterpret_cast<const __m128i *>(row + s.start[2 * m + 1]));
-    const __m256i w = _mm256_inserti128_si256(_mm256_castsi128_si256(lo), hi, 1);
-    return _mm256_maddubs_epi16(_mm256_shuffle_epi8(w, s.idx[m]), s.wx[m]);
+    __m256i pairs = _mm256_shuffle_epi8(windows(row, s, m, 0), s.idx[m]);
+    if constexpr (W == 32) pairs = _mm256_or_si256(pairs, _mm256_shuffle_epi8(windows(row, s, m, 16), s.idxHi[m]));
+    return _mm256_maddubs_epi16(pairs, s.wx[m]);
 }
 
 // Starts fetching the bytes of the row kAhead rows below `row` that a
@@ -157,7 +176,7 @@ inline void store48(uint8_t *d, const __m256i *out) {
 // The rows of a set with lanes on rows 0 .. Spread: destination d0 from
 // rows 0 .. Spread + 1 and, when d1 is given, d1 from the rows one below
 // with the same weights (rows 1 .. Spread + 2). Either may be null.
-template <int Spread, bool Round>
+template <int Spread, bool Round, int W>
 inline void drawSet(uint8_t *d0, uint8_t *d1, const RowSet &s, ptrdiff_t pitch) {
     const __m256i zero = _mm256_setzero_si256();
     __m256i out0[3] = {zero, zero, zero}, out1[3] = {zero, zero, zero};
@@ -166,9 +185,9 @@ inline void drawSet(uint8_t *d0, uint8_t *d1, const RowSet &s, ptrdiff_t pitch) 
         sums[0] = sums[Spread + 2] = zero;   // rows not read
         for (int j = 1; j <= Spread; ++j)
             sel[j - 1] = _mm256_cmpeq_epi16(s.rr[m], _mm256_set1_epi16(static_cast<int16_t>(j)));
-        if (d0 != nullptr) sums[0] = rowSums(s.row, s, m);
-        for (int j = 1; j <= Spread + 1; ++j) sums[j] = rowSums(s.row + j * pitch, s, m);
-        if (d1 != nullptr) sums[Spread + 2] = rowSums(s.row + (Spread + 2) * pitch, s, m);
+        if (d0 != nullptr) sums[0] = rowSums<W>(s.row, s, m);
+        for (int j = 1; j <= Spread + 1; ++j) sums[j] = rowSums<W>(s.row + j * pitch, s, m);
+        if (d1 != nullptr) sums[Spread + 2] = rowSums<W>(s.row + (Spread + 2) * pitch, s, m);
         if (d0 != nullptr) out0[m] = vertical<Spread, Round>(sums, sel, s.fy[m]);
         if (d1 != nullptr) out1[m] = vertical<Spread, Round>(sums + 1, sel, s.fy[m]);
     }
@@ -179,14 +198,14 @@ inline void drawSet(uint8_t *d0, uint8_t *d1, const RowSet &s, ptrdiff_t pitch) 
     if (d1 != nullptr) store48(d1, out1);
 }
 
-template <bool Round>
+template <bool Round, int W>
 inline void drawSetAnySpread(uint8_t *d0, uint8_t *d1, const RowSet &s, ptrdiff_t pitch) {
     static_assert(kMaxSpread == 3, "one case per spread");
     switch (s.spread) {
-        case 0: drawSet<0, Round>(d0, d1, s, pitch); break;
-        case 1: drawSet<1, Round>(d0, d1, s, pitch); break;
-        case 2: drawSet<2, Round>(d0, d1, s, pitch); break;
-        default: drawSet<3, Round>(d0, d1, s, pitch); break;
+        case 0: drawSet<0, Round, W>(d0, d1, s, pitch); break;
+        case 1: drawSet<1, Round, W>(d0, d1, s, pitch); break;
+        case 2: drawSet<2, Round, W>(d0, d1, s, pitch); break;
+        default: drawSet<3, Round, W>(d0, d1, s, pitch); break;
     }
 }
 
@@ -209,12 +228,13 @@ inline __m256i relative16(int32_t v, __m256i h, __m256i l) {
 
 // The row set of 16 pixels at Q15 (x, y) + i * (ux, uy); false when their
 // rows spread too far.
+template <int W>
 inline bool linearSet(const SpanArgs &a, const Steps &k, int32_t x, int32_t y, int32_t hiB, RowSet *s) {
     int32_t low, spread;
     if (!laneRows(y, a.uy, &low, &spread) || spread > kMaxSpread) return false;
     s->spread = spread;
     const int32_t c0 = x >> 15;
-    columns(relative16(x, k.xh, k.xl), hiB - 15 - 3 * c0, s);
+    columns<W>(relative16(x, k.xh, k.xl), hiB - (W - 1) - 3 * c0, s);
     const __m256i yr = relative16(y, k.yh, k.yl);
     channelWords(_mm256_sub_epi16(_mm256_srai_epi16(yr, 4), _mm256_set1_epi16(static_cast<int16_t>(low))), s->rr);
     channelWords(_mm256_and_si256(yr, _mm256_set1_epi16(15)), s->fy);
@@ -237,15 +257,48 @@ inline void prefetchDest(const SpanArgs &a, ptrdiff_t o) {
     _mm_prefetch(reinterpret_cast<const char *>(at + p + 47), _MM_HINT_T0);
 }
 
+// The groups of a general or parallelogram span with W-byte windows, up to
+// the first whose rows spread too far; `hiB` is the last byte the taps
+// reach on a row.
+template <int K, int W>
+int32_t rgbLinearGroups(const SpanArgs &a, int32_t hiB) {
+    constexpr bool kRound = K != kSpanGeneral;
+    const int32_t groups = a.n >> 4;
+    const ptrdiff_t pitch = a.src->yPitch;
+    const bool own1 = a.dy1 != nullptr && !(a.hx == 0 && a.hy == 32768);
+    const Steps k = splitSteps(a.ux, a.uy);
+    int32_t x0 = a.sx, y0 = a.sy;
+    for (int32_t g = 0; g < groups; ++g, x0 = laneAdd(x0, laneMul(16, a.ux)), y0 = laneAdd(y0, laneMul(16, a.uy))) {
+        const ptrdiff_t o = static_cast<ptrdiff_t>(a.dx + 16 * g) * 3;
+        prefetchDest(a, o);
+        if (!own1) {
+            // Row y+1 reads the rows below row y's taps with the same weights.
+            RowSet s;
+            if (!linearSet<W>(a, k, x0, y0, hiB, &s)) return 16 * g;
+            drawSetAnySpread<kRound, W>(a.dy0 != nullptr ? a.dy0 + o : nullptr, a.dy1 != nullptr ? a.dy1 + o : nullptr,
+                                        s, pitch);
+        } else {
+            // Both sets are checked before either row is drawn.
+            RowSet s1;
+            if (!linearSet<W>(a, k, laneAdd(x0, a.hx), laneAdd(y0, a.hy), hiB, &s1)) return 16 * g;
+            if (a.dy0 != nullptr) {
+                RowSet s0;
+                if (!linearSet<W>(a, k, x0, y0, hiB, &s0)) return 16 * g;
+                drawSetAnySpread<kRound, W>(a.dy0 + o, nullptr, s0, pitch);
+            }
+            drawSetAnySpread<kRound, W>(a.dy1 + o, nullptr, s1, pitch);
+        }
+    }
+    return 16 * groups;
+}
+
 // General and parallelogram: the groups the windows fit, up to the first
 // whose rows spread too far; 0 when the span's steps do not fit them.
 template <int K>
 int32_t rgbLinearWindows(const SpanArgs &a) {
-    constexpr bool kRound = K != kSpanGeneral;
     const int32_t groups = a.n >> 4;
-    if (groups == 0 || a.ux < 0 || a.ux > kMaxStep || a.uy < -32768 || a.uy > 32768) return 0;
+    if (groups == 0 || a.ux < 0 || a.ux > kMaxWideStep || a.uy < -32768 || a.uy > 32768) return 0;
     if (a.dy0 == nullptr && a.dy1 == nullptr) return 0;
-    const ptrdiff_t pitch = a.src->yPitch;
     const bool own1 = a.dy1 != nullptr && !(a.hx == 0 && a.hy == 32768);
     const bool set0 = a.dy0 != nullptr || !own1;  // row y's taps are read
 
@@ -265,54 +318,39 @@ int32_t rgbLinearWindows(const SpanArgs &a) {
     const int32_t loB = static_cast<int32_t>(3 * lo), hiB = static_cast<int32_t>(3 * hi + 2);
     if (hiB - loB < 15) return 0;   // narrower than one window
 
-    const Steps k = splitSteps(a.ux, a.uy);
-    int32_t x0 = a.sx, y0 = a.sy;
-    for (int32_t g = 0; g < groups; ++g, x0 = laneAdd(x0, laneMul(16, a.ux)), y0 = laneAdd(y0, laneMul(16, a.uy))) {
-        const ptrdiff_t o = static_cast<ptrdiff_t>(a.dx + 16 * g) * 3;
-        prefetchDest(a, o);
-        if (!own1) {
-            // Row y+1 reads the rows below row y's taps with the same weights.
-            RowSet s;
-            if (!linearSet(a, k, x0, y0, hiB, &s)) return 16 * g;
-            drawSetAnySpread<kRound>(a.dy0 != nullptr ? a.dy0 + o : nullptr, a.dy1 != nullptr ? a.dy1 + o : nullptr, s,
-                                     pitch);
-        } else {
-            // Both sets are checked before either row is drawn.
-            RowSet s1;
-            if (!linearSet(a, k, laneAdd(x0, a.hx), laneAdd(y0, a.hy), hiB, &s1)) return 16 * g;
-            if (a.dy0 != nullptr) {
-                RowSet s0;
-                if (!linearSet(a, k, x0, y0, hiB, &s0)) return 16 * g;
-                drawSetAnySpread<kRound>(a.dy0 + o, nullptr, s0, pitch);
-            }
-            drawSetAnySpread<kRound>(a.dy1 + o, nullptr, s1, pitch);
-        }
-    }
-    return 16 * groups;
+    if (a.ux <= kMaxStep) return rgbLinearGroups<K, 16>(a, hiB);
+    if (hiB - loB < 31) return 0;   // narrower than two windows
+    return rgbLinearGroups<K, 32>(a, hiB);
 }
 
-// Whether the offset table keeps every lane's taps inside its window: it
-// does not step back, (at any fraction of the group's position) two steps
-// from a lane's first pixel stay within 3 columns and three within 4, and
-// the group spans at most 20 columns, so that window offsets fit a signed
-// byte.
-inline bool noRotOffsetsFit(const int32_t *off) {
+// Whether each pixel's taps meet the next pixel's (their 1/16 positions at
+// most 32 apart, so no column between them goes unread), within a group and
+// on to the next group: a window reaching past its lane's taps then reads
+// taps of the span only, every lane reads at most 24 bytes and a group
+// spans at most 31 columns.
+inline bool noRotTapsJoin(const SpanArgs &a) {
+    const int32_t *off = a.off16;
     for (int i = 0; i < 15; ++i)
-        if (off[i + 1] < off[i]) return false;
+        if (off[i + 1] < off[i] || off[i + 1] - off[i] > 32) return false;
+    return ((16 * static_cast<int64_t>(a.ux)) >> 11) + 1 + off[0] - off[15] <= 32;
+}
+
+// Whether 16-byte windows fit: (at any fraction of the group's position)
+// two steps from a lane's first pixel stay within 3 columns and three
+// within 4, and the group spans at most 20 columns.
+inline bool noRotNarrow(const int32_t *off) {
     const auto cols = [&](int i, int j) { return (15 + off[j] - off[i]) >> 4; };
     return cols(0, 2) <= 3 && cols(5, 7) <= 3 && cols(8, 10) <= 3 && cols(13, 15) <= 3 && cols(2, 5) <= 4 &&
            cols(10, 13) <= 4 && off[15] - off[0] <= 320;
 }
 
-// Unrotated: every pixel reads rows r and r + 1 (row y+1: r + 1 and r + 2)
-// at the 1/16 positions the offset table gives.
-int32_t rgbNoRotWindows(const SpanArgs &a) {
+// Unrotated groups with W-byte windows: every pixel reads rows r and r + 1
+// (row y+1: r + 1 and r + 2) at the 1/16 positions the offset table gives;
+// `hiB` is the last byte the taps reach.
+template <int W>
+int32_t rgbNoRotGroups(const SpanArgs &a, int32_t hiB) {
     const int32_t groups = a.n >> 4;
-    if (groups == 0 || a.ux < 0 || !noRotOffsetsFit(a.off16)) return 0;
     const SrcPlanes &src = *a.src;
-    const int32_t p0 = noRotP16(a, 0) >> 4, p1 = noRotP16(a, a.n - 1) >> 4;
-    const int32_t hiB = 3 * ((p0 > p1 ? p0 : p1) + 1) + 2;
-    if (hiB - 3 * p0 < 15) return 0;   // narrower than one window
     const int32_t fy = (a.sy >> 11) & 15;
     const uint8_t *row = src.y + static_cast<ptrdiff_t>(a.sy >> 15) * src.yPitch;
     const __m256i offLo = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(a.off16));
@@ -325,14 +363,25 @@ int32_t rgbNoRotWindows(const SpanArgs &a) {
         const int32_t k = 16 * g;
         const int32_t group = laneAdd(a.sx, laneMul(k, a.ux)) >> 11;
         const int32_t c0 = laneAdd(group, a.off16[0]) >> 4;
-        columns(_mm256_add_epi16(_mm256_set1_epi16(static_cast<int16_t>(laneAdd(group, -16 * c0))), off),
-                hiB - 15 - 3 * c0, &s);
+        columns<W>(_mm256_add_epi16(_mm256_set1_epi16(static_cast<int16_t>(laneAdd(group, -16 * c0))), off),
+                   hiB - (W - 1) - 3 * c0, &s);
         s.row = row + static_cast<ptrdiff_t>(3) * c0;
         const ptrdiff_t o = static_cast<ptrdiff_t>(a.dx + k) * 3;
         prefetchDest(a, o);
-        drawSet<0, true>(a.dy0 != nullptr ? a.dy0 + o : nullptr, a.dy1 != nullptr ? a.dy1 + o : nullptr, s, src.yPitch);
+        drawSet<0, true, W>(a.dy0 != nullptr ? a.dy0 + o : nullptr, a.dy1 != nullptr ? a.dy1 + o : nullptr, s,
+                            src.yPitch);
     }
     return 16 * groups;
+}
+
+// Unrotated: the groups the windows fit; 0 when the offsets do not fit them.
+int32_t rgbNoRotWindows(const SpanArgs &a) {
+    if ((a.n >> 4) == 0 || a.ux < 0 || !noRotTapsJoin(a)) return 0;
+    const int32_t p0 = noRotP16(a, 0) >> 4, p1 = noRotP16(a, a.n - 1) >> 4;
+    const int32_t hiB = 3 * ((p0 > p1 ? p0 : p1) + 1) + 2;
+    if (hiB - 3 * p0 >= 15 && noRotNarrow(a.off16)) return rgbNoRotGroups<16>(a, hiB);
+    if (hiB - 3 * p0 >= 31) return rgbNoRotGroups<32>(a, hiB);
+    return 0;   // narrower than the windows
 }
 
 // The span from pixel k (a multiple of 16) on: the positions of its groups
