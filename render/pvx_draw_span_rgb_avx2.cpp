@@ -11,9 +11,12 @@
 // the rows of its own pixel. Per group, the pixels' columns and weights are
 // worked out in the 16 words of one register and spread to the channels by
 // vpshufb from a copy holding one byte per pixel; the indices serve every
-// source row the group reads. The leaves prefetch the source rows and the
-// destination rows that the row pairs below will touch: in a frame, stores
-// that miss the cache otherwise stall the leaf more than its arithmetic.
+// source row the group reads. Steps of 4/3 to 2 pixels take two windows a
+// lane; what the windows do not fit (longer steps, steep slopes, narrow
+// spans) goes to the SSSE3 arithmetic. The leaves prefetch the source rows
+// and the destination rows that the row pairs below will touch: in a frame,
+// stores that miss the cache otherwise stall the leaf more than its
+// arithmetic.
 #if (defined(__x86_64__) || defined(__i386__)) && defined(__AVX2__)
 
 #include <immintrin.h>
@@ -26,8 +29,8 @@ namespace {
 
 // Largest step along a row (Q15) for 16-byte windows: two steps stay
 // within 3 columns and three within 4, which keeps every lane's taps inside
-// its 16 bytes. Up to two pixels (general and parallelogram spans), a lane
-// reads 32 bytes: two windows, each picked by its own vpshufb.
+// its 16 bytes. Up to two pixels, a lane reads 32 bytes: two windows, each
+// picked by its own vpshufb.
 constexpr int32_t kMaxStep = 43690;
 constexpr int32_t kMaxWideStep = 65536;
 // Rows a group's lanes may spread over in this leaf.
