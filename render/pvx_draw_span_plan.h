@@ -216,7 +216,7 @@ inline bool planLinear(const SpanArgs &a, int32_t pairBytes, int32_t chromaReach
     if (Clamp && !(runFits(a.sx, a.n - 1, a.ux) && runFits(a.sy, a.n - 1, a.uy) &&
                    runFits(static_cast<int64_t>(a.sx) + a.hx, a.n - 1, a.ux) &&
                    runFits(static_cast<int64_t>(a.sy) + a.hy, a.n - 1, a.uy) &&
-                   runFits(a.sx, 0, a.hx) && runFits(a.sy, 0, a.hy)))
+                   runFits(a.sx, 1, a.hx) && runFits(a.sy, 1, a.hy)))
         return false;
     const int32_t uxh = a.ux >> 11, uxl = a.ux & 2047;
     p->uxh = uxh;

@@ -214,8 +214,8 @@ int32_t rgbLinear(const SpanArgs &a) {
     if (a.dy0 == nullptr && a.dy1 == nullptr) return 0;
     if (Clamp && !(runFits(a.sx, a.n - 1, a.ux) && runFits(a.sy, a.n - 1, a.uy) &&
                    runFits(static_cast<int64_t>(a.sx) + a.hx, a.n - 1, a.ux) &&
-                   runFits(static_cast<int64_t>(a.sy) + a.hy, a.n - 1, a.uy) && runFits(a.sx, 0, a.hx) &&
-                   runFits(a.sy, 0, a.hy)))
+                   runFits(static_cast<int64_t>(a.sy) + a.hy, a.n - 1, a.uy) && runFits(a.sx, 1, a.hx) &&
+                   runFits(a.sy, 1, a.hy)))
         return 0;
     const SrcPlanes &src = *a.src;
     const bool own1 = a.dy1 != nullptr && !(a.hx == 0 && a.hy == 32768);

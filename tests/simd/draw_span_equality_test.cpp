@@ -152,13 +152,16 @@ int32_t randomSlope(std::mt19937_64 &rng) {
 
 // A clamped span on an image of w x h: the case's steps and rows, its start
 // moved so that the span leaves the image over an edge or a corner, or lies
-// wholly (or far) outside it.
+// wholly (or far) outside it, or its positions wrap at 32 bits.
 void straddle(std::mt19937_64 &rng, int32_t w, int32_t h, Case *c) {
     SpanArgs &a = c->a;
     const int64_t along = static_cast<int64_t>(a.n) * a.ux;   // Q15 length of the span along x
     const auto pick = [&](int32_t size, int64_t reach) -> int64_t {
         const int64_t q = static_cast<int64_t>(size) << 15;
-        switch (rng() % 6) {
+        switch (rng() % 7) {
+            case 6:  // at the ends of 32-bit positions, where the span's sums wrap
+                return (rng() % 2 ? INT32_MAX - static_cast<int64_t>(rng() % 0x200000)
+                                  : INT32_MIN + static_cast<int64_t>(rng() % 0x200000));
             case 0:  // starting before the first column or row
                 return -static_cast<int64_t>(rng() % (3 * 32768)) - (reach > 0 ? static_cast<int64_t>(rng() % (reach / 2 + 1)) : 0);
             case 1:  // reaching past the last
