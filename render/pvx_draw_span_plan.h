@@ -350,13 +350,12 @@ inline void pairIn(int32_t size, int32_t *x, int32_t *f) {
     *x = v < 0 ? 0 : (v > top ? top : v);
 }
 
-// The tap of a pixel at column x, row r with weights fx, fy.
-template <bool Clamp>
+// The tap of a pixel at column x, row r with weights fx, fy (clamped:
+// the column, and the row unless the caller has done it).
+template <bool Clamp, bool ClampRow = Clamp>
 inline Tap tapAt(const SrcPlanes &s, int32_t x, int32_t r, int32_t fx, int32_t fy, int64_t hi) {
-    if constexpr (Clamp) {
-        pairIn(s.w, &x, &fx);
-        pairIn(s.h, &r, &fy);
-    }
+    if constexpr (Clamp) pairIn(s.w, &x, &fx);
+    if constexpr (ClampRow) pairIn(s.h, &r, &fy);
     return Tap{s.y + static_cast<ptrdiff_t>(r) * s.yPitch + static_cast<ptrdiff_t>(x) * 3, fx, fy, x + 2 <= hi};
 }
 
@@ -400,16 +399,22 @@ int32_t rgbGroups(const SpanArgs &a) {
             hi = hi > h1 ? hi : h1;
         }
     }
+    // Unrotated: rows r (row y) and r + 1 (row y+1, own taps) and their
+    // weight, clamped once for the span.
+    int32_t r0 = a.sy >> 15, r1 = r0 + 1, fy0 = (a.sy >> 11) & 15, fy1 = fy0;
+    if (Clamp) {
+        pairIn(s.h, &r0, &fy0);
+        pairIn(s.h, &r1, &fy1);
+    }
     Tap t0[16], t1[16];
     for (int32_t g = 0; g < groups; ++g) {
         const int32_t k = 16 * g;
         if constexpr (K == kSpanNoRot) {
             const int32_t group = laneAdd(a.sx, laneMul(k, a.ux)) >> 11;
-            const int32_t fy = (a.sy >> 11) & 15, r = a.sy >> 15;
             for (int i = 0; i < 16; ++i) {
                 const int32_t p16 = laneAdd(group, a.off16[i]);
-                t0[i] = tapAt<Clamp>(s, p16 >> 4, r, p16 & 15, fy, hi);
-                if (own1) t1[i] = tapAt<Clamp>(s, p16 >> 4, r + 1, p16 & 15, fy, hi);
+                t0[i] = tapAt<Clamp, false>(s, p16 >> 4, r0, p16 & 15, fy0, hi);
+                if (own1) t1[i] = tapAt<Clamp, false>(s, p16 >> 4, r1, p16 & 15, fy1, hi);
             }
         } else {
             const int32_t px = laneAdd(a.sx, laneMul(k, a.ux)), py = laneAdd(a.sy, laneMul(k, a.uy));
