@@ -317,6 +317,11 @@ inline bool group(const SpanArgs &a, const LinearPlan &p, const GroupPos &q, con
         return false;
     uint8_t *d0 = a.dy0 != nullptr ? a.dy0 + a.dx + k : nullptr;
     uint8_t *d1 = a.dy1 != nullptr ? a.dy1 + a.dx + k : nullptr;
+    prefetchDestBelow(a, a.dx + k, width);
+    if (p.chroma) {
+        const ptrdiff_t co = (a.dx + k + p.par) >> 1;
+        prefetchChromaBelow<Planar>(a, Planar ? co : 2 * co, Planar ? width / 2 : width);
+    }
     if (!own1) {
         drawLuma<Round, Clamp>(s, p, g0, d0, d1, width);
     } else {

@@ -269,6 +269,47 @@ inline bool planLinear(const SpanArgs &a, int32_t pairBytes, int32_t chromaReach
 }
 
 // ---------------------------------------------------------------------------
+// Destination prefetch. In a whole frame a leaf's stores miss the cache
+// more than its loads do (the source rows are prefetched as they are
+// read), and a store that misses holds up the later ones while its line is
+// read in: so each group first starts fetching the bytes that the same
+// group of the row pair two pairs below will store. Prefetches never
+// fault; the addresses are formed as integers, so they may lie outside the
+// destination.
+
+inline void prefetchLine(const uint8_t *row, ptrdiff_t at) {
+    __builtin_prefetch(reinterpret_cast<const void *>(reinterpret_cast<uintptr_t>(row) + static_cast<uintptr_t>(at)));
+}
+
+// Bytes [o, o + bytes) (at most 64) of luma rows y and y+1 two row pairs
+// below, the rows' distance being the destination pitch. Spans of one row
+// have no pair below.
+inline void prefetchDestBelow(const SpanArgs &a, ptrdiff_t o, int32_t bytes) {
+    if (a.dy0 == nullptr || a.dy1 == nullptr) return;
+    const ptrdiff_t pitch = a.dy1 - a.dy0, at = o + 4 * pitch;
+    prefetchLine(a.dy0, at);
+    prefetchLine(a.dy0, at + bytes - 1);
+    prefetchLine(a.dy1, at);
+    prefetchLine(a.dy1, at + bytes - 1);
+}
+
+// Bytes [co, co + bytes) of the 4:2:0 chroma rows two row pairs below
+// (channel 1 too when planar). The chroma pitch is taken as the luma
+// pitch (interleaved) or half of it (planar), as camera frames lay out
+// their planes; a wrong guess only fetches lines that go unused.
+template <bool Planar>
+inline void prefetchChromaBelow(const SpanArgs &a, ptrdiff_t co, int32_t bytes) {
+    if (a.dy0 == nullptr || a.dy1 == nullptr) return;
+    const ptrdiff_t pitch = Planar ? (a.dy1 - a.dy0) / 2 : a.dy1 - a.dy0, at = co + 2 * pitch;
+    prefetchLine(a.dc00, at);
+    prefetchLine(a.dc00, at + bytes - 1);
+    if constexpr (Planar) {
+        prefetchLine(a.dc01, at);
+        prefetchLine(a.dc01, at + bytes - 1);
+    }
+}
+
+// ---------------------------------------------------------------------------
 // The group loops shared by every instruction set: a leaf supplies only the
 // arithmetic of one 16-pixel group.
 

@@ -160,7 +160,7 @@ inline Sums rowSums(const SrcPlanes &src, const RowSet &s, int32_t j, int32_t lo
 // below the last row of `s` read: the row pairs below read them next.
 // Prefetches never fault; the address is formed as an integer, so it may
 // lie outside the plane.
-constexpr ptrdiff_t kAhead = 4;
+constexpr ptrdiff_t kAhead = 8;
 inline void prefetchBelow(const SrcPlanes &src, const RowSet &s, int32_t lastRow) {
     const uintptr_t at = reinterpret_cast<uintptr_t>(src.y) +
                          static_cast<uintptr_t>((s.row + lastRow + kAhead) * src.yPitch + 3 * static_cast<ptrdiff_t>(s.c0));
@@ -249,6 +249,7 @@ int32_t rgbLinear(const SpanArgs &a) {
     for (int32_t g = 0; g < groups; ++g) {
         const int32_t k = 16 * g;
         const ptrdiff_t o = static_cast<ptrdiff_t>(a.dx + k) * 3;
+        prefetchDestBelow(a, o, 48);
         if (!own1) {
             // Row y+1 reads the rows below row y's taps with the same weights.
             RowSet s;
@@ -306,6 +307,7 @@ int32_t rgbNoRot(const SpanArgs &a) {
         if constexpr (Clamp) p16 = _mm512_min_epi32(_mm512_max_epi32(p16, _mm512_setzero_si512()), top16);
         const RowSet s = noRotRowSet(p16, r, fy);
         const ptrdiff_t o = static_cast<ptrdiff_t>(a.dx + k) * 3;
+        prefetchDestBelow(a, o, 48);
         for (int32_t j = a.dy0 != nullptr ? 0 : 1; j <= (a.dy1 != nullptr ? 2 : 1); ++j)
             sums[j] = rowSums<Clamp>(src, s, j, loB, hiB);
         prefetchBelow(src, s, 2);
