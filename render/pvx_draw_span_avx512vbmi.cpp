@@ -10,6 +10,8 @@
 // bytes of U beside 64 of V), loaded with byte masks that keep it inside
 // the span's taps; one vpermi2b gathers the pairs, pmaddubsw weights them
 // by (16 - fx, fx), and each lane blends its own rows by (16 - fy, fy).
+// Each group prefetches the source rows below and the destination of the
+// row pair two pairs below.
 #if (defined(__x86_64__) || defined(__i386__)) && defined(__AVX512VBMI__) && defined(__AVX512BW__)
 
 // g++ 12 takes the deliberately undefined source operand inside its

@@ -277,35 +277,41 @@ inline bool planLinear(const SpanArgs &a, int32_t pairBytes, int32_t chromaReach
 // fault; the addresses are formed as integers, so they may lie outside the
 // destination.
 
-inline void prefetchLine(const uint8_t *row, ptrdiff_t at) {
-    __builtin_prefetch(reinterpret_cast<const void *>(reinterpret_cast<uintptr_t>(row) + static_cast<uintptr_t>(at)));
+inline void prefetchAt(uintptr_t at) { __builtin_prefetch(reinterpret_cast<const void *>(at)); }
+
+// Destination pitch (the distance of rows y and y+1), or 0 for a span of
+// one row, which has no pair below.
+inline uintptr_t destPitch(const SpanArgs &a) {
+    if (a.dy0 == nullptr || a.dy1 == nullptr) return 0;
+    return reinterpret_cast<uintptr_t>(a.dy1) - reinterpret_cast<uintptr_t>(a.dy0);
 }
 
 // Bytes [o, o + bytes) (at most 64) of luma rows y and y+1 two row pairs
-// below, the rows' distance being the destination pitch. Spans of one row
-// have no pair below.
+// below.
 inline void prefetchDestBelow(const SpanArgs &a, ptrdiff_t o, int32_t bytes) {
-    if (a.dy0 == nullptr || a.dy1 == nullptr) return;
-    const ptrdiff_t pitch = a.dy1 - a.dy0, at = o + 4 * pitch;
-    prefetchLine(a.dy0, at);
-    prefetchLine(a.dy0, at + bytes - 1);
-    prefetchLine(a.dy1, at);
-    prefetchLine(a.dy1, at + bytes - 1);
+    const uintptr_t pitch = destPitch(a);
+    if (pitch == 0) return;
+    const uintptr_t at = reinterpret_cast<uintptr_t>(a.dy0) + static_cast<uintptr_t>(o) + 4 * pitch;
+    prefetchAt(at);
+    prefetchAt(at + static_cast<uintptr_t>(bytes - 1));
+    prefetchAt(at + pitch);
+    prefetchAt(at + pitch + static_cast<uintptr_t>(bytes - 1));
 }
 
 // Bytes [co, co + bytes) of the 4:2:0 chroma rows two row pairs below
-// (channel 1 too when planar). The chroma pitch is taken as the luma
-// pitch (interleaved) or half of it (planar), as camera frames lay out
-// their planes; a wrong guess only fetches lines that go unused.
+// (channel 1 too when planar). The chroma pitch is taken as the luma pitch
+// (interleaved) or half of it (planar), as camera frames lay out their
+// planes; a wrong guess only fetches lines that go unused.
 template <bool Planar>
 inline void prefetchChromaBelow(const SpanArgs &a, ptrdiff_t co, int32_t bytes) {
-    if (a.dy0 == nullptr || a.dy1 == nullptr) return;
-    const ptrdiff_t pitch = Planar ? (a.dy1 - a.dy0) / 2 : a.dy1 - a.dy0, at = co + 2 * pitch;
-    prefetchLine(a.dc00, at);
-    prefetchLine(a.dc00, at + bytes - 1);
+    const uintptr_t pitch = Planar ? destPitch(a) / 2 : destPitch(a);
+    if (pitch == 0) return;
+    const uintptr_t at = static_cast<uintptr_t>(co) + 2 * pitch, last = at + static_cast<uintptr_t>(bytes - 1);
+    prefetchAt(reinterpret_cast<uintptr_t>(a.dc00) + at);
+    prefetchAt(reinterpret_cast<uintptr_t>(a.dc00) + last);
     if constexpr (Planar) {
-        prefetchLine(a.dc01, at);
-        prefetchLine(a.dc01, at + bytes - 1);
+        prefetchAt(reinterpret_cast<uintptr_t>(a.dc01) + at);
+        prefetchAt(reinterpret_cast<uintptr_t>(a.dc01) + last);
     }
 }
 

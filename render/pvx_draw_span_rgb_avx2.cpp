@@ -246,20 +246,6 @@ inline bool linearSet(const SpanArgs &a, const Steps &k, int32_t x, int32_t y, i
     return true;
 }
 
-// Starts fetching the destination bytes of the group `o` bytes into the row
-// pair two pairs below (the rows' distance is the destination pitch): a
-// store that misses the cache holds up every later store, and with them the
-// leaf, while the line is read in.
-inline void prefetchDest(const SpanArgs &a, ptrdiff_t o) {
-    if (a.dy0 == nullptr || a.dy1 == nullptr) return;
-    const uintptr_t p = reinterpret_cast<uintptr_t>(a.dy1) - reinterpret_cast<uintptr_t>(a.dy0);
-    const uintptr_t at = reinterpret_cast<uintptr_t>(a.dy0) + static_cast<uintptr_t>(o) + 4 * p;
-    _mm_prefetch(reinterpret_cast<const char *>(at), _MM_HINT_T0);
-    _mm_prefetch(reinterpret_cast<const char *>(at + 47), _MM_HINT_T0);
-    _mm_prefetch(reinterpret_cast<const char *>(at + p), _MM_HINT_T0);
-    _mm_prefetch(reinterpret_cast<const char *>(at + p + 47), _MM_HINT_T0);
-}
-
 // The groups of a general or parallelogram span with W-byte windows, up to
 // the first whose rows spread too far; `hiB` is the last byte the taps
 // reach on a row.
@@ -273,7 +259,7 @@ int32_t rgbLinearGroups(const SpanArgs &a, int32_t hiB) {
     int32_t x0 = a.sx, y0 = a.sy;
     for (int32_t g = 0; g < groups; ++g, x0 = laneAdd(x0, laneMul(16, a.ux)), y0 = laneAdd(y0, laneMul(16, a.uy))) {
         const ptrdiff_t o = static_cast<ptrdiff_t>(a.dx + 16 * g) * 3;
-        prefetchDest(a, o);
+        prefetchDestBelow(a, o, 48);
         if (!own1) {
             // Row y+1 reads the rows below row y's taps with the same weights.
             RowSet s;
@@ -370,7 +356,7 @@ int32_t rgbNoRotGroups(const SpanArgs &a, int32_t hiB) {
                    hiB - (W - 1) - 3 * c0, &s);
         s.row = row + static_cast<ptrdiff_t>(3) * c0;
         const ptrdiff_t o = static_cast<ptrdiff_t>(a.dx + k) * 3;
-        prefetchDest(a, o);
+        prefetchDestBelow(a, o, 48);
         drawSet<0, true, W>(a.dy0 != nullptr ? a.dy0 + o : nullptr, a.dy1 != nullptr ? a.dy1 + o : nullptr, s,
                             src.yPitch);
     }

@@ -1,5 +1,6 @@
 // AVX-512 VBMI leaves of the three-bytes-a-pixel spans ("RGB888",
-// "BGR888"): unrotated, general and parallelogram.
+// "BGR888"): unrotated and parallelogram, and the clamped general spans
+// (the unchecked general ones are the AVX2 leaf's).
 //
 // The 16 pixels of a group read columns within 32 of the group's first
 // column (steps of at most two pixels), so each source row the group
@@ -9,7 +10,9 @@
 // (16 - fx, fx), and the rows are blended per lane by (16 - fy, fy), each
 // lane taking the window of its own row. Per group the lane positions are
 // one add away from the last group's, and the indices and weights of all 48
-// channels come from one register of per-pixel bytes through vpermb.
+// channels come from one register of per-pixel bytes through vpermb. Each
+// group prefetches the source rows below and the destination of the row
+// pair two pairs below.
 #if (defined(__x86_64__) || defined(__i386__)) && defined(__AVX512VBMI__) && defined(__AVX512BW__)
 
 // g++ 12 takes the deliberately undefined source operand inside its
@@ -320,8 +323,9 @@ int32_t rgbNoRot(const SpanArgs &a) {
 
 }  // namespace
 
+// The unchecked general spans stay with the AVX2 leaf, which draws whole
+// frames faster (see fillDrawSpanTable).
 void initDrawSpansRgbAvx512Vbmi(DrawSpanTable *t) {
-    t->leaf[kSpanRgb][kSpanGeneral] = rgbLinear<kSpanGeneral, false>;
     t->leaf[kSpanRgb][kSpanParallel] = rgbLinear<kSpanParallel, false>;
     t->leaf[kSpanRgb][kSpanNoRot] = rgbNoRot<false>;
     t->clamped[kSpanRgb][kSpanGeneral] = rgbLinear<kSpanGeneral, true>;
