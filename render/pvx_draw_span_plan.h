@@ -276,19 +276,24 @@ inline bool planLinear(const SpanArgs &a, int32_t pairBytes, int32_t chromaReach
 // group of the row pair two pairs below will store. Prefetches never
 // fault; the addresses are formed as integers, so they may lie outside the
 // destination.
+//
+// The helpers are always inlined: g++ takes a function whose only effect is
+// a prefetch for one without effects and drops calls to it that it has not
+// inlined yet.
+#define PVX_PREFETCH_INLINE inline __attribute__((always_inline))
 
-inline void prefetchAt(uintptr_t at) { __builtin_prefetch(reinterpret_cast<const void *>(at)); }
+PVX_PREFETCH_INLINE void prefetchAt(uintptr_t at) { __builtin_prefetch(reinterpret_cast<const void *>(at)); }
 
 // Destination pitch (the distance of rows y and y+1), or 0 for a span of
 // one row, which has no pair below.
-inline uintptr_t destPitch(const SpanArgs &a) {
+PVX_PREFETCH_INLINE uintptr_t destPitch(const SpanArgs &a) {
     if (a.dy0 == nullptr || a.dy1 == nullptr) return 0;
     return reinterpret_cast<uintptr_t>(a.dy1) - reinterpret_cast<uintptr_t>(a.dy0);
 }
 
 // Bytes [o, o + bytes) (at most 64) of luma rows y and y+1 two row pairs
 // below.
-inline void prefetchDestBelow(const SpanArgs &a, ptrdiff_t o, int32_t bytes) {
+PVX_PREFETCH_INLINE void prefetchDestBelow(const SpanArgs &a, ptrdiff_t o, int32_t bytes) {
     const uintptr_t pitch = destPitch(a);
     if (pitch == 0) return;
     const uintptr_t at = reinterpret_cast<uintptr_t>(a.dy0) + static_cast<uintptr_t>(o) + 4 * pitch;
@@ -303,7 +308,7 @@ inline void prefetchDestBelow(const SpanArgs &a, ptrdiff_t o, int32_t bytes) {
 // (interleaved) or half of it (planar), as camera frames lay out their
 // planes; a wrong guess only fetches lines that go unused.
 template <bool Planar>
-inline void prefetchChromaBelow(const SpanArgs &a, ptrdiff_t co, int32_t bytes) {
+PVX_PREFETCH_INLINE void prefetchChromaBelow(const SpanArgs &a, ptrdiff_t co, int32_t bytes) {
     const uintptr_t pitch = Planar ? destPitch(a) / 2 : destPitch(a);
     if (pitch == 0) return;
     const uintptr_t at = static_cast<uintptr_t>(co) + 2 * pitch, last = at + static_cast<uintptr_t>(bytes - 1);
