@@ -24,6 +24,22 @@ struct pvx_Renderer2_DrawArg {
 
 typedef pvx_Result (*pvx_Renderer2_DrawFn)(const pvx_Renderer2_DrawArg *arg);
 
+// The cells of one lattice that a render draws, worked out once (bounds test,
+// destination box, kernel kind) by pvx_Renderer2_planCells so that frames
+// only draw. A render uses the plan while its lattice, source size, boundary
+// check and thresholds are those it was made for; whoever rewrites the
+// lattice's vertices plans again or forgets the plan.
+struct pvx_Renderer2_CellPlan {
+    const pvx_Renderer2_Params *params;   // null: no plan
+    int32_t numX, numY;
+    int32_t srcWidth, srcHeight;
+    int32_t boundaryCheck;
+    double twistThreshold, rotationThreshold;
+    uint32_t *items;      // heap block: cell index | kernel kind << 16, in drawing order
+    int32_t count;        // items in use
+    int32_t capacity;     // items the block holds
+};
+
 enum : int32_t {
     PVX_RENDERER2_MODE_BILINEAR = 0,
     PVX_RENDERER2_MODE_HQ = 1,
@@ -52,6 +68,7 @@ struct pvx_Renderer2 {
     // draws every cell.
     int64_t clipRect[4];
     int32_t clipActive;
+    pvx_Renderer2_CellPlan plan;
 };
 
 // Argument of the renderer's kernel on the parallel layer.
@@ -92,6 +109,15 @@ pvx_Result pvx_Renderer2_renderWithMvec8Real(pvx_Renderer2 *renderer, const pvx_
                                              const pvx_Image *src, const pvx_Mvec8Real *matrix);
 pvx_Result pvx_Renderer2_renderWithMvec6F32(pvx_Renderer2 *renderer, const pvx_Image *dst,
                                             const pvx_Image *src, const int32_t *m);
+// Works out which cells of `params` a render from a source of srcWidth x
+// srcHeight draws, and with which kernel; later renders of that lattice and
+// source size skip the per-cell tests. The item block comes from the
+// renderer's heap (kept for later plans); without it, renders test every
+// cell as they go. PVX_ERROR_NOMEM then, but rendering stays correct.
+pvx_Result pvx_Renderer2_planCells(pvx_Renderer2 *renderer, const pvx_Renderer2_Params *params,
+                                   int32_t srcWidth, int32_t srcHeight);
+// Drops the plan (its block is kept): renders test every cell again.
+void pvx_Renderer2_forgetPlan(pvx_Renderer2 *renderer);
 pvx_Result pvx_Renderer2_getKernel(const pvx_Renderer2 *renderer, const pvx_PelDescriptor **out);
 pvx_Result pvx_Renderer2_getKernelFunc(const pvx_Renderer2 *renderer, pvx_PelIndexFn *out);
 pvx_Result pvx_Renderer2_getKernelArg(pvx_Renderer2 *renderer, pvx_Renderer2_KernelArg *arg,
