@@ -22,7 +22,8 @@ pvx_GridGeometry pvx_Engine_geometry(const pvx_EngineContext *ctx) {
 
 pvx_Result pvx_Engine_planFrames(pvx_EngineContext *ctx) {
     // Every frame reads the source at the input size.
-    return pvx_Renderer2_planCells(&ctx->renderer, &ctx->render_params, ctx->in_width, ctx->in_height);
+    return pvx_Renderer2_planCells(&ctx->renderer, &ctx->render_params, ctx->in_width, ctx->in_height,
+                                   ctx->format);
 }
 
 pvx_Result pvx_Engine_fillModelGrid(pvx_EngineContext *ctx) {

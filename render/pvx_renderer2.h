@@ -20,6 +20,10 @@ struct pvx_Renderer2_DrawArg {
     const double *corners;    // TL.x, TL.y, TR.x, TR.y, BL.x, BL.y, BR.x, BR.y (source pixels)
     const int32_t *cellRect;  // x0, y0, x1, y1 (destination, end exclusive)
     int32_t boundaryCheck;
+    // Non-zero: the renderer's plan proved that every span of the cell reads
+    // inside the source (see pvx_draw_walk.h), so the kernel skips the
+    // per-span proofs. 0 whenever unsure.
+    int32_t interior;
 };
 
 typedef pvx_Result (*pvx_Renderer2_DrawFn)(const pvx_Renderer2_DrawArg *arg);
@@ -34,8 +38,9 @@ struct pvx_Renderer2_CellPlan {
     int32_t numX, numY;
     int32_t srcWidth, srcHeight;
     int32_t boundaryCheck;
+    int32_t format, mode;   // the kernels whose inside proofs the items carry
     double twistThreshold, rotationThreshold;
-    uint32_t *items;      // heap block: cell index | kernel kind << 16, in drawing order
+    uint32_t *items;      // heap block: cell index | kernel kind << 16 | interior << 18, in drawing order
     int32_t count;        // items in use
     int32_t capacity;     // items the block holds
 };
@@ -110,12 +115,13 @@ pvx_Result pvx_Renderer2_renderWithMvec8Real(pvx_Renderer2 *renderer, const pvx_
 pvx_Result pvx_Renderer2_renderWithMvec6F32(pvx_Renderer2 *renderer, const pvx_Image *dst,
                                             const pvx_Image *src, const int32_t *m);
 // Works out which cells of `params` a render from a source of srcWidth x
-// srcHeight draws, and with which kernel; later renders of that lattice and
-// source size skip the per-cell tests. The item block comes from the
+// srcHeight draws, with which kernel, and which of them the kernels of
+// `format` (in the renderer's mode) draw wholly inside the source; later
+// renders of that lattice, source size and format skip those tests. The item block comes from the
 // renderer's heap (kept for later plans); without it, renders test every
 // cell as they go. PVX_ERROR_NOMEM then, but rendering stays correct.
 pvx_Result pvx_Renderer2_planCells(pvx_Renderer2 *renderer, const pvx_Renderer2_Params *params,
-                                   int32_t srcWidth, int32_t srcHeight);
+                                   int32_t srcWidth, int32_t srcHeight, int32_t format);
 // Drops the plan (its block is kept): renders test every cell again.
 void pvx_Renderer2_forgetPlan(pvx_Renderer2 *renderer);
 pvx_Result pvx_Renderer2_getKernel(const pvx_Renderer2 *renderer, const pvx_PelDescriptor **out);

@@ -90,7 +90,8 @@ int32_t pvx_Renderer2_classifyCell(const pvx_Renderer2 *renderer, const pvx_Rend
 }
 
 pvx_Result pvx_Renderer2_drawClassified(const pvx_Renderer2 *renderer, const pvx_Renderer2_Params *params,
-                                        const pvx_Image *dst, const pvx_Image *src, int32_t cell, int32_t kind) {
+                                        const pvx_Image *dst, const pvx_Image *src, int32_t cell, int32_t kind,
+                                        int32_t interior) {
     const int32_t nx = params->numX;
     const int32_t v = cell + cell / (nx - 1);   // top-left vertex
     const int32_t vr = v + 1, vb = v + nx, vbr = v + nx + 1;
@@ -107,6 +108,7 @@ pvx_Result pvx_Renderer2_drawClassified(const pvx_Renderer2 *renderer, const pvx
     arg.corners = corners;
     arg.cellRect = cellRect;
     arg.boundaryCheck = renderer->boundaryCheck;
+    arg.interior = interior;
     return fn(&arg);
 }
 
@@ -115,7 +117,7 @@ pvx_Result pvx_Renderer2_drawCell(const pvx_Renderer2 *renderer, const pvx_Rende
     if (!pvx_Renderer2_cellInClip(renderer, params, cell)) return PVX_OK;
     const int32_t kind = pvx_Renderer2_classifyCell(renderer, params, renderer->srcRect, cell);
     if (kind == PVX_RENDERER2_CELL_SKIPPED) return PVX_OK;
-    return pvx_Renderer2_drawClassified(renderer, params, dst, src, cell, kind);
+    return pvx_Renderer2_drawClassified(renderer, params, dst, src, cell, kind, 0);
 }
 
 pvx_Result pvx_Renderer2_cellRoutine(void *arg, int32_t index, const pvx_PelInfo *info) {

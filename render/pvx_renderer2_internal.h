@@ -27,9 +27,18 @@ int32_t pvx_Renderer2_classifyCell(const pvx_Renderer2 *renderer, const pvx_Rend
 // Whether the cell writes a pixel of the clip rectangle (always, without one).
 bool pvx_Renderer2_cellInClip(const pvx_Renderer2 *renderer, const pvx_Renderer2_Params *params, int32_t cell);
 
-// Kernel call of a cell already classified as `kind`.
+// Kernel call of a cell already classified as `kind`; `interior` as in the
+// draw record.
 pvx_Result pvx_Renderer2_drawClassified(const pvx_Renderer2 *renderer, const pvx_Renderer2_Params *params,
-                                        const pvx_Image *dst, const pvx_Image *src, int32_t cell, int32_t kind);
+                                        const pvx_Image *dst, const pvx_Image *src, int32_t cell, int32_t kind,
+                                        int32_t interior);
+
+// Whether every span of a cell of kernel kind `kind` reads inside a source of
+// srcW x srcH, for the kernels of `format` and `mode`; null when the
+// family has no such proof.
+typedef bool (*pvx_Renderer2_InsideFn)(int32_t kind, const double *corners, const int32_t *rect, int32_t srcW,
+                                       int32_t srcH);
+pvx_Renderer2_InsideFn pvx_Renderer2_insideTest(int32_t format, int32_t mode);
 
 // Bounds test, classification and kernel call of cell `cell` of `params`.
 pvx_Result pvx_Renderer2_drawCell(const pvx_Renderer2 *renderer, const pvx_Renderer2_Params *params,

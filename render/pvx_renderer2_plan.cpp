@@ -18,7 +18,11 @@
 
 namespace {
 
-constexpr uint32_t kCellBits = 0xFFFFu;     // an item: cell index in the low 16 bits, kind above
+// An item: cell index in the low 16 bits, kernel kind in the next two, and
+// the interior mark above them.
+constexpr uint32_t kCellBits = 0xFFFFu;
+constexpr uint32_t kKindShift = 16, kKindBits = 3u;
+constexpr uint32_t kInterior = 1u << 18;
 constexpr int32_t kMaxPlannedCells = 65536;
 
 // Shortest run handed out, and how many runs per participant the work
@@ -48,13 +52,14 @@ bool planFits(const pvx_Renderer2 *renderer, const pvx_Renderer2_Params *params)
     return p.params == params && p.numX == params->numX && p.numY == params->numY &&
            p.srcWidth == renderer->srcRect[2] && p.srcHeight == renderer->srcRect[3] &&
            p.boundaryCheck == renderer->boundaryCheck && p.twistThreshold == renderer->twistThreshold &&
-           p.rotationThreshold == renderer->rotationThreshold;
+           p.rotationThreshold == renderer->rotationThreshold && p.format == renderer->dstFormat &&
+           p.mode == renderer->mode;
 }
 
 }  // namespace
 
 pvx_Result pvx_Renderer2_planCells(pvx_Renderer2 *renderer, const pvx_Renderer2_Params *params, int32_t srcWidth,
-                                   int32_t srcHeight) {
+                                   int32_t srcHeight, int32_t format) {
     if (renderer == nullptr || params == nullptr) return PVX_ERROR_PARAM;
     pvx_Renderer2_forgetPlan(renderer);
     const int32_t cells = pvx_Renderer2_cellCount(params);
@@ -74,11 +79,24 @@ pvx_Result pvx_Renderer2_planCells(pvx_Renderer2 *renderer, const pvx_Renderer2_
         plan.capacity = cells;
     }
     const int32_t srcRect[4] = {0, 0, srcWidth, srcHeight};
+    // Trimmed spans are not what the proof covers: with the boundary check
+    // every span proves itself.
+    const pvx_Renderer2_InsideFn inside =
+        renderer->boundaryCheck == 0 ? pvx_Renderer2_insideTest(format, renderer->mode) : nullptr;
+    const int32_t nx = params->numX;
     int32_t count = 0;
     for (int32_t c = 0; c < cells; ++c) {
         const int32_t kind = pvx_Renderer2_classifyCell(renderer, params, srcRect, c);
-        if (kind != PVX_RENDERER2_CELL_SKIPPED)
-            plan.items[count++] = static_cast<uint32_t>(c) | static_cast<uint32_t>(kind) << 16;
+        if (kind == PVX_RENDERER2_CELL_SKIPPED) continue;
+        uint32_t item = static_cast<uint32_t>(c) | static_cast<uint32_t>(kind) << kKindShift;
+        if (inside != nullptr) {
+            const int32_t v = c + c / (nx - 1), vr = v + 1, vb = v + nx, vbr = v + nx + 1;
+            const double corners[8] = {params->srcX[v],  params->srcY[v],  params->srcX[vr],  params->srcY[vr],
+                                       params->srcX[vb], params->srcY[vb], params->srcX[vbr], params->srcY[vbr]};
+            const int32_t rect[4] = {params->dstX[v], params->dstY[v], params->dstX[vbr], params->dstY[vbr]};
+            if (inside(kind, corners, rect, srcWidth, srcHeight)) item |= kInterior;
+        }
+        plan.items[count++] = item;
     }
     plan.count = count;
     plan.numX = params->numX;
@@ -88,6 +106,8 @@ pvx_Result pvx_Renderer2_planCells(pvx_Renderer2 *renderer, const pvx_Renderer2_
     plan.boundaryCheck = renderer->boundaryCheck;
     plan.twistThreshold = renderer->twistThreshold;
     plan.rotationThreshold = renderer->rotationThreshold;
+    plan.format = format;
+    plan.mode = renderer->mode;
     plan.params = params;
     return PVX_OK;
 }
@@ -126,7 +146,8 @@ pvx_Result pvx_Renderer2_drawItem(const pvx_Renderer2_FrameArg *arg, int32_t ite
     const uint32_t e = arg->items[item];
     const int32_t cell = static_cast<int32_t>(e & kCellBits);
     if (!pvx_Renderer2_cellInClip(k.renderer, k.params, cell)) return PVX_OK;
-    return pvx_Renderer2_drawClassified(k.renderer, k.params, k.dst, k.src, cell, static_cast<int32_t>(e >> 16));
+    return pvx_Renderer2_drawClassified(k.renderer, k.params, k.dst, k.src, cell,
+                                        static_cast<int32_t>((e >> kKindShift) & kKindBits), (e & kInterior) != 0);
 }
 
 pvx_Result pvx_Renderer2_frameItem(void *arg, int32_t index, const pvx_PelInfo *info) {
