@@ -272,17 +272,16 @@ bool spinForNews(pvx_Pel *pel) {
     const uint32_t seen = pel->news.load(std::memory_order_acquire);
     pvx_Lock_unlock(poolLock(pel));
     const uint64_t start = pvx_Env_getTick();
-    bool changed = false;
     for (uint32_t i = 0;; ++i) {
         cpuRelax();
-        if (pel->news.load(std::memory_order_acquire) != seen) {
-            changed = true;
-            break;
-        }
+        if (pel->news.load(std::memory_order_acquire) != seen) break;
         if ((i & 63) == 63 && pvx_Env_getTick() - start >= kSpinNanoseconds) break;
     }
     pvx_Lock_lock(poolLock(pel));
-    return changed;
+    // Looked at again under the lock: news that came after the spin gave up
+    // but before the lock was taken back would otherwise be slept through,
+    // its signal having gone to nobody.
+    return pel->news.load(std::memory_order_relaxed) != seen;
 }
 
 // Sleeps on the completion condition with the wait time-out.
