@@ -23,6 +23,8 @@
 #endif
 #include <immintrin.h>
 
+#include <atomic>
+
 #include "render/pvx_draw_span_plan.h"
 
 namespace pvx_draw {
@@ -31,18 +33,14 @@ namespace {
 // Rows the 8 pixels of one lane may spread over (beyond their first).
 constexpr int32_t kLaneSpread = 2;
 
-// 16 bytes of `row` from column `base`; bytes outside [lo, hi] are zero.
-inline __m128i window16(const uint8_t *row, int32_t base, int32_t lo, int32_t hi) {
-    if (windowInside(base, 16, lo, hi)) return _mm_loadu_si128(reinterpret_cast<const __m128i *>(row + base));
-    if (hi - lo >= 15) {
-        int32_t start, shift;
-        if (!windowSlide(base, lo, hi, &start, &shift)) return _mm_setzero_si128();
-        return _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i *>(row + start)),
-                                _mm_loadu_si128(reinterpret_cast<const __m128i *>(kSlide + 16 + shift)));
-    }
-    alignas(16) uint8_t block[16];
-    windowPart(block, row, base, 16, lo, hi);
-    return _mm_load_si128(reinterpret_cast<const __m128i *>(block));
+// Spans whose taps lie within fewer than 16 columns go to the leaf that the
+// table held before these (the SSSE3 one, which loads such rows in parts).
+// Every table filled at this level holds the same ones, so the stores only
+// ever write the same values.
+std::atomic<SpanLeaf> g_narrow[2][kSpanKindCount];
+
+inline int32_t narrowLeaf(SpanFamily family, SpanKind kind, const SpanArgs &a) {
+    return g_narrow[family][kind].load(std::memory_order_relaxed)(a);
 }
 
 // A 16-bit value per lane: `a` in lane 0, `b` in lane 1.
@@ -65,16 +63,11 @@ inline const uint8_t *rowAt(const LaneRows &r, int lane, int32_t j) {
     return r.row[lane] + static_cast<ptrdiff_t>(j < r.last[lane] ? j : r.last[lane]) * r.pitch[lane];
 }
 
-template <bool Inside>
-inline __m256i window(const LaneRows &r, int32_t j, int32_t lo, int32_t hi) {
+// Row j of both lanes' windows.
+inline __m256i window(const LaneRows &r, int32_t j) {
     const uint8_t *p0 = rowAt(r, 0, j) + r.base[0], *p1 = rowAt(r, 1, j) + r.base[1];
-    if constexpr (Inside) {
-        return _mm256_inserti128_si256(_mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(p0))),
-                                       _mm_loadu_si128(reinterpret_cast<const __m128i *>(p1)), 1);
-    } else {
-        return _mm256_inserti128_si256(_mm256_castsi128_si256(window16(rowAt(r, 0, j), r.base[0], lo, hi)),
-                                       window16(rowAt(r, 1, j), r.base[1], lo, hi), 1);
-    }
+    return _mm256_inserti128_si256(_mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(p0))),
+                                   _mm_loadu_si128(reinterpret_cast<const __m128i *>(p1)), 1);
 }
 
 // One set of 16 outputs: gather pairs and weights per lane, and per output
@@ -83,24 +76,24 @@ struct TapSet {
     __m256i pairs, wx, rr, fy;
     LaneRows rows;
     int32_t spread;  // the larger lane spread
-    bool inside;     // both windows lie inside the columns the span reads
 };
 
+// Whether 16-byte windows fit the columns [lo, hi] a span reads: the
+// leaves' windows then never leave them.
+inline bool windowsFit(int32_t lo, int32_t hi) { return hi - lo >= 15; }
+
 // Pairs (idx, idx + step) and weights (16 - f, f) from 16-bit indices and
-// weights (8 per lane) relative to the lanes' first columns `base`. A
-// window that would reach past the last column `hi` the span reads starts
-// 16 bytes before it instead (the lane's taps end there), the indices
-// moved to match; a window that still leaves [lo, hi] is loaded in parts.
-inline void pairsOf(__m256i idx, __m256i f, int8_t step, const int32_t *base, int32_t lo, int32_t hi, TapSet *t) {
-    int32_t shift[2] = {0, 0};
+// weights (8 per lane) relative to the lanes' first columns `base` (not
+// left of the first column the span reads). A window that would reach past
+// the last column `hi` the span reads starts 16 bytes before it instead
+// (the lane's taps end there), the indices moved to match; windowsFit()
+// keeps that start inside.
+inline void pairsOf(__m256i idx, __m256i f, int8_t step, const int32_t *base, int32_t hi, TapSet *t) {
+    int32_t shift[2];
     for (int lane = 0; lane < 2; ++lane) {
-        t->rows.base[lane] = base[lane];
-        if (base[lane] > hi - 15 && hi - 15 >= lo) {
-            shift[lane] = base[lane] - (hi - 15);
-            t->rows.base[lane] = hi - 15;
-        }
+        shift[lane] = base[lane] > hi - 15 ? base[lane] - (hi - 15) : 0;
+        t->rows.base[lane] = base[lane] - shift[lane];
     }
-    t->inside = windowInside(t->rows.base[0], 16, lo, hi) && windowInside(t->rows.base[1], 16, lo, hi);
     idx = _mm256_add_epi16(idx, perLane16(shift[0], shift[1]));
     const __m256i ib = _mm256_packus_epi16(idx, idx), fb = _mm256_packus_epi16(f, f);
     t->pairs = _mm256_unpacklo_epi8(ib, _mm256_add_epi8(ib, _mm256_set1_epi8(step)));
@@ -108,9 +101,8 @@ inline void pairsOf(__m256i idx, __m256i f, int8_t step, const int32_t *base, in
 }
 
 // Horizontal sums of the 16 outputs on row j of each lane.
-template <bool Inside>
-inline __m256i sums(const TapSet &t, int32_t j, int32_t lo, int32_t hi) {
-    return _mm256_maddubs_epi16(_mm256_shuffle_epi8(window<Inside>(t.rows, j, lo, hi), t.pairs), t.wx);
+inline __m256i sums(const TapSet &t, int32_t j) {
+    return _mm256_maddubs_epi16(_mm256_shuffle_epi8(window(t.rows, j), t.pairs), t.wx);
 }
 
 // Per output word, its rows from + rr and from + rr + 1 of `h`, blended.
@@ -136,12 +128,12 @@ inline void store16(uint8_t *d, __m128i v) { _mm_storeu_si128(reinterpret_cast<_
 
 // Luma of rows y and y+1 from one set, row y+1 taking the rows below row
 // y's (either destination may be absent).
-template <bool Round, bool Inside, int Spread>
-inline void drawLumaPair(const TapSet &t, uint8_t *d0, uint8_t *d1, int32_t lo, int32_t hi) {
+template <bool Round, int Spread>
+inline void drawLumaPair(const TapSet &t, uint8_t *d0, uint8_t *d1) {
     __m256i h[Spread + 3];
-    if (d0 != nullptr) h[0] = sums<Inside>(t, 0, lo, hi);
-    for (int32_t j = 1; j <= Spread + 1; ++j) h[j] = sums<Inside>(t, j, lo, hi);
-    if (d1 != nullptr) h[Spread + 2] = sums<Inside>(t, Spread + 2, lo, hi);
+    if (d0 != nullptr) h[0] = sums(t, 0);
+    for (int32_t j = 1; j <= Spread + 1; ++j) h[j] = sums(t, j);
+    if (d1 != nullptr) h[Spread + 2] = sums(t, Spread + 2);
     if (d0 != nullptr && d1 != nullptr) {
         const __m256i b = _mm256_packus_epi16(blend<Round, Spread>(h, t, 0), blend<Round, Spread>(h, t, 1));
         const __m256i o = _mm256_permute4x64_epi64(b, _MM_SHUFFLE(3, 1, 2, 0));
@@ -154,44 +146,31 @@ inline void drawLumaPair(const TapSet &t, uint8_t *d0, uint8_t *d1, int32_t lo, 
     }
 }
 
-template <bool Round, bool Inside>
-inline void lumaPairAt(const TapSet &t, uint8_t *d0, uint8_t *d1, int32_t lo, int32_t hi) {
-    switch (t.spread) {
-        case 0: drawLumaPair<Round, Inside, 0>(t, d0, d1, lo, hi); break;
-        case 1: drawLumaPair<Round, Inside, 1>(t, d0, d1, lo, hi); break;
-        default: drawLumaPair<Round, Inside, 2>(t, d0, d1, lo, hi); break;
-    }
-}
-
 template <bool Round>
-inline void lumaPair(const TapSet &t, uint8_t *d0, uint8_t *d1, int32_t lo, int32_t hi) {
-    if (t.inside) {
-        lumaPairAt<Round, true>(t, d0, d1, lo, hi);
-    } else {
-        lumaPairAt<Round, false>(t, d0, d1, lo, hi);
+inline void lumaPair(const TapSet &t, uint8_t *d0, uint8_t *d1) {
+    switch (t.spread) {
+        case 0: drawLumaPair<Round, 0>(t, d0, d1); break;
+        case 1: drawLumaPair<Round, 1>(t, d0, d1); break;
+        default: drawLumaPair<Round, 2>(t, d0, d1); break;
     }
 }
 
 // Chroma: 16 output words from rows 0 .. spread + 1 of the set.
-template <bool Round, bool Inside, int Spread>
-inline __m256i chromaWords(const TapSet &t, int32_t lo, int32_t hi) {
+template <bool Round, int Spread>
+inline __m256i chromaWords(const TapSet &t) {
     __m256i h[Spread + 2];
-    for (int32_t j = 0; j <= Spread + 1; ++j) h[j] = sums<Inside>(t, j, lo, hi);
+    for (int32_t j = 0; j <= Spread + 1; ++j) h[j] = sums(t, j);
     return blend<Round, Spread>(h, t, 0);
 }
 
-template <bool Round, bool Inside>
-inline __m256i chromaWordsAt(const TapSet &t, int32_t lo, int32_t hi) {
-    switch (t.spread) {
-        case 0: return chromaWords<Round, Inside, 0>(t, lo, hi);
-        case 1: return chromaWords<Round, Inside, 1>(t, lo, hi);
-        default: return chromaWords<Round, Inside, 2>(t, lo, hi);
-    }
-}
-
 template <bool Round, bool Planar>
-inline void drawChroma(const SpanArgs &a, const TapSet &t, int32_t k, int32_t par, int32_t lo, int32_t hi) {
-    const __m256i w = t.inside ? chromaWordsAt<Round, true>(t, lo, hi) : chromaWordsAt<Round, false>(t, lo, hi);
+inline void drawChroma(const SpanArgs &a, const TapSet &t, int32_t k, int32_t par) {
+    __m256i w;
+    switch (t.spread) {
+        case 0: w = chromaWords<Round, 0>(t); break;
+        case 1: w = chromaWords<Round, 1>(t); break;
+        default: w = chromaWords<Round, 2>(t); break;
+    }
     const ptrdiff_t co = (a.dx + k + par) >> 1;
     if constexpr (Planar) {
         // U words in lane 0, V words in lane 1.
@@ -276,7 +255,7 @@ inline bool lumaSet(const SrcPlanes &s, const StepWords &v, const SpanArgs &a, c
     const __m256i tx = rel16(v.xh, v.xl, xs[0], xs[1]);
     const __m256i ty = rel16(v.yh, v.yl, ys[0], ys[1]);
     const __m256i m15 = _mm256_set1_epi16(15);
-    pairsOf(_mm256_srli_epi16(tx, 4), _mm256_and_si256(tx, m15), 1, base, p.lumaLo, p.lumaHi, t);
+    pairsOf(_mm256_srli_epi16(tx, 4), _mm256_and_si256(tx, m15), 1, base, p.lumaHi, t);
     t->rr = _mm256_sub_epi16(_mm256_srai_epi16(ty, 4), perLane16(low[0] - (ys[0] >> 15), low[1] - (ys[1] >> 15)));
     t->fy = _mm256_and_si256(ty, m15);
     return true;
@@ -317,7 +296,7 @@ inline bool chromaSet(const SrcPlanes &s, const StepWords &v, const SpanArgs &a,
         // Word 2j + c is channel c of chroma pixel j: byte 2 * column + c.
         idx = _mm256_add_epi16(_mm256_add_epi16(idx, idx), _mm256_set1_epi32(0x00010000));
     }
-    pairsOf(idx, _mm256_and_si256(cx, m15), Planar ? 1 : 2, base, p.chromaLo, p.chromaHi, t);
+    pairsOf(idx, _mm256_and_si256(cx, m15), Planar ? 1 : 2, base, p.chromaHi, t);
     t->rr = _mm256_sub_epi16(_mm256_srai_epi16(cy, 4), perLane16(low[0] - (ys[0] >> 16), low[1] - (ys[1] >> 16)));
     t->fy = _mm256_and_si256(cy, m15);
     return true;
@@ -327,6 +306,8 @@ template <bool Round, bool Planar>
 int32_t linearLeaf(const SpanArgs &a) {
     LinearPlan p;
     if (!planLinear(a, Planar ? 1 : 2, Planar ? 15 : 31, &p)) return 0;
+    if (!windowsFit(p.lumaLo, p.lumaHi) || (p.chroma && !windowsFit(p.chromaLo, p.chromaHi)))
+        return narrowLeaf(Planar ? kSpanPlanar : kSpanSemiplanar, Round ? kSpanParallel : kSpanGeneral, a);
     const SrcPlanes &s = *a.src;
     const StepWords v = stepWords(p);
     const bool own1 = !p.shared && a.dy1 != nullptr;
@@ -342,12 +323,12 @@ int32_t linearLeaf(const SpanArgs &a) {
         if (own1 && !lumaSet(s, v, a, p, laneAdd(x0, a.hx), laneAdd(y0, a.hy), 1, &t1)) return k;
         if (p.chroma && !chromaSet<Planar>(s, v, a, p, x0, y0, &tc)) return k;
         if (!own1) {
-            lumaPair<Round>(t0, d0, d1, p.lumaLo, p.lumaHi);
+            lumaPair<Round>(t0, d0, d1);
         } else {
-            if (d0 != nullptr) lumaPair<Round>(t0, d0, nullptr, p.lumaLo, p.lumaHi);
-            lumaPair<Round>(t1, d1, nullptr, p.lumaLo, p.lumaHi);
+            if (d0 != nullptr) lumaPair<Round>(t0, d0, nullptr);
+            lumaPair<Round>(t1, d1, nullptr);
         }
-        if (p.chroma) drawChroma<Round, Planar>(a, tc, k, p.par, p.chromaLo, p.chromaHi);
+        if (p.chroma) drawChroma<Round, Planar>(a, tc, k, p.par);
     }
     return 16 * p.groups;
 }
@@ -404,6 +385,8 @@ template <bool Planar>
 int32_t noRotLeaf(const SpanArgs &a) {
     NoRotPlan p;
     if (!planNoRot(a, Planar ? 1 : 2, Planar ? 15 : 31, &p)) return 0;
+    if (!windowsFit(p.lumaLo, p.lumaHi) || (p.chroma && !windowsFit(p.chromaLo, p.chromaHi)))
+        return narrowLeaf(Planar ? kSpanPlanar : kSpanSemiplanar, kSpanNoRot, a);
     NoRotWords w;
     if (!noRotWords<Planar>(a, p.par, &w)) return 0;
     const SrcPlanes &s = *a.src;
@@ -432,17 +415,17 @@ int32_t noRotLeaf(const SpanArgs &a) {
         const int32_t g0 = laneAdd(G, a.off16[0]), g1 = laneAdd(G, a.off16[8]);
         const int32_t base[2] = {g0 >> 4, g1 >> 4};
         const __m256i tx = _mm256_add_epi16(w.luma, perLane16(g0 & 15, g1 & 15));
-        pairsOf(_mm256_srli_epi16(tx, 4), _mm256_and_si256(tx, m15), 1, base, p.lumaLo, p.lumaHi, &tl);
+        pairsOf(_mm256_srli_epi16(tx, 4), _mm256_and_si256(tx, m15), 1, base, p.lumaHi, &tl);
         lumaPair<true>(tl, a.dy0 != nullptr ? a.dy0 + a.dx + k : nullptr,
-                       a.dy1 != nullptr ? a.dy1 + a.dx + k : nullptr, p.lumaLo, p.lumaHi);
+                       a.dy1 != nullptr ? a.dy1 + a.dx + k : nullptr);
         if (!p.chroma) return;
         const int32_t c0 = laneAdd(G, a.off16[p.par]), c1 = Planar ? c0 : laneAdd(G, a.off16[p.par + 8]);
         const __m256i cx = _mm256_srli_epi16(_mm256_add_epi16(w.chroma, perLane16(c0 & 31, c1 & 31)), 1);
         __m256i idx = _mm256_srli_epi16(cx, 4);
         if constexpr (!Planar) idx = _mm256_add_epi16(_mm256_add_epi16(idx, idx), channel);
         const int32_t cbase[2] = {Planar ? c0 >> 5 : 2 * (c0 >> 5), Planar ? c0 >> 5 : 2 * (c1 >> 5)};
-        pairsOf(idx, _mm256_and_si256(cx, m15), Planar ? 1 : 2, cbase, p.chromaLo, p.chromaHi, &tc);
-        drawChroma<true, Planar>(a, tc, k, p.par, p.chromaLo, p.chromaHi);
+        pairsOf(idx, _mm256_and_si256(cx, m15), Planar ? 1 : 2, cbase, p.chromaHi, &tc);
+        drawChroma<true, Planar>(a, tc, k, p.par);
     });
 }
 
@@ -456,6 +439,8 @@ int32_t leafNoRotPlanar(const SpanArgs &a) { return noRotLeaf<true>(a); }
 }  // namespace
 
 void initDrawSpansAvx2(DrawSpanTable *t) {
+    for (int f = 0; f < 2; ++f)
+        for (int k = 0; k < kSpanKindCount; ++k) g_narrow[f][k].store(t->leaf[f][k], std::memory_order_relaxed);
     t->leaf[kSpanSemiplanar][kSpanGeneral] = leafGeneralSemiplanar;
     t->leaf[kSpanSemiplanar][kSpanParallel] = leafParallelSemiplanar;
     t->leaf[kSpanSemiplanar][kSpanNoRot] = leafNoRotSemiplanar;
