@@ -33,7 +33,7 @@ namespace {
 // Rows the 8 pixels of one lane may spread over (beyond their first).
 constexpr int32_t kLaneSpread = 2;
 
-// Spans whose taps lie within fewer than 16 columns go to the leaf that the
+// Spans whose taps lie within fewer than 8 columns go to the leaf that the
 // table held before these (the SSSE3 one, which loads such rows in parts).
 // Every table filled at this level holds the same ones, so the stores only
 // ever write the same values.
@@ -51,21 +51,45 @@ inline __m256i perLane16(int32_t a, int32_t b) {
 
 // The rows one set of taps reads: per lane the first row, the column of
 // its window, the plane's pitch and the last row index it may load (rows
-// beyond a lane's own taps repeat its last one; no pixel picks them).
+// beyond a lane's own taps repeat its last one; no pixel picks them). A
+// window is 16 bytes from its column, or, on a span that reads fewer
+// columns, 8 bytes from there and the 8 bytes that end at the span's last
+// column (`tail` bytes further on).
 struct LaneRows {
     const uint8_t *row[2];
     ptrdiff_t pitch[2];
     int32_t base[2];
     int32_t last[2];
+    bool split;
+    int32_t tail;
 };
 
 inline const uint8_t *rowAt(const LaneRows &r, int lane, int32_t j) {
     return r.row[lane] + static_cast<ptrdiff_t>(j < r.last[lane] ? j : r.last[lane]) * r.pitch[lane];
 }
 
+// Starts fetching both lanes' windows `ahead` rows below row j: the row
+// pairs below read them next. Prefetches never fault; the address is formed
+// as an integer, so it may lie outside the plane.
+inline void prefetchRows(const LaneRows &r, int32_t j) {
+    for (int lane = 0; lane < 2; ++lane) {
+        const uintptr_t p = reinterpret_cast<uintptr_t>(r.row[lane]) +
+                            static_cast<uintptr_t>(static_cast<ptrdiff_t>(j) * r.pitch[lane] + r.base[lane]);
+        _mm_prefetch(reinterpret_cast<const char *>(p), _MM_HINT_T0);
+    }
+}
+// Rows ahead of the last row read: luma advances two rows a row pair, chroma one.
+constexpr int32_t kLumaAhead = 4, kChromaAhead = 2;
+
 // Row j of both lanes' windows.
+inline __m128i splitWindow(const uint8_t *p, int32_t tail) {
+    return _mm_unpacklo_epi64(_mm_loadl_epi64(reinterpret_cast<const __m128i *>(p)),
+                              _mm_loadl_epi64(reinterpret_cast<const __m128i *>(p + tail)));
+}
 inline __m256i window(const LaneRows &r, int32_t j) {
     const uint8_t *p0 = rowAt(r, 0, j) + r.base[0], *p1 = rowAt(r, 1, j) + r.base[1];
+    if (r.split)
+        return _mm256_inserti128_si256(_mm256_castsi128_si256(splitWindow(p0, r.tail)), splitWindow(p1, r.tail), 1);
     return _mm256_inserti128_si256(_mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(p0))),
                                    _mm_loadu_si128(reinterpret_cast<const __m128i *>(p1)), 1);
 }
@@ -78,25 +102,34 @@ struct TapSet {
     int32_t spread;  // the larger lane spread
 };
 
-// Whether 16-byte windows fit the columns [lo, hi] a span reads: the
-// leaves' windows then never leave them.
-inline bool windowsFit(int32_t lo, int32_t hi) { return hi - lo >= 15; }
+// Whether the leaves' windows fit the columns [lo, hi] a span reads (at
+// least 8 of them): the windows then never leave them.
+inline bool windowsFit(int32_t lo, int32_t hi) { return hi - lo >= 7; }
 
 // Pairs (idx, idx + step) and weights (16 - f, f) from 16-bit indices and
 // weights (8 per lane) relative to the lanes' first columns `base` (not
-// left of the first column the span reads). A window that would reach past
-// the last column `hi` the span reads starts 16 bytes before it instead
-// (the lane's taps end there), the indices moved to match; windowsFit()
-// keeps that start inside.
-inline void pairsOf(__m256i idx, __m256i f, int8_t step, const int32_t *base, int32_t hi, TapSet *t) {
+// left of the first column `lo` the span reads). A window that would reach
+// past the last column `hi` starts 16 bytes before it instead (the lane's
+// taps end there), the indices moved to match. On a span of fewer than 16
+// columns the window is split: indices from `lo`, those past its first 8
+// bytes moved to the 8 bytes that end at `hi`.
+inline void pairsOf(__m256i idx, __m256i f, int8_t step, const int32_t *base, int32_t lo, int32_t hi, TapSet *t) {
+    const bool split = hi - lo < 15;
+    const int32_t start = split ? lo : hi - 15;
     int32_t shift[2];
     for (int lane = 0; lane < 2; ++lane) {
-        shift[lane] = base[lane] > hi - 15 ? base[lane] - (hi - 15) : 0;
+        shift[lane] = base[lane] > start || split ? base[lane] - start : 0;
         t->rows.base[lane] = base[lane] - shift[lane];
     }
+    t->rows.split = split;
+    t->rows.tail = hi - 7 - lo;
     idx = _mm256_add_epi16(idx, perLane16(shift[0], shift[1]));
     const __m256i ib = _mm256_packus_epi16(idx, idx), fb = _mm256_packus_epi16(f, f);
     t->pairs = _mm256_unpacklo_epi8(ib, _mm256_add_epi8(ib, _mm256_set1_epi8(step)));
+    if (split) {
+        const __m256i past = _mm256_cmpgt_epi8(t->pairs, _mm256_set1_epi8(7));
+        t->pairs = _mm256_add_epi8(t->pairs, _mm256_and_si256(past, _mm256_set1_epi8(static_cast<char>(15 - (hi - lo)))));
+    }
     t->wx = _mm256_unpacklo_epi8(_mm256_sub_epi8(_mm256_set1_epi8(16), fb), fb);
 }
 
@@ -134,6 +167,7 @@ inline void drawLumaPair(const TapSet &t, uint8_t *d0, uint8_t *d1) {
     if (d0 != nullptr) h[0] = sums(t, 0);
     for (int32_t j = 1; j <= Spread + 1; ++j) h[j] = sums(t, j);
     if (d1 != nullptr) h[Spread + 2] = sums(t, Spread + 2);
+    prefetchRows(t.rows, Spread + 2 + kLumaAhead);
     if (d0 != nullptr && d1 != nullptr) {
         const __m256i b = _mm256_packus_epi16(blend<Round, Spread>(h, t, 0), blend<Round, Spread>(h, t, 1));
         const __m256i o = _mm256_permute4x64_epi64(b, _MM_SHUFFLE(3, 1, 2, 0));
@@ -160,6 +194,7 @@ template <bool Round, int Spread>
 inline __m256i chromaWords(const TapSet &t) {
     __m256i h[Spread + 2];
     for (int32_t j = 0; j <= Spread + 1; ++j) h[j] = sums(t, j);
+    prefetchRows(t.rows, Spread + 1 + kChromaAhead);
     return blend<Round, Spread>(h, t, 0);
 }
 
@@ -255,7 +290,7 @@ inline bool lumaSet(const SrcPlanes &s, const StepWords &v, const SpanArgs &a, c
     const __m256i tx = rel16(v.xh, v.xl, xs[0], xs[1]);
     const __m256i ty = rel16(v.yh, v.yl, ys[0], ys[1]);
     const __m256i m15 = _mm256_set1_epi16(15);
-    pairsOf(_mm256_srli_epi16(tx, 4), _mm256_and_si256(tx, m15), 1, base, p.lumaHi, t);
+    pairsOf(_mm256_srli_epi16(tx, 4), _mm256_and_si256(tx, m15), 1, base, p.lumaLo, p.lumaHi, t);
     t->rr = _mm256_sub_epi16(_mm256_srai_epi16(ty, 4), perLane16(low[0] - (ys[0] >> 15), low[1] - (ys[1] >> 15)));
     t->fy = _mm256_and_si256(ty, m15);
     return true;
@@ -296,7 +331,7 @@ inline bool chromaSet(const SrcPlanes &s, const StepWords &v, const SpanArgs &a,
         // Word 2j + c is channel c of chroma pixel j: byte 2 * column + c.
         idx = _mm256_add_epi16(_mm256_add_epi16(idx, idx), _mm256_set1_epi32(0x00010000));
     }
-    pairsOf(idx, _mm256_and_si256(cx, m15), Planar ? 1 : 2, base, p.chromaHi, t);
+    pairsOf(idx, _mm256_and_si256(cx, m15), Planar ? 1 : 2, base, p.chromaLo, p.chromaHi, t);
     t->rr = _mm256_sub_epi16(_mm256_srai_epi16(cy, 4), perLane16(low[0] - (ys[0] >> 16), low[1] - (ys[1] >> 16)));
     t->fy = _mm256_and_si256(cy, m15);
     return true;
@@ -415,7 +450,7 @@ int32_t noRotLeaf(const SpanArgs &a) {
         const int32_t g0 = laneAdd(G, a.off16[0]), g1 = laneAdd(G, a.off16[8]);
         const int32_t base[2] = {g0 >> 4, g1 >> 4};
         const __m256i tx = _mm256_add_epi16(w.luma, perLane16(g0 & 15, g1 & 15));
-        pairsOf(_mm256_srli_epi16(tx, 4), _mm256_and_si256(tx, m15), 1, base, p.lumaHi, &tl);
+        pairsOf(_mm256_srli_epi16(tx, 4), _mm256_and_si256(tx, m15), 1, base, p.lumaLo, p.lumaHi, &tl);
         lumaPair<true>(tl, a.dy0 != nullptr ? a.dy0 + a.dx + k : nullptr,
                        a.dy1 != nullptr ? a.dy1 + a.dx + k : nullptr);
         if (!p.chroma) return;
@@ -424,7 +459,7 @@ int32_t noRotLeaf(const SpanArgs &a) {
         __m256i idx = _mm256_srli_epi16(cx, 4);
         if constexpr (!Planar) idx = _mm256_add_epi16(_mm256_add_epi16(idx, idx), channel);
         const int32_t cbase[2] = {Planar ? c0 >> 5 : 2 * (c0 >> 5), Planar ? c0 >> 5 : 2 * (c1 >> 5)};
-        pairsOf(idx, _mm256_and_si256(cx, m15), Planar ? 1 : 2, cbase, p.chromaHi, &tc);
+        pairsOf(idx, _mm256_and_si256(cx, m15), Planar ? 1 : 2, cbase, p.chromaLo, p.chromaHi, &tc);
         drawChroma<true, Planar>(a, tc, k, p.par);
     });
 }
