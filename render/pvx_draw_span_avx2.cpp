@@ -79,7 +79,7 @@ inline void prefetchRows(const LaneRows &r, int32_t j) {
     }
 }
 // Rows ahead of the last row read: luma advances two rows a row pair, chroma one.
-constexpr int32_t kLumaAhead = 4, kChromaAhead = 2;
+constexpr int32_t kLumaAhead = 6, kChromaAhead = 3;
 
 // Row j of both lanes' windows.
 inline __m128i splitWindow(const uint8_t *p, int32_t tail) {
