@@ -43,12 +43,6 @@ inline int32_t narrowLeaf(SpanFamily family, SpanKind kind, const SpanArgs &a) {
     return g_narrow[family][kind].load(std::memory_order_relaxed)(a);
 }
 
-// A 16-bit value per lane: `a` in lane 0, `b` in lane 1.
-inline __m256i perLane16(int32_t a, int32_t b) {
-    return _mm256_inserti128_si256(_mm256_set1_epi16(static_cast<int16_t>(a)), _mm_set1_epi16(static_cast<int16_t>(b)),
-                                   1);
-}
-
 // The rows one set of taps reads: per lane the first row, the column of
 // its window, the plane's pitch and the last row index it may load (rows
 // beyond a lane's own taps repeat its last one; no pixel picks them). A
@@ -107,23 +101,16 @@ struct TapSet {
 inline bool windowsFit(int32_t lo, int32_t hi) { return hi - lo >= 7; }
 
 // Pairs (idx, idx + step) and weights (16 - f, f) from 16-bit indices and
-// weights (8 per lane) relative to the lanes' first columns `base` (not
-// left of the first column `lo` the span reads). A window that would reach
-// past the last column `hi` starts 16 bytes before it instead (the lane's
-// taps end there), the indices moved to match. On a span of fewer than 16
-// columns the window is split: indices from `lo`, those past its first 8
-// bytes moved to the 8 bytes that end at `hi`.
-inline void pairsOf(__m256i idx, __m256i f, int8_t step, const int32_t *base, int32_t lo, int32_t hi, TapSet *t) {
+// weights (8 per lane) relative to the lanes' window columns `base` (a
+// 32-bit value per lane). On a span of fewer than 16 columns the windows
+// are split: indices from the span's first column `lo`, those past the
+// first 8 bytes moved to the 8 bytes that end at its last column `hi`.
+inline void pairsOf(__m256i idx, __m256i f, int8_t step, __m256i base, int32_t lo, int32_t hi, TapSet *t) {
     const bool split = hi - lo < 15;
-    const int32_t start = split ? lo : hi - 15;
-    int32_t shift[2];
-    for (int lane = 0; lane < 2; ++lane) {
-        shift[lane] = base[lane] > start || split ? base[lane] - start : 0;
-        t->rows.base[lane] = base[lane] - shift[lane];
-    }
+    t->rows.base[0] = _mm256_cvtsi256_si32(base);
+    t->rows.base[1] = _mm256_extract_epi32(base, 4);
     t->rows.split = split;
     t->rows.tail = hi - 7 - lo;
-    idx = _mm256_add_epi16(idx, perLane16(shift[0], shift[1]));
     const __m256i ib = _mm256_packus_epi16(idx, idx), fb = _mm256_packus_epi16(f, f);
     t->pairs = _mm256_unpacklo_epi8(ib, _mm256_add_epi8(ib, _mm256_set1_epi8(step)));
     if (split) {
@@ -131,6 +118,108 @@ inline void pairsOf(__m256i idx, __m256i f, int8_t step, const int32_t *base, in
         t->pairs = _mm256_add_epi8(t->pairs, _mm256_and_si256(past, _mm256_set1_epi8(static_cast<char>(15 - (hi - lo)))));
     }
     t->wx = _mm256_unpacklo_epi8(_mm256_sub_epi8(_mm256_set1_epi8(16), fb), fb);
+}
+
+// The column of a lane's window: from its first tap column `first`, moved
+// left so that the window ends at the span's last column `hi` at the
+// latest (the lane's taps end there); `lo` for split windows.
+inline __m256i windowBase(__m256i first, int32_t lo, int32_t hi) {
+    if (hi - lo < 15) return _mm256_set1_epi32(lo);
+    return _mm256_min_epi32(first, _mm256_set1_epi32(hi - 15));
+}
+
+// 32-bit values of pixels 0..3, 8..11 (a) and 4..7, 12..15 (b) as the 16
+// words of pixels 0..15 (each lane's 8 pixels in its half).
+inline __m256i pixelWords(__m256i a, __m256i b) { return _mm256_packs_epi32(a, b); }
+
+// Luma taps of 16 pixels from their 1/16 positions (a, b as above).
+inline void lumaTaps(__m256i a, __m256i b, int32_t lo, int32_t hi, TapSet *t) {
+    const __m256i base = windowBase(_mm256_srai_epi32(_mm256_shuffle_epi32(a, 0), 4), lo, hi);
+    const __m256i b16 = _mm256_slli_epi32(base, 4);
+    const __m256i rel = pixelWords(_mm256_sub_epi32(a, b16), _mm256_sub_epi32(b, b16));
+    pairsOf(_mm256_srli_epi16(rel, 4), _mm256_and_si256(rel, _mm256_set1_epi16(15)), 1, base, lo, hi, t);
+}
+
+// Lane rows from the per-lane first row `low` and `spread` (32-bit, the
+// same across a lane); false when a lane spreads too far.
+inline bool laneRows(__m256i low, __m256i spread, const uint8_t *p0, ptrdiff_t pitch0, const uint8_t *p1,
+                     ptrdiff_t pitch1, int32_t below, TapSet *t) {
+    const __m256i v = _mm256_blend_epi32(low, spread, 0x22);
+    const int64_t l0 = _mm_cvtsi128_si64(_mm256_castsi256_si128(v));
+    const int64_t l1 = _mm_cvtsi128_si64(_mm256_extracti128_si256(v, 1));
+    const int32_t s0 = static_cast<int32_t>(l0 >> 32), s1 = static_cast<int32_t>(l1 >> 32);
+    if (s0 > kLaneSpread || s1 > kLaneSpread) return false;
+    t->rows.row[0] = p0 + static_cast<ptrdiff_t>(static_cast<int32_t>(l0)) * pitch0;
+    t->rows.row[1] = p1 + static_cast<ptrdiff_t>(static_cast<int32_t>(l1)) * pitch1;
+    t->rows.pitch[0] = pitch0;
+    t->rows.pitch[1] = pitch1;
+    t->rows.last[0] = s0 + below;
+    t->rows.last[1] = s1 + below;
+    // At least one: the lanes of sloped spans change between one row and
+    // two from group to group, and one path serves both (a lane of one row
+    // reads its last row again; no pixel picks it).
+    const int32_t m = s0 > s1 ? s0 : s1;
+    t->spread = m > 1 ? m : 1;
+    return true;
+}
+
+// Luma rows of 16 pixels from their Q15 rows (a, b as above).
+inline bool lumaRows(__m256i ya, __m256i yb, const SrcPlanes &s, int32_t below, TapSet *t) {
+    const __m256i ra = _mm256_srai_epi32(ya, 15), rb = _mm256_srai_epi32(yb, 15);
+    const __m256i first = _mm256_shuffle_epi32(ra, 0), last = _mm256_shuffle_epi32(rb, 0xFF);
+    const __m256i low = _mm256_min_epi32(first, last);
+    const __m256i m15 = _mm256_set1_epi32(15);
+    t->rr = pixelWords(_mm256_sub_epi32(ra, low), _mm256_sub_epi32(rb, low));
+    t->fy = pixelWords(_mm256_and_si256(_mm256_srai_epi32(ya, 11), m15), _mm256_and_si256(_mm256_srai_epi32(yb, 11), m15));
+    return laneRows(low, _mm256_abs_epi32(_mm256_sub_epi32(first, last)), s.y, s.yPitch, s.y, s.yPitch, below, t);
+}
+
+// 32-bit values of the 8 chroma pixels (4 a lane) as 16 words. Interleaved:
+// each pixel's value twice (its two channels); planar: all 8 in each lane
+// (U in lane 0, V in lane 1).
+template <bool Planar>
+inline __m256i chromaWords16(__m256i v) {
+    if constexpr (Planar) {
+        return _mm256_permute4x64_epi64(_mm256_packs_epi32(v, v), _MM_SHUFFLE(2, 0, 2, 0));
+    } else {
+        return _mm256_or_si256(v, _mm256_slli_epi32(v, 16));
+    }
+}
+
+// Chroma taps of the 8 chroma pixels from their 1/16 chroma positions.
+template <bool Planar>
+inline void chromaTaps(__m256i c16, int32_t lo, int32_t hi, TapSet *t) {
+    const __m256i col = _mm256_srai_epi32(c16, 4);
+    const __m256i f = chromaWords16<Planar>(_mm256_and_si256(c16, _mm256_set1_epi32(15)));
+    if constexpr (Planar) {
+        const __m256i base = windowBase(_mm256_broadcastd_epi32(_mm256_castsi256_si128(col)), lo, hi);
+        pairsOf(chromaWords16<true>(_mm256_sub_epi32(col, base)), f, 1, base, lo, hi, t);
+    } else {
+        // Word 2j + c is channel c of chroma pixel j: byte 2 * column + c.
+        const __m256i col2 = _mm256_add_epi32(col, col);
+        const __m256i base = windowBase(_mm256_shuffle_epi32(col2, 0), lo, hi);
+        const __m256i idx = _mm256_add_epi32(chromaWords16<false>(_mm256_sub_epi32(col2, base)), _mm256_set1_epi32(0x00010000));
+        pairsOf(idx, f, 2, base, lo, hi, t);
+    }
+}
+
+// Chroma rows of the 8 chroma pixels from their Q15 rows (chroma row y >> 16).
+template <bool Planar>
+inline bool chromaRows(__m256i y, const SrcPlanes &s, TapSet *t) {
+    const __m256i r = _mm256_srai_epi32(y, 16);
+    __m256i first, last;
+    if constexpr (Planar) {
+        first = _mm256_broadcastd_epi32(_mm256_castsi256_si128(r));
+        last = _mm256_permutevar8x32_epi32(r, _mm256_set1_epi32(7));
+    } else {
+        first = _mm256_shuffle_epi32(r, 0);
+        last = _mm256_shuffle_epi32(r, 0xFF);
+    }
+    const __m256i low = _mm256_min_epi32(first, last);
+    t->rr = chromaWords16<Planar>(_mm256_sub_epi32(r, low));
+    t->fy = chromaWords16<Planar>(_mm256_and_si256(_mm256_srai_epi32(y, 12), _mm256_set1_epi32(15)));
+    return laneRows(low, _mm256_abs_epi32(_mm256_sub_epi32(first, last)), s.c0, s.c0Pitch, Planar ? s.c1 : s.c0,
+                    Planar ? s.c1Pitch : s.c0Pitch, 1, t);
 }
 
 // Horizontal sums of the 16 outputs on row j of each lane.
@@ -217,123 +306,37 @@ inline void drawChroma(const SpanArgs &a, const TapSet &t, int32_t k, int32_t pa
     }
 }
 
-// First row and spread of the rows r0 .. r1 (either order); false past the limit.
-inline bool laneSpan(int32_t r0, int32_t r1, int32_t *low, int32_t *spread) {
-    *low = r0 < r1 ? r0 : r1;
-    *spread = r0 < r1 ? r1 - r0 : r0 - r1;
-    return *spread <= kLaneSpread;
-}
-
 // ---------------------------------------------------------------------------
-// General and parallelogram spans. Positions of a lane's pixels: Q15
-// (X + i*ux, Y + i*uy) from its first pixel (X, Y); in 16-bit words, the
-// 1/16 position relative to 16 * (X >> 15) is H + i*uh + ((l + i*ul) >> 11)
-// (see pvx_draw_span_plan.h).
+// General and parallelogram spans: pixel i of a group at Q15 (X + i*ux,
+// Y + i*uy) from its first pixel (X, Y).
 
-struct StepWords {
-    __m256i xh, xl, yh, yl;        // luma: i * uh, i * ul for i = 0..7 in each lane
-    __m256i sxh, sxl, syh, syl;    // interleaved chroma: i = 0, 0, 2, 2, 4, 4, 6, 6
-    __m256i pxh, pxl, pyh, pyl;    // planar chroma: i = 0, 2, .., 14
+// i * u of pixels 0..3, 8..11 (a) and 4..7, 12..15 (b), and of the chroma
+// pixels par + 2j, j = 0..7 (c).
+struct LaneSteps {
+    __m256i a, b, c;
 };
-inline StepWords stepWords(const LinearPlan &p) {
-    const __m256i luma = _mm256_setr_epi16(0, 1, 2, 3, 4, 5, 6, 7, 0, 1, 2, 3, 4, 5, 6, 7);
-    const __m256i semi = _mm256_setr_epi16(0, 0, 2, 2, 4, 4, 6, 6, 0, 0, 2, 2, 4, 4, 6, 6);
-    const __m256i planar = _mm256_setr_epi16(0, 2, 4, 6, 8, 10, 12, 14, 0, 2, 4, 6, 8, 10, 12, 14);
-    const __m256i xh = _mm256_set1_epi16(static_cast<int16_t>(p.uxh)), xl = _mm256_set1_epi16(static_cast<int16_t>(p.uxl));
-    const __m256i yh = _mm256_set1_epi16(static_cast<int16_t>(p.uyh)), yl = _mm256_set1_epi16(static_cast<int16_t>(p.uyl));
-    StepWords s;
-    s.xh = _mm256_mullo_epi16(luma, xh);
-    s.xl = _mm256_mullo_epi16(luma, xl);
-    s.yh = _mm256_mullo_epi16(luma, yh);
-    s.yl = _mm256_mullo_epi16(luma, yl);
-    s.sxh = _mm256_mullo_epi16(semi, xh);
-    s.sxl = _mm256_mullo_epi16(semi, xl);
-    s.syh = _mm256_mullo_epi16(semi, yh);
-    s.syl = _mm256_mullo_epi16(semi, yl);
-    s.pxh = _mm256_mullo_epi16(planar, xh);
-    s.pxl = _mm256_mullo_epi16(planar, xl);
-    s.pyh = _mm256_mullo_epi16(planar, yh);
-    s.pyl = _mm256_mullo_epi16(planar, yl);
-    return s;
+inline LaneSteps laneSteps(int32_t u, int32_t par) {
+    const __m256i v = _mm256_set1_epi32(u);
+    return LaneSteps{_mm256_mullo_epi32(_mm256_setr_epi32(0, 1, 2, 3, 8, 9, 10, 11), v),
+                     _mm256_mullo_epi32(_mm256_setr_epi32(4, 5, 6, 7, 12, 13, 14, 15), v),
+                     _mm256_mullo_epi32(_mm256_add_epi32(_mm256_setr_epi32(0, 2, 4, 6, 8, 10, 12, 14), _mm256_set1_epi32(par)), v)};
 }
 
-// The spread a set's rows are blended over: the larger lane's, at least
-// one, so that the rows of sloped spans, whose lanes change between one
-// row and two from group to group, take one path (a lane of one row reads
-// its last row again; no pixel picks it).
-inline int32_t minimumSpread(const int32_t *spread) {
-    const int32_t s = spread[0] > spread[1] ? spread[0] : spread[1];
-    return s > 1 ? s : 1;
-}
-
-// 1/16 positions of the lanes' words from their first pixels' Q15 positions p0, p1.
-inline __m256i rel16(__m256i ih, __m256i il, int32_t p0, int32_t p1) {
-    const __m256i h = perLane16((p0 >> 11) & 15, (p1 >> 11) & 15), l = perLane16(p0 & 2047, p1 & 2047);
-    return _mm256_add_epi16(_mm256_add_epi16(h, ih), _mm256_srli_epi16(_mm256_add_epi16(l, il), 11));
-}
-
-// Luma taps of 16 pixels from (x, y) on; rows read to spread + `below`.
-inline bool lumaSet(const SrcPlanes &s, const StepWords &v, const SpanArgs &a, const LinearPlan &p, int32_t x,
+// Luma taps and rows of 16 pixels from (x, y); rows read to spread + `below`.
+inline bool lumaSet(const SrcPlanes &s, const LinearPlan &p, const LaneSteps &ux, const LaneSteps &uy, int32_t x,
                     int32_t y, int32_t below, TapSet *t) {
-    int32_t xs[2], ys[2], low[2], spread[2], base[2];
-    for (int lane = 0; lane < 2; ++lane) {
-        xs[lane] = laneAdd(x, laneMul(8 * lane, a.ux));
-        ys[lane] = laneAdd(y, laneMul(8 * lane, a.uy));
-        if (!laneSpan(ys[lane] >> 15, laneAdd(ys[lane], laneMul(7, a.uy)) >> 15, &low[lane], &spread[lane]))
-            return false;
-        t->rows.row[lane] = s.y + static_cast<ptrdiff_t>(low[lane]) * s.yPitch;
-        t->rows.pitch[lane] = s.yPitch;
-        base[lane] = xs[lane] >> 15;
-        t->rows.last[lane] = spread[lane] + below;
-    }
-    t->spread = minimumSpread(spread);
-    const __m256i tx = rel16(v.xh, v.xl, xs[0], xs[1]);
-    const __m256i ty = rel16(v.yh, v.yl, ys[0], ys[1]);
-    const __m256i m15 = _mm256_set1_epi16(15);
-    pairsOf(_mm256_srli_epi16(tx, 4), _mm256_and_si256(tx, m15), 1, base, p.lumaLo, p.lumaHi, t);
-    t->rr = _mm256_sub_epi16(_mm256_srai_epi16(ty, 4), perLane16(low[0] - (ys[0] >> 15), low[1] - (ys[1] >> 15)));
-    t->fy = _mm256_and_si256(ty, m15);
+    const __m256i xv = _mm256_set1_epi32(x), yv = _mm256_set1_epi32(y);
+    if (!lumaRows(_mm256_add_epi32(yv, uy.a), _mm256_add_epi32(yv, uy.b), s, below, t)) return false;
+    lumaTaps(_mm256_srai_epi32(_mm256_add_epi32(xv, ux.a), 11), _mm256_srai_epi32(_mm256_add_epi32(xv, ux.b), 11),
+             p.lumaLo, p.lumaHi, t);
     return true;
 }
 
-// Chroma taps of the group's 8 chroma pixels (lanes par, par + 2, ...) from
-// the group's first pixel at (x, y): 1/16 chroma positions (X >> 12, Y >> 12).
 template <bool Planar>
-inline bool chromaSet(const SrcPlanes &s, const StepWords &v, const SpanArgs &a, const LinearPlan &p, int32_t x,
+inline bool chromaSet(const SrcPlanes &s, const LinearPlan &p, const LaneSteps &ux, const LaneSteps &uy, int32_t x,
                       int32_t y, TapSet *t) {
-    // Planar: both lanes hold the same 8 pixels; interleaved: 4 each.
-    const int32_t par = p.par;
-    int32_t xs[2], ys[2], low[2], spread[2], base[2];
-    for (int lane = 0; lane < 2; ++lane) {
-        const int32_t i0 = Planar ? par : par + 8 * lane;
-        xs[lane] = laneAdd(x, laneMul(i0, a.ux));
-        ys[lane] = laneAdd(y, laneMul(i0, a.uy));
-        if (!laneSpan(ys[lane] >> 16, laneAdd(ys[lane], laneMul(Planar ? 14 : 6, a.uy)) >> 16, &low[lane],
-                      &spread[lane]))
-            return false;
-        base[lane] = Planar ? xs[lane] >> 16 : 2 * (xs[lane] >> 16);
-        t->rows.last[lane] = spread[lane] + 1;
-    }
-    t->rows.row[0] = s.c0 + static_cast<ptrdiff_t>(low[0]) * s.c0Pitch;
-    t->rows.pitch[0] = s.c0Pitch;
-    t->rows.row[1] = (Planar ? s.c1 : s.c0) + static_cast<ptrdiff_t>(low[1]) * (Planar ? s.c1Pitch : s.c0Pitch);
-    t->rows.pitch[1] = Planar ? s.c1Pitch : s.c0Pitch;
-    t->spread = minimumSpread(spread);
-    const __m256i oddX = perLane16(16 * ((xs[0] >> 15) & 1), 16 * ((xs[1] >> 15) & 1));
-    const __m256i oddY = perLane16(16 * ((ys[0] >> 15) & 1), 16 * ((ys[1] >> 15) & 1));
-    const __m256i cx = _mm256_srli_epi16(
-        _mm256_add_epi16(rel16(Planar ? v.pxh : v.sxh, Planar ? v.pxl : v.sxl, xs[0], xs[1]), oddX), 1);
-    const __m256i cy = _mm256_srai_epi16(
-        _mm256_add_epi16(rel16(Planar ? v.pyh : v.syh, Planar ? v.pyl : v.syl, ys[0], ys[1]), oddY), 1);
-    const __m256i m15 = _mm256_set1_epi16(15);
-    __m256i idx = _mm256_srli_epi16(cx, 4);
-    if constexpr (!Planar) {
-        // Word 2j + c is channel c of chroma pixel j: byte 2 * column + c.
-        idx = _mm256_add_epi16(_mm256_add_epi16(idx, idx), _mm256_set1_epi32(0x00010000));
-    }
-    pairsOf(idx, _mm256_and_si256(cx, m15), Planar ? 1 : 2, base, p.chromaLo, p.chromaHi, t);
-    t->rr = _mm256_sub_epi16(_mm256_srai_epi16(cy, 4), perLane16(low[0] - (ys[0] >> 16), low[1] - (ys[1] >> 16)));
-    t->fy = _mm256_and_si256(cy, m15);
+    if (!chromaRows<Planar>(_mm256_add_epi32(_mm256_set1_epi32(y), uy.c), s, t)) return false;
+    chromaTaps<Planar>(_mm256_srai_epi32(_mm256_add_epi32(_mm256_set1_epi32(x), ux.c), 12), p.chromaLo, p.chromaHi, t);
     return true;
 }
 
@@ -344,7 +347,7 @@ int32_t linearLeaf(const SpanArgs &a) {
     if (!windowsFit(p.lumaLo, p.lumaHi) || (p.chroma && !windowsFit(p.chromaLo, p.chromaHi)))
         return narrowLeaf(Planar ? kSpanPlanar : kSpanSemiplanar, Round ? kSpanParallel : kSpanGeneral, a);
     const SrcPlanes &s = *a.src;
-    const StepWords v = stepWords(p);
+    const LaneSteps ux = laneSteps(a.ux, p.par), uy = laneSteps(a.uy, p.par);
     const bool own1 = !p.shared && a.dy1 != nullptr;
     for (int32_t g = 0; g < p.groups; ++g) {
         const int32_t k = 16 * g;
@@ -354,9 +357,9 @@ int32_t linearLeaf(const SpanArgs &a) {
         TapSet t0, t1, tc;
         // Row y+1 reads the rows below row y's taps unless it has its own.
         const bool set0 = d0 != nullptr || !own1;
-        if (set0 && !lumaSet(s, v, a, p, x0, y0, !own1 && d1 != nullptr ? 2 : 1, &t0)) return k;
-        if (own1 && !lumaSet(s, v, a, p, laneAdd(x0, a.hx), laneAdd(y0, a.hy), 1, &t1)) return k;
-        if (p.chroma && !chromaSet<Planar>(s, v, a, p, x0, y0, &tc)) return k;
+        if (set0 && !lumaSet(s, p, ux, uy, x0, y0, !own1 && d1 != nullptr ? 2 : 1, &t0)) return k;
+        if (own1 && !lumaSet(s, p, ux, uy, laneAdd(x0, a.hx), laneAdd(y0, a.hy), 1, &t1)) return k;
+        if (p.chroma && !chromaSet<Planar>(s, p, ux, uy, x0, y0, &tc)) return k;
         if (!own1) {
             lumaPair<Round>(t0, d0, d1);
         } else {
@@ -370,51 +373,7 @@ int32_t linearLeaf(const SpanArgs &a) {
 
 // ---------------------------------------------------------------------------
 // Unrotated spans: pixel k at 1/16 position G + off16[k & 15] on the span's
-// one row. A lane's positions relative to its first pixel's are the offset
-// table's differences, fixed for the span.
-
-struct NoRotWords {
-    __m256i luma;    // off16[8L + i] - off16[8L]
-    __m256i chroma;  // interleaved: off16[par + 8L + 2(w/2)] - off16[par + 8L]; planar: off16[par + 2w] - off16[par]
-};
-
-// 8 32-bit values as 16-bit words, a then b in each lane's order: lane 0
-// a0..a3 b0..b3 -> words 0..7 a0..a7, 8..15 b0..b7.
-inline __m256i words16(__m256i a, __m256i b) {
-    return _mm256_permute4x64_epi64(_mm256_packs_epi32(a, b), _MM_SHUFFLE(3, 1, 2, 0));
-}
-
-template <bool Planar>
-inline bool noRotWords(const SpanArgs &a, int32_t par, NoRotWords *w) {
-    const int32_t *o = a.off16;
-    // A lane's pixels must lie within its 16-byte windows: luma taps to
-    // byte (15 + d) >> 4 plus one; chroma to sample (31 + d) >> 5 plus one.
-    const int32_t dl = o[7] - o[0] > o[15] - o[8] ? o[7] - o[0] : o[15] - o[8];
-    if (((15 + dl) >> 4) + 1 > 15) return false;
-    if constexpr (Planar) {
-        if (((31 + o[par + 14] - o[par]) >> 5) + 1 > 15) return false;
-    } else {
-        const int32_t dc = o[par + 6] - o[par] > o[par + 14] - o[par + 8] ? o[par + 6] - o[par] : o[par + 14] - o[par + 8];
-        if (2 * ((31 + dc) >> 5) + 3 > 15) return false;
-    }
-    const __m256i o0 = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(o));
-    const __m256i o1 = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(o + 8));
-    w->luma = words16(_mm256_sub_epi32(o0, _mm256_set1_epi32(o[0])), _mm256_sub_epi32(o1, _mm256_set1_epi32(o[8])));
-    const __m256i p = _mm256_set1_epi32(par);
-    if constexpr (Planar) {
-        // off16[par + 2i], i = 0..7: four from each half.
-        const __m256i idx = _mm256_add_epi32(_mm256_setr_epi32(0, 2, 4, 6, 0, 2, 4, 6), p);
-        const __m256i c = _mm256_sub_epi32(_mm256_blend_epi32(_mm256_permutevar8x32_epi32(o0, idx),
-                                                              _mm256_permutevar8x32_epi32(o1, idx), 0xF0),
-                                           _mm256_set1_epi32(o[par]));
-        w->chroma = _mm256_permute4x64_epi64(_mm256_packs_epi32(c, c), _MM_SHUFFLE(2, 0, 2, 0));
-    } else {
-        const __m256i idx = _mm256_add_epi32(_mm256_setr_epi32(0, 0, 2, 2, 4, 4, 6, 6), p);
-        w->chroma = words16(_mm256_sub_epi32(_mm256_permutevar8x32_epi32(o0, idx), _mm256_set1_epi32(o[par])),
-                            _mm256_sub_epi32(_mm256_permutevar8x32_epi32(o1, idx), _mm256_set1_epi32(o[par + 8])));
-    }
-    return true;
-}
+// one row.
 
 template <bool Planar>
 int32_t noRotLeaf(const SpanArgs &a) {
@@ -422,44 +381,46 @@ int32_t noRotLeaf(const SpanArgs &a) {
     if (!planNoRot(a, Planar ? 1 : 2, Planar ? 15 : 31, &p)) return 0;
     if (!windowsFit(p.lumaLo, p.lumaHi) || (p.chroma && !windowsFit(p.chromaLo, p.chromaHi)))
         return narrowLeaf(Planar ? kSpanPlanar : kSpanSemiplanar, kSpanNoRot, a);
-    NoRotWords w;
-    if (!noRotWords<Planar>(a, p.par, &w)) return 0;
-    const SrcPlanes &s = *a.src;
-    const __m256i m15 = _mm256_set1_epi16(15);
-    // Every pixel on rows r, r + 1 (and r + 2 for row y+1) with one weight.
-    TapSet tl;
-    tl.spread = 0;
-    tl.rr = _mm256_setzero_si256();
-    tl.fy = _mm256_set1_epi16(static_cast<int16_t>(p.fy));
-    for (int lane = 0; lane < 2; ++lane) {
-        tl.rows.row[lane] = s.y + static_cast<ptrdiff_t>(p.r) * s.yPitch;
-        tl.rows.pitch[lane] = s.yPitch;
-        tl.rows.last[lane] = a.dy1 != nullptr ? 2 : 1;
+    const int32_t *o = a.off16;
+    // A lane's taps must lie within its 16-byte window: luma to byte
+    // (15 + d) >> 4 plus one past its first pixel's column, chroma to sample
+    // (31 + d) >> 5 plus one (d: the offsets' spread over the lane).
+    const int32_t par = p.par;
+    const int32_t dl = o[7] - o[0] > o[15] - o[8] ? o[7] - o[0] : o[15] - o[8];
+    if (((15 + dl) >> 4) + 1 > 15) return 0;
+    if constexpr (Planar) {
+        if (((31 + o[par + 14] - o[par]) >> 5) + 1 > 15) return 0;
+    } else {
+        const int32_t dc = o[par + 6] - o[par] > o[par + 14] - o[par + 8] ? o[par + 6] - o[par] : o[par + 14] - o[par + 8];
+        if (2 * ((31 + dc) >> 5) + 3 > 15) return 0;
     }
-    TapSet tc;
-    tc.spread = 0;
-    tc.rr = _mm256_setzero_si256();
+    const SrcPlanes &s = *a.src;
+    const __m256i o0 = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(o));
+    const __m256i o1 = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(o + 8));
+    const __m256i offA = _mm256_permute2x128_si256(o0, o1, 0x20), offB = _mm256_permute2x128_si256(o0, o1, 0x31);
+    const __m256i cidx = _mm256_add_epi32(_mm256_setr_epi32(0, 2, 4, 6, 0, 2, 4, 6), _mm256_set1_epi32(par));
+    const __m256i offC = _mm256_blend_epi32(_mm256_permutevar8x32_epi32(o0, cidx), _mm256_permutevar8x32_epi32(o1, cidx), 0xF0);
+    // Every pixel on rows r, r + 1 (and r + 2 for row y+1) with one weight.
+    TapSet tl, tc;
+    tl.spread = tc.spread = 0;
+    tl.rr = tc.rr = _mm256_setzero_si256();
+    tl.fy = _mm256_set1_epi16(static_cast<int16_t>(p.fy));
     tc.fy = _mm256_set1_epi16(static_cast<int16_t>(p.cfy));
+    tl.rows.row[0] = tl.rows.row[1] = s.y + static_cast<ptrdiff_t>(p.r) * s.yPitch;
+    tl.rows.pitch[0] = tl.rows.pitch[1] = s.yPitch;
+    tl.rows.last[0] = tl.rows.last[1] = a.dy1 != nullptr ? 2 : 1;
     tc.rows.row[0] = s.c0 + static_cast<ptrdiff_t>(p.cr) * s.c0Pitch;
     tc.rows.pitch[0] = s.c0Pitch;
     tc.rows.row[1] = Planar ? s.c1 + static_cast<ptrdiff_t>(p.cr) * s.c1Pitch : tc.rows.row[0];
     tc.rows.pitch[1] = Planar ? s.c1Pitch : s.c0Pitch;
     tc.rows.last[0] = tc.rows.last[1] = 1;
-    const __m256i channel = _mm256_set1_epi32(0x00010000);
     return forEachNoRotGroup(a, p, [&](int32_t k, int32_t G) {
-        const int32_t g0 = laneAdd(G, a.off16[0]), g1 = laneAdd(G, a.off16[8]);
-        const int32_t base[2] = {g0 >> 4, g1 >> 4};
-        const __m256i tx = _mm256_add_epi16(w.luma, perLane16(g0 & 15, g1 & 15));
-        pairsOf(_mm256_srli_epi16(tx, 4), _mm256_and_si256(tx, m15), 1, base, p.lumaLo, p.lumaHi, &tl);
+        const __m256i g = _mm256_set1_epi32(G);
+        lumaTaps(_mm256_add_epi32(g, offA), _mm256_add_epi32(g, offB), p.lumaLo, p.lumaHi, &tl);
         lumaPair<true>(tl, a.dy0 != nullptr ? a.dy0 + a.dx + k : nullptr,
                        a.dy1 != nullptr ? a.dy1 + a.dx + k : nullptr);
         if (!p.chroma) return;
-        const int32_t c0 = laneAdd(G, a.off16[p.par]), c1 = Planar ? c0 : laneAdd(G, a.off16[p.par + 8]);
-        const __m256i cx = _mm256_srli_epi16(_mm256_add_epi16(w.chroma, perLane16(c0 & 31, c1 & 31)), 1);
-        __m256i idx = _mm256_srli_epi16(cx, 4);
-        if constexpr (!Planar) idx = _mm256_add_epi16(_mm256_add_epi16(idx, idx), channel);
-        const int32_t cbase[2] = {Planar ? c0 >> 5 : 2 * (c0 >> 5), Planar ? c0 >> 5 : 2 * (c1 >> 5)};
-        pairsOf(idx, _mm256_and_si256(cx, m15), Planar ? 1 : 2, cbase, p.chromaLo, p.chromaHi, &tc);
+        chromaTaps<Planar>(_mm256_srai_epi32(_mm256_add_epi32(g, offC), 1), p.chromaLo, p.chromaHi, &tc);
         drawChroma<true, Planar>(a, tc, k, p.par);
     });
 }
