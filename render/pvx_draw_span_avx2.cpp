@@ -30,6 +30,10 @@
 namespace pvx_draw {
 namespace {
 
+// Every helper is inlined into the group loops: a call would spill every
+// vector register (and clear their upper halves).
+#define PVX_INLINE inline __attribute__((always_inline))
+
 // Rows the 8 pixels of one lane may spread over (beyond their first).
 constexpr int32_t kLaneSpread = 2;
 
@@ -39,7 +43,7 @@ constexpr int32_t kLaneSpread = 2;
 // ever write the same values.
 std::atomic<SpanLeaf> g_narrow[2][kSpanKindCount];
 
-inline int32_t narrowLeaf(SpanFamily family, SpanKind kind, const SpanArgs &a) {
+PVX_INLINE int32_t narrowLeaf(SpanFamily family, SpanKind kind, const SpanArgs &a) {
     return g_narrow[family][kind].load(std::memory_order_relaxed)(a);
 }
 
@@ -58,14 +62,14 @@ struct LaneRows {
     int32_t tail;
 };
 
-inline const uint8_t *rowAt(const LaneRows &r, int lane, int32_t j) {
+PVX_INLINE const uint8_t *rowAt(const LaneRows &r, int lane, int32_t j) {
     return r.row[lane] + static_cast<ptrdiff_t>(j < r.last[lane] ? j : r.last[lane]) * r.pitch[lane];
 }
 
 // Starts fetching both lanes' windows `ahead` rows below row j: the row
 // pairs below read them next. Prefetches never fault; the address is formed
 // as an integer, so it may lie outside the plane.
-inline void prefetchRows(const LaneRows &r, int32_t j) {
+PVX_INLINE void prefetchRows(const LaneRows &r, int32_t j) {
     for (int lane = 0; lane < 2; ++lane) {
         const uintptr_t p = reinterpret_cast<uintptr_t>(r.row[lane]) +
                             static_cast<uintptr_t>(static_cast<ptrdiff_t>(j) * r.pitch[lane] + r.base[lane]);
@@ -76,11 +80,11 @@ inline void prefetchRows(const LaneRows &r, int32_t j) {
 constexpr int32_t kLumaAhead = 6, kChromaAhead = 3;
 
 // Row j of both lanes' windows.
-inline __m128i splitWindow(const uint8_t *p, int32_t tail) {
+PVX_INLINE __m128i splitWindow(const uint8_t *p, int32_t tail) {
     return _mm_unpacklo_epi64(_mm_loadl_epi64(reinterpret_cast<const __m128i *>(p)),
                               _mm_loadl_epi64(reinterpret_cast<const __m128i *>(p + tail)));
 }
-inline __m256i window(const LaneRows &r, int32_t j) {
+PVX_INLINE __m256i window(const LaneRows &r, int32_t j) {
     const uint8_t *p0 = rowAt(r, 0, j) + r.base[0], *p1 = rowAt(r, 1, j) + r.base[1];
     if (r.split)
         return _mm256_inserti128_si256(_mm256_castsi128_si256(splitWindow(p0, r.tail)), splitWindow(p1, r.tail), 1);
@@ -98,14 +102,14 @@ struct TapSet {
 
 // Whether the leaves' windows fit the columns [lo, hi] a span reads (at
 // least 8 of them): the windows then never leave them.
-inline bool windowsFit(int32_t lo, int32_t hi) { return hi - lo >= 7; }
+PVX_INLINE bool windowsFit(int32_t lo, int32_t hi) { return hi - lo >= 7; }
 
 // Pairs (idx, idx + step) and weights (16 - f, f) from 16-bit indices and
 // weights (8 per lane) relative to the lanes' window columns `base` (a
 // 32-bit value per lane). On a span of fewer than 16 columns the windows
 // are split: indices from the span's first column `lo`, those past the
 // first 8 bytes moved to the 8 bytes that end at its last column `hi`.
-inline void pairsOf(__m256i idx, __m256i f, int8_t step, __m256i base, int32_t lo, int32_t hi, TapSet *t) {
+PVX_INLINE void pairsOf(__m256i idx, __m256i f, int8_t step, __m256i base, int32_t lo, int32_t hi, TapSet *t) {
     const bool split = hi - lo < 15;
     t->rows.base[0] = _mm256_cvtsi256_si32(base);
     t->rows.base[1] = _mm256_extract_epi32(base, 4);
@@ -123,17 +127,17 @@ inline void pairsOf(__m256i idx, __m256i f, int8_t step, __m256i base, int32_t l
 // The column of a lane's window: from its first tap column `first`, moved
 // left so that the window ends at the span's last column `hi` at the
 // latest (the lane's taps end there); `lo` for split windows.
-inline __m256i windowBase(__m256i first, int32_t lo, int32_t hi) {
+PVX_INLINE __m256i windowBase(__m256i first, int32_t lo, int32_t hi) {
     if (hi - lo < 15) return _mm256_set1_epi32(lo);
     return _mm256_min_epi32(first, _mm256_set1_epi32(hi - 15));
 }
 
 // 32-bit values of pixels 0..3, 8..11 (a) and 4..7, 12..15 (b) as the 16
 // words of pixels 0..15 (each lane's 8 pixels in its half).
-inline __m256i pixelWords(__m256i a, __m256i b) { return _mm256_packs_epi32(a, b); }
+PVX_INLINE __m256i pixelWords(__m256i a, __m256i b) { return _mm256_packs_epi32(a, b); }
 
 // Luma taps of 16 pixels from their 1/16 positions (a, b as above).
-inline void lumaTaps(__m256i a, __m256i b, int32_t lo, int32_t hi, TapSet *t) {
+PVX_INLINE void lumaTaps(__m256i a, __m256i b, int32_t lo, int32_t hi, TapSet *t) {
     const __m256i base = windowBase(_mm256_srai_epi32(_mm256_shuffle_epi32(a, 0), 4), lo, hi);
     const __m256i b16 = _mm256_slli_epi32(base, 4);
     const __m256i rel = pixelWords(_mm256_sub_epi32(a, b16), _mm256_sub_epi32(b, b16));
@@ -142,7 +146,7 @@ inline void lumaTaps(__m256i a, __m256i b, int32_t lo, int32_t hi, TapSet *t) {
 
 // Lane rows from the per-lane first row `low` and `spread` (32-bit, the
 // same across a lane); false when a lane spreads too far.
-inline bool laneRows(__m256i low, __m256i spread, const uint8_t *p0, ptrdiff_t pitch0, const uint8_t *p1,
+PVX_INLINE bool laneRows(__m256i low, __m256i spread, const uint8_t *p0, ptrdiff_t pitch0, const uint8_t *p1,
                      ptrdiff_t pitch1, int32_t below, TapSet *t) {
     const __m256i v = _mm256_blend_epi32(low, spread, 0x22);
     const int64_t l0 = _mm_cvtsi128_si64(_mm256_castsi256_si128(v));
@@ -164,7 +168,7 @@ inline bool laneRows(__m256i low, __m256i spread, const uint8_t *p0, ptrdiff_t p
 }
 
 // Luma rows of 16 pixels from their Q15 rows (a, b as above).
-inline bool lumaRows(__m256i ya, __m256i yb, const SrcPlanes &s, int32_t below, TapSet *t) {
+PVX_INLINE bool lumaRows(__m256i ya, __m256i yb, const SrcPlanes &s, int32_t below, TapSet *t) {
     const __m256i ra = _mm256_srai_epi32(ya, 15), rb = _mm256_srai_epi32(yb, 15);
     const __m256i first = _mm256_shuffle_epi32(ra, 0), last = _mm256_shuffle_epi32(rb, 0xFF);
     const __m256i low = _mm256_min_epi32(first, last);
@@ -178,7 +182,7 @@ inline bool lumaRows(__m256i ya, __m256i yb, const SrcPlanes &s, int32_t below, 
 // each pixel's value twice (its two channels); planar: all 8 in each lane
 // (U in lane 0, V in lane 1).
 template <bool Planar>
-inline __m256i chromaWords16(__m256i v) {
+PVX_INLINE __m256i chromaWords16(__m256i v) {
     if constexpr (Planar) {
         return _mm256_permute4x64_epi64(_mm256_packs_epi32(v, v), _MM_SHUFFLE(2, 0, 2, 0));
     } else {
@@ -188,7 +192,7 @@ inline __m256i chromaWords16(__m256i v) {
 
 // Chroma taps of the 8 chroma pixels from their 1/16 chroma positions.
 template <bool Planar>
-inline void chromaTaps(__m256i c16, int32_t lo, int32_t hi, TapSet *t) {
+PVX_INLINE void chromaTaps(__m256i c16, int32_t lo, int32_t hi, TapSet *t) {
     const __m256i col = _mm256_srai_epi32(c16, 4);
     const __m256i f = chromaWords16<Planar>(_mm256_and_si256(c16, _mm256_set1_epi32(15)));
     if constexpr (Planar) {
@@ -205,7 +209,7 @@ inline void chromaTaps(__m256i c16, int32_t lo, int32_t hi, TapSet *t) {
 
 // Chroma rows of the 8 chroma pixels from their Q15 rows (chroma row y >> 16).
 template <bool Planar>
-inline bool chromaRows(__m256i y, const SrcPlanes &s, TapSet *t) {
+PVX_INLINE bool chromaRows(__m256i y, const SrcPlanes &s, TapSet *t) {
     const __m256i r = _mm256_srai_epi32(y, 16);
     __m256i first, last;
     if constexpr (Planar) {
@@ -223,13 +227,13 @@ inline bool chromaRows(__m256i y, const SrcPlanes &s, TapSet *t) {
 }
 
 // Horizontal sums of the 16 outputs on row j of each lane.
-inline __m256i sums(const TapSet &t, int32_t j) {
+PVX_INLINE __m256i sums(const TapSet &t, int32_t j) {
     return _mm256_maddubs_epi16(_mm256_shuffle_epi8(window(t.rows, j), t.pairs), t.wx);
 }
 
 // Per output word, its rows from + rr and from + rr + 1 of `h`, blended.
 template <bool Round, int Spread>
-inline __m256i blend(const __m256i *h, const TapSet &t, int32_t from) {
+PVX_INLINE __m256i blend(const __m256i *h, const TapSet &t, int32_t from) {
     __m256i top = h[from], bottom = h[from + 1];
     for (int32_t j = 1; j <= Spread; ++j) {
         const __m256i m = _mm256_cmpgt_epi16(t.rr, _mm256_set1_epi16(static_cast<int16_t>(j - 1)));
@@ -242,16 +246,16 @@ inline __m256i blend(const __m256i *h, const TapSet &t, int32_t from) {
 }
 
 // 16 words (pixels 0..7 in lane 0, 8..15 in lane 1) narrowed to 16 bytes.
-inline __m128i narrow(__m256i w) {
+PVX_INLINE __m128i narrow(__m256i w) {
     const __m256i b = _mm256_packus_epi16(w, w);
     return _mm256_castsi256_si128(_mm256_permute4x64_epi64(b, _MM_SHUFFLE(3, 1, 2, 0)));
 }
-inline void store16(uint8_t *d, __m128i v) { _mm_storeu_si128(reinterpret_cast<__m128i *>(d), v); }
+PVX_INLINE void store16(uint8_t *d, __m128i v) { _mm_storeu_si128(reinterpret_cast<__m128i *>(d), v); }
 
 // Luma of rows y and y+1 from one set, row y+1 taking the rows below row
 // y's (either destination may be absent).
 template <bool Round, int Spread>
-inline void drawLumaPair(const TapSet &t, uint8_t *d0, uint8_t *d1) {
+PVX_INLINE void drawLumaPair(const TapSet &t, uint8_t *d0, uint8_t *d1) {
     __m256i h[Spread + 3];
     if (d0 != nullptr) h[0] = sums(t, 0);
     for (int32_t j = 1; j <= Spread + 1; ++j) h[j] = sums(t, j);
@@ -270,7 +274,7 @@ inline void drawLumaPair(const TapSet &t, uint8_t *d0, uint8_t *d1) {
 }
 
 template <bool Round>
-inline void lumaPair(const TapSet &t, uint8_t *d0, uint8_t *d1) {
+PVX_INLINE void lumaPair(const TapSet &t, uint8_t *d0, uint8_t *d1) {
     switch (t.spread) {
         case 0: drawLumaPair<Round, 0>(t, d0, d1); break;
         case 1: drawLumaPair<Round, 1>(t, d0, d1); break;
@@ -280,7 +284,7 @@ inline void lumaPair(const TapSet &t, uint8_t *d0, uint8_t *d1) {
 
 // Chroma: 16 output words from rows 0 .. spread + 1 of the set.
 template <bool Round, int Spread>
-inline __m256i chromaWords(const TapSet &t) {
+PVX_INLINE __m256i chromaWords(const TapSet &t) {
     __m256i h[Spread + 2];
     for (int32_t j = 0; j <= Spread + 1; ++j) h[j] = sums(t, j);
     prefetchRows(t.rows, Spread + 1 + kChromaAhead);
@@ -288,7 +292,7 @@ inline __m256i chromaWords(const TapSet &t) {
 }
 
 template <bool Round, bool Planar>
-inline void drawChroma(const SpanArgs &a, const TapSet &t, int32_t k, int32_t par) {
+PVX_INLINE void drawChroma(const SpanArgs &a, const TapSet &t, int32_t k, int32_t par) {
     __m256i w;
     switch (t.spread) {
         case 0: w = chromaWords<Round, 0>(t); break;
@@ -315,7 +319,7 @@ inline void drawChroma(const SpanArgs &a, const TapSet &t, int32_t k, int32_t pa
 struct LaneSteps {
     __m256i a, b, c;
 };
-inline LaneSteps laneSteps(int32_t u, int32_t par) {
+PVX_INLINE LaneSteps laneSteps(int32_t u, int32_t par) {
     const __m256i v = _mm256_set1_epi32(u);
     return LaneSteps{_mm256_mullo_epi32(_mm256_setr_epi32(0, 1, 2, 3, 8, 9, 10, 11), v),
                      _mm256_mullo_epi32(_mm256_setr_epi32(4, 5, 6, 7, 12, 13, 14, 15), v),
@@ -323,7 +327,7 @@ inline LaneSteps laneSteps(int32_t u, int32_t par) {
 }
 
 // Luma taps and rows of 16 pixels from (x, y); rows read to spread + `below`.
-inline bool lumaSet(const SrcPlanes &s, const LinearPlan &p, const LaneSteps &ux, const LaneSteps &uy, int32_t x,
+PVX_INLINE bool lumaSet(const SrcPlanes &s, const LinearPlan &p, const LaneSteps &ux, const LaneSteps &uy, int32_t x,
                     int32_t y, int32_t below, TapSet *t) {
     const __m256i xv = _mm256_set1_epi32(x), yv = _mm256_set1_epi32(y);
     if (!lumaRows(_mm256_add_epi32(yv, uy.a), _mm256_add_epi32(yv, uy.b), s, below, t)) return false;
@@ -333,7 +337,7 @@ inline bool lumaSet(const SrcPlanes &s, const LinearPlan &p, const LaneSteps &ux
 }
 
 template <bool Planar>
-inline bool chromaSet(const SrcPlanes &s, const LinearPlan &p, const LaneSteps &ux, const LaneSteps &uy, int32_t x,
+PVX_INLINE bool chromaSet(const SrcPlanes &s, const LinearPlan &p, const LaneSteps &ux, const LaneSteps &uy, int32_t x,
                       int32_t y, TapSet *t) {
     if (!chromaRows<Planar>(_mm256_add_epi32(_mm256_set1_epi32(y), uy.c), s, t)) return false;
     chromaTaps<Planar>(_mm256_srai_epi32(_mm256_add_epi32(_mm256_set1_epi32(x), ux.c), 12), p.chromaLo, p.chromaHi, t);
