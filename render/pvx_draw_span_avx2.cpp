@@ -352,16 +352,17 @@ int32_t linearLeaf(const SpanArgs &a) {
         return narrowLeaf(Planar ? kSpanPlanar : kSpanSemiplanar, Round ? kSpanParallel : kSpanGeneral, a);
     const SrcPlanes &s = *a.src;
     const LaneSteps ux = laneSteps(a.ux, p.par), uy = laneSteps(a.uy, p.par);
+    // Row y+1 reads the rows below row y's taps unless it has its own.
     const bool own1 = !p.shared && a.dy1 != nullptr;
+    const bool set0 = a.dy0 != nullptr || !own1;
+    const int32_t below0 = !own1 && a.dy1 != nullptr ? 2 : 1;
     for (int32_t g = 0; g < p.groups; ++g) {
         const int32_t k = 16 * g;
         const int32_t x0 = laneAdd(a.sx, laneMul(k, a.ux)), y0 = laneAdd(a.sy, laneMul(k, a.uy));
         uint8_t *d0 = a.dy0 != nullptr ? a.dy0 + a.dx + k : nullptr;
         uint8_t *d1 = a.dy1 != nullptr ? a.dy1 + a.dx + k : nullptr;
         TapSet t0, t1, tc;
-        // Row y+1 reads the rows below row y's taps unless it has its own.
-        const bool set0 = d0 != nullptr || !own1;
-        if (set0 && !lumaSet(s, p, ux, uy, x0, y0, !own1 && d1 != nullptr ? 2 : 1, &t0)) return k;
+        if (set0 && !lumaSet(s, p, ux, uy, x0, y0, below0, &t0)) return k;
         if (own1 && !lumaSet(s, p, ux, uy, laneAdd(x0, a.hx), laneAdd(y0, a.hy), 1, &t1)) return k;
         if (p.chroma && !chromaSet<Planar>(s, p, ux, uy, x0, y0, &tc)) return k;
         if (!own1) {
