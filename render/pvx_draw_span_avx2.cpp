@@ -38,9 +38,9 @@ namespace {
 constexpr int32_t kLaneSpread = 2;
 
 // Spans whose taps lie within fewer than 8 columns go to the leaf that the
-// table held before these (the SSSE3 one, which loads such rows in parts).
-// Every table filled at this level holds the same ones, so the stores only
-// ever write the same values.
+// table held before these (the SSSE3 one, which loads such rows in parts;
+// the C reference when the flags lack SSSE3). Tables are filled from the
+// processor's levels, so the stores keep writing the same leaves.
 std::atomic<SpanLeaf> g_narrow[2][kSpanKindCount];
 
 PVX_INLINE int32_t narrowLeaf(SpanFamily family, SpanKind kind, const SpanArgs &a) {
@@ -149,12 +149,11 @@ PVX_INLINE void lumaTaps(__m256i a, __m256i b, int32_t lo, int32_t hi, TapSet *t
 PVX_INLINE bool laneRows(__m256i low, __m256i spread, const uint8_t *p0, ptrdiff_t pitch0, const uint8_t *p1,
                      ptrdiff_t pitch1, int32_t below, TapSet *t) {
     const __m256i v = _mm256_blend_epi32(low, spread, 0x22);
-    const int64_t l0 = _mm_cvtsi128_si64(_mm256_castsi256_si128(v));
-    const int64_t l1 = _mm_cvtsi128_si64(_mm256_extracti128_si256(v, 1));
-    const int32_t s0 = static_cast<int32_t>(l0 >> 32), s1 = static_cast<int32_t>(l1 >> 32);
+    const __m128i v0 = _mm256_castsi256_si128(v), v1 = _mm256_extracti128_si256(v, 1);
+    const int32_t s0 = _mm_extract_epi32(v0, 1), s1 = _mm_extract_epi32(v1, 1);
     if (s0 > kLaneSpread || s1 > kLaneSpread) return false;
-    t->rows.row[0] = p0 + static_cast<ptrdiff_t>(static_cast<int32_t>(l0)) * pitch0;
-    t->rows.row[1] = p1 + static_cast<ptrdiff_t>(static_cast<int32_t>(l1)) * pitch1;
+    t->rows.row[0] = p0 + static_cast<ptrdiff_t>(_mm_cvtsi128_si32(v0)) * pitch0;
+    t->rows.row[1] = p1 + static_cast<ptrdiff_t>(_mm_cvtsi128_si32(v1)) * pitch1;
     t->rows.pitch[0] = pitch0;
     t->rows.pitch[1] = pitch1;
     t->rows.last[0] = s0 + below;
