@@ -57,14 +57,11 @@ struct LaneRows {
     const uint8_t *row[2];
     ptrdiff_t pitch[2];
     int32_t base[2];
-    int32_t last[2];
+    __m128i last;  // lanes 0 and 1 in its first two elements
     bool split;
     int32_t tail;
 };
 
-PVX_INLINE const uint8_t *rowAt(const LaneRows &r, int lane, int32_t j) {
-    return r.row[lane] + static_cast<ptrdiff_t>(j < r.last[lane] ? j : r.last[lane]) * r.pitch[lane];
-}
 
 // Starts fetching both lanes' windows `ahead` rows below row j: the row
 // pairs below read them next. Prefetches never fault; the address is formed
@@ -85,7 +82,11 @@ PVX_INLINE __m128i splitWindow(const uint8_t *p, int32_t tail) {
                               _mm_loadl_epi64(reinterpret_cast<const __m128i *>(p + tail)));
 }
 PVX_INLINE __m256i window(const LaneRows &r, int32_t j) {
-    const uint8_t *p0 = rowAt(r, 0, j) + r.base[0], *p1 = rowAt(r, 1, j) + r.base[1];
+    // Kept in a vector register: the limits are formed there, and a
+    // load of two separately stored values would wait for both stores.
+    const __m128i m = _mm_min_epi32(_mm_set1_epi32(j), r.last);
+    const uint8_t *p0 = r.row[0] + static_cast<ptrdiff_t>(_mm_cvtsi128_si32(m)) * r.pitch[0] + r.base[0];
+    const uint8_t *p1 = r.row[1] + static_cast<ptrdiff_t>(_mm_extract_epi32(m, 1)) * r.pitch[1] + r.base[1];
     if (r.split)
         return _mm256_inserti128_si256(_mm256_castsi128_si256(splitWindow(p0, r.tail)), splitWindow(p1, r.tail), 1);
     return _mm256_inserti128_si256(_mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(p0))),
@@ -156,8 +157,9 @@ PVX_INLINE bool laneRows(__m256i low, __m256i spread, const uint8_t *p0, ptrdiff
     t->rows.row[1] = p1 + static_cast<ptrdiff_t>(_mm_cvtsi128_si32(v1)) * pitch1;
     t->rows.pitch[0] = pitch0;
     t->rows.pitch[1] = pitch1;
-    t->rows.last[0] = s0 + below;
-    t->rows.last[1] = s1 + below;
+    // (s0, s1) from (low0, s0, low1, s1).
+    t->rows.last = _mm_add_epi32(_mm_shuffle_epi32(_mm_unpacklo_epi64(v0, v1), _MM_SHUFFLE(3, 3, 3, 1)),
+                                 _mm_set1_epi32(below));
     // At least one: the lanes of sloped spans change between one row and
     // two from group to group, and one path serves both (a lane of one row
     // reads its last row again; no pixel picks it).
@@ -412,12 +414,12 @@ int32_t noRotLeaf(const SpanArgs &a) {
     tc.fy = _mm256_set1_epi16(static_cast<int16_t>(p.cfy));
     tl.rows.row[0] = tl.rows.row[1] = s.y + static_cast<ptrdiff_t>(p.r) * s.yPitch;
     tl.rows.pitch[0] = tl.rows.pitch[1] = s.yPitch;
-    tl.rows.last[0] = tl.rows.last[1] = a.dy1 != nullptr ? 2 : 1;
+    tl.rows.last = _mm_set1_epi32(a.dy1 != nullptr ? 2 : 1);
     tc.rows.row[0] = s.c0 + static_cast<ptrdiff_t>(p.cr) * s.c0Pitch;
     tc.rows.pitch[0] = s.c0Pitch;
     tc.rows.row[1] = Planar ? s.c1 + static_cast<ptrdiff_t>(p.cr) * s.c1Pitch : tc.rows.row[0];
     tc.rows.pitch[1] = Planar ? s.c1Pitch : s.c0Pitch;
-    tc.rows.last[0] = tc.rows.last[1] = 1;
+    tc.rows.last = _mm_set1_epi32(1);
     return forEachNoRotGroup(a, p, [&](int32_t k, int32_t G) {
         const __m256i g = _mm256_set1_epi32(G);
         lumaTaps(_mm256_add_epi32(g, offA), _mm256_add_epi32(g, offB), p.lumaLo, p.lumaHi, &tl);
