@@ -33,6 +33,7 @@ namespace {
 // Every helper is inlined into the group loops: a call would spill every
 // vector register (and clear their upper halves).
 #define PVX_INLINE inline __attribute__((always_inline))
+#define PVX_ALWAYS_INLINE __attribute__((always_inline))
 
 // Rows the 8 pixels of one lane may spread over (beyond their first).
 constexpr int32_t kLaneSpread = 2;
@@ -357,22 +358,38 @@ int32_t linearLeaf(const SpanArgs &a) {
     const bool own1 = !p.shared && a.dy1 != nullptr;
     const bool set0 = a.dy0 != nullptr || !own1;
     const int32_t below0 = !own1 && a.dy1 != nullptr ? 2 : 1;
-    for (int32_t g = 0; g < p.groups; ++g) {
+    // Two groups are set up before either is drawn: their chains of
+    // positions, addresses, loads and blends are then in flight together.
+    struct Group {
+        TapSet t0, t1, tc;
+        int32_t k;
+    };
+    const auto prepare = [&](int32_t g, Group *q) PVX_ALWAYS_INLINE {
         const int32_t k = 16 * g;
         const int32_t x0 = laneAdd(a.sx, laneMul(k, a.ux)), y0 = laneAdd(a.sy, laneMul(k, a.uy));
-        uint8_t *d0 = a.dy0 != nullptr ? a.dy0 + a.dx + k : nullptr;
-        uint8_t *d1 = a.dy1 != nullptr ? a.dy1 + a.dx + k : nullptr;
-        TapSet t0, t1, tc;
-        if (set0 && !lumaSet(s, p, ux, uy, x0, y0, below0, &t0)) return k;
-        if (own1 && !lumaSet(s, p, ux, uy, laneAdd(x0, a.hx), laneAdd(y0, a.hy), 1, &t1)) return k;
-        if (p.chroma && !chromaSet<Planar>(s, p, ux, uy, x0, y0, &tc)) return k;
+        q->k = k;
+        if (set0 && !lumaSet(s, p, ux, uy, x0, y0, below0, &q->t0)) return false;
+        if (own1 && !lumaSet(s, p, ux, uy, laneAdd(x0, a.hx), laneAdd(y0, a.hy), 1, &q->t1)) return false;
+        return !p.chroma || chromaSet<Planar>(s, p, ux, uy, x0, y0, &q->tc);
+    };
+    const auto draw = [&](const Group &q) PVX_ALWAYS_INLINE {
+        uint8_t *d0 = a.dy0 != nullptr ? a.dy0 + a.dx + q.k : nullptr;
+        uint8_t *d1 = a.dy1 != nullptr ? a.dy1 + a.dx + q.k : nullptr;
         if (!own1) {
-            lumaPair<Round>(t0, d0, d1);
+            lumaPair<Round>(q.t0, d0, d1);
         } else {
-            if (d0 != nullptr) lumaPair<Round>(t0, d0, nullptr);
-            lumaPair<Round>(t1, d1, nullptr);
+            if (d0 != nullptr) lumaPair<Round>(q.t0, d0, nullptr);
+            lumaPair<Round>(q.t1, d1, nullptr);
         }
-        if (p.chroma) drawChroma<Round, Planar>(a, tc, k, p.par);
+        if (p.chroma) drawChroma<Round, Planar>(a, q.tc, q.k, p.par);
+    };
+    Group first, second;
+    for (int32_t g = 0; g < p.groups; g += 2) {
+        if (!prepare(g, &first)) return 16 * g;
+        const bool both = g + 1 < p.groups && prepare(g + 1, &second);
+        draw(first);
+        if (!both) return 16 * (g + 1);
+        draw(second);
     }
     return 16 * p.groups;
 }
