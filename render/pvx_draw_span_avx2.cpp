@@ -49,16 +49,13 @@ PVX_INLINE int32_t narrowLeaf(SpanFamily family, SpanKind kind, const SpanArgs &
 }
 
 // The rows one set of taps reads: per lane the first row, the column of
-// its window, the plane's pitch and the last row index it may load (rows
-// beyond a lane's own taps repeat its last one; no pixel picks them). A
-// window is 16 bytes from its column, or, on a span that reads fewer
-// columns, 8 bytes from there and the 8 bytes that end at the span's last
-// column (`tail` bytes further on).
+// its window and the plane's pitch. A window is 16 bytes from its column,
+// or, on a span that reads fewer columns, 8 bytes from there and the 8
+// bytes that end at the span's last column (`tail` bytes further on).
 struct LaneRows {
     const uint8_t *row[2];
     ptrdiff_t pitch[2];
     int32_t base[2];
-    __m128i last;  // lanes 0 and 1 in its first two elements
     bool split;
     int32_t tail;
 };
@@ -83,11 +80,8 @@ PVX_INLINE __m128i splitWindow(const uint8_t *p, int32_t tail) {
                               _mm_loadl_epi64(reinterpret_cast<const __m128i *>(p + tail)));
 }
 PVX_INLINE __m256i window(const LaneRows &r, int32_t j) {
-    // Kept in a vector register: the limits are formed there, and a
-    // load of two separately stored values would wait for both stores.
-    const __m128i m = _mm_min_epi32(_mm_set1_epi32(j), r.last);
-    const uint8_t *p0 = r.row[0] + static_cast<ptrdiff_t>(_mm_cvtsi128_si32(m)) * r.pitch[0] + r.base[0];
-    const uint8_t *p1 = r.row[1] + static_cast<ptrdiff_t>(_mm_extract_epi32(m, 1)) * r.pitch[1] + r.base[1];
+    const uint8_t *p0 = r.row[0] + j * r.pitch[0] + r.base[0];
+    const uint8_t *p1 = r.row[1] + j * r.pitch[1] + r.base[1];
     if (r.split)
         return _mm256_inserti128_si256(_mm256_castsi128_si256(splitWindow(p0, r.tail)), splitWindow(p1, r.tail), 1);
     return _mm256_inserti128_si256(_mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(p0))),
@@ -99,7 +93,7 @@ PVX_INLINE __m256i window(const LaneRows &r, int32_t j) {
 struct TapSet {
     __m256i pairs, wx, rr, fy;
     LaneRows rows;
-    int32_t spread;  // the larger lane spread
+    int32_t spread;  // rows blended: a lane's pixels lie on its rows 0 .. spread
 };
 
 // Whether the leaves' windows fit the columns [lo, hi] a span reads (at
@@ -146,38 +140,38 @@ PVX_INLINE void lumaTaps(__m256i a, __m256i b, int32_t lo, int32_t hi, TapSet *t
     pairsOf(_mm256_srli_epi16(rel, 4), _mm256_and_si256(rel, _mm256_set1_epi16(15)), 1, base, lo, hi, t);
 }
 
-// Lane rows from the per-lane first row `low` and `spread` (32-bit, the
-// same across a lane); false when a lane spreads too far.
-PVX_INLINE bool laneRows(__m256i low, __m256i spread, const uint8_t *p0, ptrdiff_t pitch0, const uint8_t *p1,
-                     ptrdiff_t pitch1, int32_t below, TapSet *t) {
-    const __m256i v = _mm256_blend_epi32(low, spread, 0x22);
-    const __m128i v0 = _mm256_castsi256_si128(v), v1 = _mm256_extracti128_si256(v, 1);
-    const int32_t s0 = _mm_extract_epi32(v0, 1), s1 = _mm_extract_epi32(v1, 1);
-    if (s0 > kLaneSpread || s1 > kLaneSpread) return false;
-    t->rows.row[0] = p0 + static_cast<ptrdiff_t>(_mm_cvtsi128_si32(v0)) * pitch0;
-    t->rows.row[1] = p1 + static_cast<ptrdiff_t>(_mm_cvtsi128_si32(v1)) * pitch1;
+// Rows of a span: its pixels' rows lie in [r0, r1], and the rows of a lane
+// of it within `spread` rows (at most r1 - r0). A lane's first row is its
+// lowest pixel row, moved up when needed so that its rows end at r1: its
+// windows then read rows r0 .. r1 + 1 (+ 1 for the pair's second row)
+// only, the rows of the span's taps, with no limit per row.
+struct SpanRows {
+    int32_t last;    // r1 - spread: the latest first row of a lane
+    int32_t spread;
+};
+
+// Rows of the 32-bit pixel rows `r` whose lanes' first and last pixels are
+// in `first`, `last` (each the same across a lane).
+PVX_INLINE void laneRows(__m256i r, __m256i first, __m256i last, const SpanRows &sr, const uint8_t *p0,
+                         ptrdiff_t pitch0, const uint8_t *p1, ptrdiff_t pitch1, __m256i *rr, TapSet *t) {
+    const __m256i low = _mm256_min_epi32(_mm256_min_epi32(first, last), _mm256_set1_epi32(sr.last));
+    *rr = _mm256_sub_epi32(r, low);
+    t->rows.row[0] = p0 + static_cast<ptrdiff_t>(_mm256_cvtsi256_si32(low)) * pitch0;
+    t->rows.row[1] = p1 + static_cast<ptrdiff_t>(_mm256_extract_epi32(low, 4)) * pitch1;
     t->rows.pitch[0] = pitch0;
     t->rows.pitch[1] = pitch1;
-    // (s0, s1) from (low0, s0, low1, s1).
-    t->rows.last = _mm_add_epi32(_mm_shuffle_epi32(_mm_unpacklo_epi64(v0, v1), _MM_SHUFFLE(3, 3, 3, 1)),
-                                 _mm_set1_epi32(below));
-    // At least one: the lanes of sloped spans change between one row and
-    // two from group to group, and one path serves both (a lane of one row
-    // reads its last row again; no pixel picks it).
-    const int32_t m = s0 > s1 ? s0 : s1;
-    t->spread = m > 1 ? m : 1;
-    return true;
+    t->spread = sr.spread;
 }
 
 // Luma rows of 16 pixels from their Q15 rows (a, b as above).
-PVX_INLINE bool lumaRows(__m256i ya, __m256i yb, const SrcPlanes &s, int32_t below, TapSet *t) {
+PVX_INLINE void lumaRows(__m256i ya, __m256i yb, const SrcPlanes &s, const SpanRows &sr, TapSet *t) {
     const __m256i ra = _mm256_srai_epi32(ya, 15), rb = _mm256_srai_epi32(yb, 15);
-    const __m256i first = _mm256_shuffle_epi32(ra, 0), last = _mm256_shuffle_epi32(rb, 0xFF);
-    const __m256i low = _mm256_min_epi32(first, last);
     const __m256i m15 = _mm256_set1_epi32(15);
-    t->rr = pixelWords(_mm256_sub_epi32(ra, low), _mm256_sub_epi32(rb, low));
+    __m256i rra, rrb;
+    laneRows(ra, _mm256_shuffle_epi32(ra, 0), _mm256_shuffle_epi32(rb, 0xFF), sr, s.y, s.yPitch, s.y, s.yPitch, &rra, t);
+    rrb = _mm256_sub_epi32(rb, _mm256_sub_epi32(ra, rra));
+    t->rr = pixelWords(rra, rrb);
     t->fy = pixelWords(_mm256_and_si256(_mm256_srai_epi32(ya, 11), m15), _mm256_and_si256(_mm256_srai_epi32(yb, 11), m15));
-    return laneRows(low, _mm256_abs_epi32(_mm256_sub_epi32(first, last)), s.y, s.yPitch, s.y, s.yPitch, below, t);
 }
 
 // 32-bit values of the 8 chroma pixels (4 a lane) as 16 words. Interleaved:
@@ -211,9 +205,9 @@ PVX_INLINE void chromaTaps(__m256i c16, int32_t lo, int32_t hi, TapSet *t) {
 
 // Chroma rows of the 8 chroma pixels from their Q15 rows (chroma row y >> 16).
 template <bool Planar>
-PVX_INLINE bool chromaRows(__m256i y, const SrcPlanes &s, TapSet *t) {
+PVX_INLINE void chromaRows(__m256i y, const SrcPlanes &s, const SpanRows &sr, TapSet *t) {
     const __m256i r = _mm256_srai_epi32(y, 16);
-    __m256i first, last;
+    __m256i first, last, rr;
     if constexpr (Planar) {
         first = _mm256_broadcastd_epi32(_mm256_castsi256_si128(r));
         last = _mm256_permutevar8x32_epi32(r, _mm256_set1_epi32(7));
@@ -221,11 +215,9 @@ PVX_INLINE bool chromaRows(__m256i y, const SrcPlanes &s, TapSet *t) {
         first = _mm256_shuffle_epi32(r, 0);
         last = _mm256_shuffle_epi32(r, 0xFF);
     }
-    const __m256i low = _mm256_min_epi32(first, last);
-    t->rr = chromaWords16<Planar>(_mm256_sub_epi32(r, low));
+    laneRows(r, first, last, sr, s.c0, s.c0Pitch, Planar ? s.c1 : s.c0, Planar ? s.c1Pitch : s.c0Pitch, &rr, t);
+    t->rr = chromaWords16<Planar>(rr);
     t->fy = chromaWords16<Planar>(_mm256_and_si256(_mm256_srai_epi32(y, 12), _mm256_set1_epi32(15)));
-    return laneRows(low, _mm256_abs_epi32(_mm256_sub_epi32(first, last)), s.c0, s.c0Pitch, Planar ? s.c1 : s.c0,
-                    Planar ? s.c1Pitch : s.c0Pitch, 1, t);
 }
 
 // Horizontal sums of the 16 outputs on row j of each lane.
@@ -328,21 +320,35 @@ PVX_INLINE LaneSteps laneSteps(int32_t u, int32_t par) {
                      _mm256_mullo_epi32(_mm256_add_epi32(_mm256_setr_epi32(0, 2, 4, 6, 8, 10, 12, 14), _mm256_set1_epi32(par)), v)};
 }
 
-// Luma taps and rows of 16 pixels from (x, y); rows read to spread + `below`.
-PVX_INLINE bool lumaSet(const SrcPlanes &s, const LinearPlan &p, const LaneSteps &ux, const LaneSteps &uy, int32_t x,
-                    int32_t y, int32_t below, TapSet *t) {
+// Luma taps and rows of 16 pixels from (x, y).
+PVX_INLINE void lumaSet(const SrcPlanes &s, const LinearPlan &p, const LaneSteps &ux, const LaneSteps &uy,
+                        const SpanRows &sr, int32_t x, int32_t y, TapSet *t) {
     const __m256i xv = _mm256_set1_epi32(x), yv = _mm256_set1_epi32(y);
-    if (!lumaRows(_mm256_add_epi32(yv, uy.a), _mm256_add_epi32(yv, uy.b), s, below, t)) return false;
+    lumaRows(_mm256_add_epi32(yv, uy.a), _mm256_add_epi32(yv, uy.b), s, sr, t);
     lumaTaps(_mm256_srai_epi32(_mm256_add_epi32(xv, ux.a), 11), _mm256_srai_epi32(_mm256_add_epi32(xv, ux.b), 11),
              p.lumaLo, p.lumaHi, t);
-    return true;
 }
 
 template <bool Planar>
-PVX_INLINE bool chromaSet(const SrcPlanes &s, const LinearPlan &p, const LaneSteps &ux, const LaneSteps &uy, int32_t x,
-                      int32_t y, TapSet *t) {
-    if (!chromaRows<Planar>(_mm256_add_epi32(_mm256_set1_epi32(y), uy.c), s, t)) return false;
+PVX_INLINE void chromaSet(const SrcPlanes &s, const LinearPlan &p, const LaneSteps &ux, const LaneSteps &uy,
+                          const SpanRows &sr, int32_t x, int32_t y, TapSet *t) {
+    chromaRows<Planar>(_mm256_add_epi32(_mm256_set1_epi32(y), uy.c), s, sr, t);
     chromaTaps<Planar>(_mm256_srai_epi32(_mm256_add_epi32(_mm256_set1_epi32(x), ux.c), 12), p.chromaLo, p.chromaHi, t);
+}
+
+// Rows of a span whose pixels at Q15 rows y + i*uy (i from i0 to i1) fall
+// on rows y >> shift; a lane covers `laneSteps` steps. False when a lane
+// may spread over more rows than the leaves blend.
+inline bool spanRows(int32_t y, int32_t uy, int32_t i0, int32_t i1, int32_t shift, int32_t laneSteps, SpanRows *sr) {
+    const int64_t ya = (static_cast<int64_t>(y) + static_cast<int64_t>(i0) * uy) >> shift;
+    const int64_t yb = (static_cast<int64_t>(y) + static_cast<int64_t>(i1) * uy) >> shift;
+    const int64_t r0 = ya < yb ? ya : yb, r1 = ya < yb ? yb : ya;
+    // Rows a lane may cross: its steps' extent, in rows, rounded up.
+    const int64_t extent = static_cast<int64_t>(laneSteps) * (uy < 0 ? -static_cast<int64_t>(uy) : uy);
+    const int64_t reach = (extent + (static_cast<int64_t>(1) << shift) - 1) >> shift;
+    if (reach > kLaneSpread) return false;
+    sr->spread = static_cast<int32_t>(reach < r1 - r0 ? reach : r1 - r0);
+    sr->last = static_cast<int32_t>(r1 - sr->spread);
     return true;
 }
 
@@ -357,7 +363,11 @@ int32_t linearLeaf(const SpanArgs &a) {
     // Row y+1 reads the rows below row y's taps unless it has its own.
     const bool own1 = !p.shared && a.dy1 != nullptr;
     const bool set0 = a.dy0 != nullptr || !own1;
-    const int32_t below0 = !own1 && a.dy1 != nullptr ? 2 : 1;
+    SpanRows rows0{0, 0}, rows1{0, 0}, rowsC{0, 0};
+    if (set0 && !spanRows(a.sy, a.uy, 0, a.n - 1, 15, 7, &rows0)) return 0;
+    if (own1 && !spanRows(laneAdd(a.sy, a.hy), a.uy, 0, a.n - 1, 15, 7, &rows1)) return 0;
+    if (p.chroma && !spanRows(a.sy, a.uy, p.par, a.n - 1 - ((a.dx + a.n - 1) & 1), 16, Planar ? 14 : 6, &rowsC))
+        return 0;
     // Two groups are set up before either is drawn: their chains of
     // positions, addresses, loads and blends are then in flight together.
     struct Group {
@@ -368,9 +378,9 @@ int32_t linearLeaf(const SpanArgs &a) {
         const int32_t k = 16 * g;
         const int32_t x0 = laneAdd(a.sx, laneMul(k, a.ux)), y0 = laneAdd(a.sy, laneMul(k, a.uy));
         q->k = k;
-        if (set0 && !lumaSet(s, p, ux, uy, x0, y0, below0, &q->t0)) return false;
-        if (own1 && !lumaSet(s, p, ux, uy, laneAdd(x0, a.hx), laneAdd(y0, a.hy), 1, &q->t1)) return false;
-        return !p.chroma || chromaSet<Planar>(s, p, ux, uy, x0, y0, &q->tc);
+        if (set0) lumaSet(s, p, ux, uy, rows0, x0, y0, &q->t0);
+        if (own1) lumaSet(s, p, ux, uy, rows1, laneAdd(x0, a.hx), laneAdd(y0, a.hy), &q->t1);
+        if (p.chroma) chromaSet<Planar>(s, p, ux, uy, rowsC, x0, y0, &q->tc);
     };
     const auto draw = [&](const Group &q) PVX_ALWAYS_INLINE {
         uint8_t *d0 = a.dy0 != nullptr ? a.dy0 + a.dx + q.k : nullptr;
@@ -385,11 +395,10 @@ int32_t linearLeaf(const SpanArgs &a) {
     };
     Group first, second;
     for (int32_t g = 0; g < p.groups; g += 2) {
-        if (!prepare(g, &first)) return 16 * g;
-        const bool both = g + 1 < p.groups && prepare(g + 1, &second);
+        prepare(g, &first);
+        if (g + 1 < p.groups) prepare(g + 1, &second);
         draw(first);
-        if (!both) return 16 * (g + 1);
-        draw(second);
+        if (g + 1 < p.groups) draw(second);
     }
     return 16 * p.groups;
 }
@@ -431,12 +440,10 @@ int32_t noRotLeaf(const SpanArgs &a) {
     tc.fy = _mm256_set1_epi16(static_cast<int16_t>(p.cfy));
     tl.rows.row[0] = tl.rows.row[1] = s.y + static_cast<ptrdiff_t>(p.r) * s.yPitch;
     tl.rows.pitch[0] = tl.rows.pitch[1] = s.yPitch;
-    tl.rows.last = _mm_set1_epi32(a.dy1 != nullptr ? 2 : 1);
     tc.rows.row[0] = s.c0 + static_cast<ptrdiff_t>(p.cr) * s.c0Pitch;
     tc.rows.pitch[0] = s.c0Pitch;
     tc.rows.row[1] = Planar ? s.c1 + static_cast<ptrdiff_t>(p.cr) * s.c1Pitch : tc.rows.row[0];
     tc.rows.pitch[1] = Planar ? s.c1Pitch : s.c0Pitch;
-    tc.rows.last = _mm_set1_epi32(1);
     return forEachNoRotGroup(a, p, [&](int32_t k, int32_t G) {
         const __m256i g = _mm256_set1_epi32(G);
         lumaTaps(_mm256_add_epi32(g, offA), _mm256_add_epi32(g, offB), p.lumaLo, p.lumaHi, &tl);
