@@ -316,10 +316,14 @@ struct LaneSteps {
     __m256i a, b, c;
 };
 PVX_INLINE LaneSteps laneSteps(int32_t u, int32_t par) {
-    const __m256i v = _mm256_set1_epi32(u);
-    return LaneSteps{_mm256_mullo_epi32(_mm256_setr_epi32(0, 1, 2, 3, 8, 9, 10, 11), v),
-                     _mm256_mullo_epi32(_mm256_setr_epi32(4, 5, 6, 7, 12, 13, 14, 15), v),
-                     _mm256_mullo_epi32(_mm256_add_epi32(_mm256_setr_epi32(0, 2, 4, 6, 8, 10, 12, 14), _mm256_set1_epi32(par)), v)};
+    // i * u for i = 0..7, then the rest by adds: a = (m0..3, m0..3 + 8u),
+    // b = (m4..7, m4..7 + 8u), c = 2m + par * u.
+    const __m256i m = _mm256_mullo_epi32(_mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7), _mm256_set1_epi32(u));
+    const __m256i u8 = _mm256_set1_epi32(laneMul(8, u));
+    const __m256i lo = _mm256_permute2x128_si256(m, m, 0x00), hi = _mm256_permute2x128_si256(m, m, 0x11);
+    const __m256i upper = _mm256_setr_epi32(0, 0, 0, 0, -1, -1, -1, -1);
+    return LaneSteps{_mm256_add_epi32(lo, _mm256_and_si256(u8, upper)), _mm256_add_epi32(hi, _mm256_and_si256(u8, upper)),
+                     _mm256_add_epi32(_mm256_add_epi32(m, m), _mm256_set1_epi32(laneMul(par, u)))};
 }
 
 // Luma taps and rows of 16 pixels from (x, y).
