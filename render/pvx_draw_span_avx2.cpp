@@ -4,16 +4,22 @@
 // A 16-pixel group is split across the two 128-bit lanes: lane 0 takes
 // pixels 0..7, lane 1 pixels 8..15, each with a 16-byte window of its own
 // that starts at its first pixel's column (eight pixels at most two source
-// pixels apart reach 16 bytes, so no group needs a second window) and rows
-// of its own (eight pixels spread over fewer rows than sixteen). One
-// vpshufb gathers the (p0, p1) pairs of all 16 pixels of a source row,
-// vpmaddubsw weights them by (16 - fx, fx), and each pixel blends its own
-// two rows in 16-bit lanes: 16 * top + fy * (bottom - top) [+ 128], >> 8,
-// which wraps in 16 bits to the exact sum (at most 65408).
-//
+// pixels apart reach 16 bytes, so no group needs a second window) and with
+// rows of its own. One vpshufb gathers the (p0, p1) pairs of all 16 pixels
+// of a source row, vpmaddubsw weights them by (16 - fx, fx), and each pixel
+// blends its own two rows in 16-bit lanes: 16 * top + fy * (bottom - top)
+// [+ 128], >> 8, which wraps in 16 bits to the exact sum (at most 65408).
 // Chroma: interleaved, lane 0 holds chroma pixels 0..3 and lane 1 4..7
 // (both channels, taps two bytes apart); planar, lane 0 the U plane and
-// lane 1 the V plane of all 8 chroma pixels, from one window each.
+// lane 1 the V plane of all 8 chroma pixels.
+//
+// The windows never leave the span's taps: a window that would pass the
+// span's last column ends there instead, spans of 8 to 15 columns load two
+// 8-byte halves, narrower ones go to the SSSE3 leaves; a lane's rows are
+// bounded per span (SpanRows). Positions, window columns and rows are
+// formed in 32-bit vectors; two groups are set up before either is drawn,
+// so that their loads are in flight together, and the source rows ten row
+// pairs below are prefetched.
 #if (defined(__x86_64__) || defined(__i386__)) && defined(__AVX2__)
 
 // g++ takes the rows a blend never reads (row 0 when row y is not drawn)
