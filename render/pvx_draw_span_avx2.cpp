@@ -41,7 +41,7 @@ namespace {
 #define PVX_INLINE inline __attribute__((always_inline))
 #define PVX_ALWAYS_INLINE __attribute__((always_inline))
 
-// Rows the 8 pixels of one lane may spread over (beyond their first).
+// Rows the pixels of one lane may spread over (beyond their first).
 constexpr int32_t kLaneSpread = 2;
 
 // Spans whose taps lie within fewer than 8 columns go to the leaf that the
