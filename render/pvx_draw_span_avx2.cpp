@@ -84,8 +84,9 @@ constexpr int32_t kLumaAhead = 20, kChromaAhead = 10;
 
 // Row j of both lanes' windows.
 PVX_INLINE __m128i splitWindow(const uint8_t *p, int32_t tail) {
-    return _mm_unpacklo_epi64(_mm_loadl_epi64(reinterpret_cast<const __m128i *>(p)),
-                              _mm_loadl_epi64(reinterpret_cast<const __m128i *>(p + tail)));
+    // movq, then movhps into the upper half.
+    const __m128i low = _mm_loadl_epi64(reinterpret_cast<const __m128i *>(p));
+    return _mm_castpd_si128(_mm_loadh_pd(_mm_castsi128_pd(low), reinterpret_cast<const double *>(p + tail)));
 }
 PVX_INLINE __m256i window(const LaneRows &r, int32_t j) {
     const uint8_t *p0 = r.row[0] + j * r.pitch[0] + r.base[0];
