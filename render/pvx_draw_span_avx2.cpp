@@ -17,9 +17,9 @@
 // span's last column ends there instead, spans of 8 to 15 columns load two
 // 8-byte halves, narrower ones go to the SSSE3 leaves; a lane's rows are
 // bounded per span (SpanRows). Positions, window columns and rows are
-// formed in 32-bit vectors; two groups are set up before either is drawn,
-// so that their loads are in flight together, and the source rows ten row
-// pairs below are prefetched.
+// formed in 32-bit vectors; the general and parallelogram leaves set up two
+// groups before drawing either, so that their loads are in flight
+// together, and the source rows ten row pairs below are prefetched.
 #if (defined(__x86_64__) || defined(__i386__)) && defined(__AVX2__)
 
 // g++ takes the rows a blend never reads (row 0 when row y is not drawn)
@@ -457,33 +457,15 @@ int32_t noRotLeaf(const SpanArgs &a) {
     tc.rows.pitch[0] = s.c0Pitch;
     tc.rows.row[1] = Planar ? s.c1 + static_cast<ptrdiff_t>(p.cr) * s.c1Pitch : tc.rows.row[0];
     tc.rows.pitch[1] = Planar ? s.c1Pitch : s.c0Pitch;
-    // Two groups at a time, as in the general leaves.
-    struct Group {
-        TapSet tl, tc;
-        int32_t k;
-    };
-    const auto prepare = [&](int32_t g, Group *q) PVX_ALWAYS_INLINE {
-        q->k = 16 * g;
-        const __m256i G = _mm256_set1_epi32(laneAdd(a.sx, laneMul(q->k, a.ux)) >> 11);
-        q->tl = tl;
-        lumaTaps(_mm256_add_epi32(G, offA), _mm256_add_epi32(G, offB), p.lumaLo, p.lumaHi, &q->tl);
+    return forEachNoRotGroup(a, p, [&](int32_t k, int32_t G) {
+        const __m256i g = _mm256_set1_epi32(G);
+        lumaTaps(_mm256_add_epi32(g, offA), _mm256_add_epi32(g, offB), p.lumaLo, p.lumaHi, &tl);
+        lumaPair<true>(tl, a.dy0 != nullptr ? a.dy0 + a.dx + k : nullptr,
+                       a.dy1 != nullptr ? a.dy1 + a.dx + k : nullptr);
         if (!p.chroma) return;
-        q->tc = tc;
-        chromaTaps<Planar>(_mm256_srai_epi32(_mm256_add_epi32(G, offC), 1), p.chromaLo, p.chromaHi, &q->tc);
-    };
-    const auto draw = [&](const Group &q) PVX_ALWAYS_INLINE {
-        lumaPair<true>(q.tl, a.dy0 != nullptr ? a.dy0 + a.dx + q.k : nullptr,
-                       a.dy1 != nullptr ? a.dy1 + a.dx + q.k : nullptr);
-        if (p.chroma) drawChroma<true, Planar>(a, q.tc, q.k, p.par);
-    };
-    Group first, second;
-    for (int32_t g = 0; g < p.groups; g += 2) {
-        prepare(g, &first);
-        if (g + 1 < p.groups) prepare(g + 1, &second);
-        draw(first);
-        if (g + 1 < p.groups) draw(second);
-    }
-    return 16 * p.groups;
+        chromaTaps<Planar>(_mm256_srai_epi32(_mm256_add_epi32(g, offC), 1), p.chromaLo, p.chromaHi, &tc);
+        drawChroma<true, Planar>(a, tc, k, p.par);
+    });
 }
 
 int32_t leafGeneralSemiplanar(const SpanArgs &a) { return linearLeaf<false, false>(a); }
