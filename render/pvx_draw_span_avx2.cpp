@@ -44,10 +44,12 @@ namespace {
 // Rows the pixels of one lane may spread over (beyond their first).
 constexpr int32_t kLaneSpread = 2;
 
-// Spans whose taps lie within fewer than 8 columns go to the leaf that the
-// table held before these (the SSSE3 one, which loads such rows in parts;
-// the C reference when the flags lack SSSE3). Tables are filled from the
-// processor's levels, so the stores keep writing the same leaves.
+// Spans whose taps lie within fewer than 8 columns, or whose lanes may
+// spread over more rows than these leaves blend, go to the leaf that the
+// table held before these (the SSSE3 one, which loads such rows in parts
+// and takes steeper spans; the C reference when the flags lack SSSE3).
+// Tables are filled from the processor's levels, so the stores keep
+// writing the same leaves.
 std::atomic<SpanLeaf> g_narrow[2][kSpanKindCount];
 
 PVX_INLINE int32_t narrowLeaf(SpanFamily family, SpanKind kind, const SpanArgs &a) {
@@ -372,18 +374,19 @@ template <bool Round, bool Planar>
 int32_t linearLeaf(const SpanArgs &a) {
     LinearPlan p;
     if (!planLinear(a, Planar ? 1 : 2, Planar ? 15 : 31, &p)) return 0;
-    if (!windowsFit(p.lumaLo, p.lumaHi) || (p.chroma && !windowsFit(p.chromaLo, p.chromaHi)))
-        return narrowLeaf(Planar ? kSpanPlanar : kSpanSemiplanar, Round ? kSpanParallel : kSpanGeneral, a);
-    const SrcPlanes &s = *a.src;
-    const LaneSteps ux = laneSteps(a.ux, p.par), uy = laneSteps(a.uy, p.par);
     // Row y+1 reads the rows below row y's taps unless it has its own.
     const bool own1 = !p.shared && a.dy1 != nullptr;
     const bool set0 = a.dy0 != nullptr || !own1;
     SpanRows rows0{0, 0}, rows1{0, 0}, rowsC{0, 0};
-    if (set0 && !spanRows(a.sy, a.uy, 0, a.n - 1, 15, 7, &rows0)) return 0;
-    if (own1 && !spanRows(laneAdd(a.sy, a.hy), a.uy, 0, a.n - 1, 15, 7, &rows1)) return 0;
-    if (p.chroma && !spanRows(a.sy, a.uy, p.par, a.n - 1 - ((a.dx + a.n - 1) & 1), 16, Planar ? 14 : 6, &rowsC))
-        return 0;
+    // Spans narrower than the windows or steeper than the lanes' rows allow
+    // go to the leaves below.
+    if (!windowsFit(p.lumaLo, p.lumaHi) || (p.chroma && !windowsFit(p.chromaLo, p.chromaHi)) ||
+        (set0 && !spanRows(a.sy, a.uy, 0, a.n - 1, 15, 7, &rows0)) ||
+        (own1 && !spanRows(laneAdd(a.sy, a.hy), a.uy, 0, a.n - 1, 15, 7, &rows1)) ||
+        (p.chroma && !spanRows(a.sy, a.uy, p.par, a.n - 1 - ((a.dx + a.n - 1) & 1), 16, Planar ? 14 : 6, &rowsC)))
+        return narrowLeaf(Planar ? kSpanPlanar : kSpanSemiplanar, Round ? kSpanParallel : kSpanGeneral, a);
+    const SrcPlanes &s = *a.src;
+    const LaneSteps ux = laneSteps(a.ux, p.par), uy = laneSteps(a.uy, p.par);
     // Two groups are set up before either is drawn: their chains of
     // positions, addresses, loads and blends are then in flight together.
     struct Group {
