@@ -5,10 +5,10 @@
 // Each kernel is a per-cell set-up (fixed-point corners, steps, the boundary
 // trimming, the destination clip) plus, per row pair, a span (SpanArgs)
 // that is drawn unchecked when its taps are provably inside the source
-// (pvx_draw_inside.h) and clamped otherwise. An unchecked bilinear 4:2:0
-// span goes through the dispatch table (pvx_draw_span.h): a vector leaf
-// draws its whole 16-pixel groups and the C reference
-// (pvx_draw_reference.h) the rest.
+// (pvx_draw_inside.h) and clamped otherwise. A bilinear span of the 4:2:0
+// and three-bytes-a-pixel families, unchecked or clamped, goes through the
+// dispatch table (pvx_draw_span.h): a vector leaf draws its whole 16-pixel
+// groups and the C reference (pvx_draw_reference.h) the rest.
 //
 // Memory safety: a tap never reads outside the source. The cell test of the
 // renderer admits corners at x = width and y = height, the second row of a
@@ -334,12 +334,16 @@ pvx_Result drawCell(const pvx_Renderer2_DrawArg *arg) {
     a.hy = st.hy;
     // A cell its plan found inside the source needs no per-span proof.
     const bool interior = arg->interior != 0 && arg->boundaryCheck == 0;
-    // The leaf of the unchecked span, from the table filled at start.
-    SpanLeaf leaf = nullptr;
+    // The leaves of the unchecked and the clamped span, from the table
+    // filled at start.
+    SpanLeaf leaf = nullptr, clampedLeaf = nullptr;
     if constexpr (Mode == kBilinear && L::kChroma == kChroma420 && L::kYStride == 1) {
-        leaf = drawSpanLeaf(L::kPlanes == kTwoPlanes ? kSpanSemiplanar : kSpanPlanar, static_cast<SpanKind>(K));
+        constexpr SpanFamily kFamily = L::kPlanes == kTwoPlanes ? kSpanSemiplanar : kSpanPlanar;
+        leaf = drawSpanLeaf(kFamily, static_cast<SpanKind>(K));
+        clampedLeaf = drawClampedSpanLeaf(kFamily, static_cast<SpanKind>(K));
     } else if constexpr (Mode == kBilinear && L::kYStride == 3 && L::kChannels == 3) {
         leaf = drawSpanLeaf(kSpanRgb, static_cast<SpanKind>(K));
+        clampedLeaf = drawClampedSpanLeaf(kSpanRgb, static_cast<SpanKind>(K));
     }
     for (int64_t p = c.pBegin; p < c.pEnd; ++p) {
         const PairPositions pp = pairPositions<K>(c, st, p);
@@ -365,7 +369,8 @@ pvx_Result drawCell(const pvx_Renderer2_DrawArg *arg) {
                 const int32_t done = leaf != nullptr ? leaf(a) : 0;
                 if (done < a.n) spanNoRot<L, Mode, false>(done == 0 ? a : spanFrom(a, done));
             } else {
-                spanNoRot<L, Mode, true>(a);
+                const int32_t done = clampedLeaf != nullptr && a.n >= 16 ? clampedLeaf(a) : 0;
+                if (done < a.n) spanNoRot<L, Mode, true>(done == 0 ? a : spanFrom(a, done));
             }
         } else {
             constexpr bool kRound = K == kParallel;
@@ -373,7 +378,8 @@ pvx_Result drawCell(const pvx_Renderer2_DrawArg *arg) {
                 const int32_t done = leaf != nullptr ? leaf(a) : 0;
                 if (done < a.n) spanLinear<L, Mode, kRound, false>(done == 0 ? a : linearFrom(a, done));
             } else {
-                spanLinear<L, Mode, kRound, true>(a);
+                const int32_t done = clampedLeaf != nullptr && a.n >= 16 ? clampedLeaf(a) : 0;
+                if (done < a.n) spanLinear<L, Mode, kRound, true>(done == 0 ? a : linearFrom(a, done));
             }
         }
     }
