@@ -81,6 +81,7 @@ SpanLeaf drawClampedSpanLeaf(SpanFamily family, SpanKind kind);
 void initDrawSpansSsse3(DrawSpanTable *t);
 void initClampedDrawSpansSsse3(DrawSpanTable *t);
 void initDrawSpansRgbSsse3(DrawSpanTable *t);
+void initDrawSpansAvx2(DrawSpanTable *t);
 void initDrawSpansRgbAvx2(DrawSpanTable *t);
 void initDrawSpansAvx512Vbmi(DrawSpanTable *t);
 void initDrawSpansRgbAvx512Vbmi(DrawSpanTable *t);

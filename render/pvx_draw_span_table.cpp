@@ -68,7 +68,10 @@ void fillDrawSpanTable(DrawSpanTable *t, uint32_t cpuFlags) {
         initClampedDrawSpansSsse3(t);
         initDrawSpansRgbSsse3(t);
     }
-    if (cpuFlags & PVX_CPU_AVX2) initDrawSpansRgbAvx2(t);
+    if (cpuFlags & PVX_CPU_AVX2) {
+        initDrawSpansAvx2(t);
+        initDrawSpansRgbAvx2(t);
+    }
     if (cpuFlags & PVX_CPU_AVX512VBMI) {
         initDrawSpansAvx512Vbmi(t);
         initDrawSpansRgbAvx512Vbmi(t);
