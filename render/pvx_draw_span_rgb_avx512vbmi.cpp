@@ -1,6 +1,6 @@
 // AVX-512 VBMI leaves of the three-bytes-a-pixel spans ("RGB888",
-// "BGR888"): unrotated and parallelogram, and the clamped general spans
-// (the unchecked general ones are the AVX2 leaf's).
+// "BGR888"): unrotated, and the clamped general and parallelogram spans
+// (the unchecked ones of those kinds are the AVX2 leaf's).
 //
 // The 16 pixels of a group read columns within 32 of the group's first
 // column (steps of at most two pixels), so each source row the group
@@ -95,27 +95,19 @@ inline __m512i perPixelBytes(__m512i col3, __m512i fx, __m512i rr, __m512i fy) {
 
 // Clamped spans: lane positions limited to [0, top], `top` the last column
 // at weight 0, which gives the clamping reference's sums (see EdgeClamp).
-template <bool Clamp>
 inline __m512i clampLanes(__m512i x, int32_t top) {
-    if constexpr (Clamp) {
-        return _mm512_min_epi32(_mm512_max_epi32(x, _mm512_setzero_si512()), _mm512_set1_epi32(top));
-    } else {
-        (void)top;
-        return x;
-    }
+    return _mm512_min_epi32(_mm512_max_epi32(x, _mm512_setzero_si512()), _mm512_set1_epi32(top));
 }
 
-// False when the lanes spread over too many rows.
-template <bool Clamp>
-inline bool rowSet(__m512i x, __m512i y, int32_t x0, int32_t y0, int32_t y15, int32_t top, RowSet *s) {
+// The row set of a clamped general or parallelogram span; false when the
+// lanes spread over too many rows.
+inline bool clampedRowSet(__m512i x, __m512i y, int32_t x0, int32_t y0, int32_t y15, int32_t top, RowSet *s) {
     const int32_t r0 = y0 >> 15, r15 = y15 >> 15;
     s->row = r0 < r15 ? r0 : r15;
     s->spread = r0 < r15 ? r15 - r0 : r0 - r15;
     if (s->spread > kRgbMaxSpread) return false;
-    if constexpr (Clamp) {
-        x = clampLanes<Clamp>(x, top);
-        x0 = x0 < 0 ? 0 : (x0 > top ? top : x0);
-    }
+    x = clampLanes(x, top);
+    x0 = x0 < 0 ? 0 : (x0 > top ? top : x0);
     s->c0 = x0 >> 15;
     const __m512i m15 = _mm512_set1_epi32(15);
     const __m512i col = _mm512_sub_epi32(_mm512_srai_epi32(x, 15), _mm512_set1_epi32(s->c0));
@@ -209,13 +201,15 @@ inline bool tapBytes(const SrcPlanes &src, int64_t lo, int64_t hi, int32_t *loB,
     return true;
 }
 
-template <int K, bool Clamp>
-int32_t rgbLinear(const SpanArgs &a) {
+// Clamped general and parallelogram spans (the unchecked ones are the AVX2
+// leaf's).
+template <int K>
+int32_t rgbLinearClamped(const SpanArgs &a) {
     constexpr bool kRound = K != kSpanGeneral;
     const int32_t groups = a.n >> 4;
     if (groups == 0 || a.ux < 0 || a.ux > 65536 || a.uy < -65536 || a.uy > 65536) return 0;
     if (a.dy0 == nullptr && a.dy1 == nullptr) return 0;
-    if (Clamp && !(runFits(a.sx, a.n - 1, a.ux) && runFits(a.sy, a.n - 1, a.uy) &&
+    if (!(runFits(a.sx, a.n - 1, a.ux) && runFits(a.sy, a.n - 1, a.uy) &&
                    runFits(static_cast<int64_t>(a.sx) + a.hx, a.n - 1, a.ux) &&
                    runFits(static_cast<int64_t>(a.sy) + a.hy, a.n - 1, a.uy) && runFits(a.sx, 1, a.hx) &&
                    runFits(a.sy, 1, a.hy)))
@@ -238,7 +232,7 @@ int32_t rgbLinear(const SpanArgs &a) {
         hi = hi > h1 ? hi : h1;
     }
     int32_t loB, hiB, top;
-    if (!tapBytes<Clamp>(src, lo, hi, &loB, &hiB, &top)) return 0;
+    if (!tapBytes<true>(src, lo, hi, &loB, &hiB, &top)) return 0;
 
     const __m512i iota = _mm512_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
     const __m512i stepX = _mm512_set1_epi32(laneMul(16, a.ux)), stepY = _mm512_set1_epi32(laneMul(16, a.uy));
@@ -256,9 +250,9 @@ int32_t rgbLinear(const SpanArgs &a) {
         if (!own1) {
             // Row y+1 reads the rows below row y's taps with the same weights.
             RowSet s;
-            if (!rowSet<Clamp>(x, y, x0, y0, laneAdd(y0, reach15y), top, &s)) return k;
+            if (!clampedRowSet(x, y, x0, y0, laneAdd(y0, reach15y), top, &s)) return k;
             const int32_t j0 = a.dy0 != nullptr ? 0 : 1, j1 = s.spread + (a.dy1 != nullptr ? 2 : 1);
-            for (int32_t j = j0; j <= j1; ++j) sums[j] = rowSums<Clamp>(src, s, j, loB, hiB);
+            for (int32_t j = j0; j <= j1; ++j) sums[j] = rowSums<true>(src, s, j, loB, hiB);
             prefetchBelow(src, s, j1);
             prefetchBelow(src, s, j1 - 1);
             if (a.dy0 != nullptr) store48<kRound>(a.dy0 + o, sums, s, 0);
@@ -266,16 +260,16 @@ int32_t rgbLinear(const SpanArgs &a) {
         } else {
             RowSet s0, s1;
             const int32_t x1 = laneAdd(x0, a.hx), y1 = laneAdd(y0, a.hy);
-            if ((a.dy0 != nullptr && !rowSet<Clamp>(x, y, x0, y0, laneAdd(y0, reach15y), top, &s0)) ||
-                !rowSet<Clamp>(_mm512_add_epi32(x, hx), _mm512_add_epi32(y, hy), x1, y1, laneAdd(y1, reach15y), top,
+            if ((a.dy0 != nullptr && !clampedRowSet(x, y, x0, y0, laneAdd(y0, reach15y), top, &s0)) ||
+                !clampedRowSet(_mm512_add_epi32(x, hx), _mm512_add_epi32(y, hy), x1, y1, laneAdd(y1, reach15y), top,
                                &s1))
                 return k;
             if (a.dy0 != nullptr) {
-                for (int32_t j = 0; j <= s0.spread + 1; ++j) sums[j] = rowSums<Clamp>(src, s0, j, loB, hiB);
+                for (int32_t j = 0; j <= s0.spread + 1; ++j) sums[j] = rowSums<true>(src, s0, j, loB, hiB);
                 prefetchBelow(src, s0, s0.spread + 1);
                 store48<kRound>(a.dy0 + o, sums, s0, 0);
             }
-            for (int32_t j = 0; j <= s1.spread + 1; ++j) sums[j] = rowSums<Clamp>(src, s1, j, loB, hiB);
+            for (int32_t j = 0; j <= s1.spread + 1; ++j) sums[j] = rowSums<true>(src, s1, j, loB, hiB);
             prefetchBelow(src, s1, s1.spread + 1);
             store48<kRound>(a.dy1 + o, sums, s1, 0);
         }
@@ -323,13 +317,12 @@ int32_t rgbNoRot(const SpanArgs &a) {
 
 }  // namespace
 
-// The unchecked general spans stay with the AVX2 leaf, which draws whole
-// frames faster (see fillDrawSpanTable).
+// The unchecked general and parallelogram spans stay with the AVX2 leaf,
+// which draws whole frames faster (see fillDrawSpanTable).
 void initDrawSpansRgbAvx512Vbmi(DrawSpanTable *t) {
-    t->leaf[kSpanRgb][kSpanParallel] = rgbLinear<kSpanParallel, false>;
     t->leaf[kSpanRgb][kSpanNoRot] = rgbNoRot<false>;
-    t->clamped[kSpanRgb][kSpanGeneral] = rgbLinear<kSpanGeneral, true>;
-    t->clamped[kSpanRgb][kSpanParallel] = rgbLinear<kSpanParallel, true>;
+    t->clamped[kSpanRgb][kSpanGeneral] = rgbLinearClamped<kSpanGeneral>;
+    t->clamped[kSpanRgb][kSpanParallel] = rgbLinearClamped<kSpanParallel>;
     t->clamped[kSpanRgb][kSpanNoRot] = rgbNoRot<true>;
 }
 

@@ -49,15 +49,16 @@ std::atomic<SpanLeaf> g_clamped[kSpanFamilyCount][kSpanKindCount] = PVX_REFERENC
 }  // namespace
 
 // Each instruction set overwrites the slots of the sets below it, so a slot
-// ends with the highest set that fills it. That is the faster leaf in whole
-// frames, where stores and source rows that miss the cache weigh as much as
-// the arithmetic, not always the one that is faster with a warm cache: on
-// processors with AVX-512 VBMI (all of which have AVX2), the VBMI leaves
-// draw the 4:2:0 frames of every kind faster than the AVX2 ones, and the
-// three-byte frames of the unrotated and parallelogram kinds; but the AVX2
-// leaf draws the three-byte general spans, which make up most of a
-// distortion-correcting frame, faster in frames. So the VBMI init leaves
-// that slot alone. The clamped slots have no AVX2 leaves and keep VBMI's.
+// ends with the highest set that fills it. That is meant to be the leaf
+// that draws whole frames faster, where stores and source rows that miss
+// the cache weigh as much as the arithmetic: not always the one that is
+// faster with a warm cache. On processors with AVX-512 VBMI (all of which
+// have AVX2), the VBMI leaves draw 4:2:0 frames of every kind and unrotated
+// three-byte frames faster than the AVX2 ones; but the AVX2 leaf draws the
+// three-byte general spans (most of a distortion-correcting frame) and
+// parallelogram spans as fast or faster in frames, so the VBMI init leaves
+// those two slots to it. The clamped slots have no AVX2 leaves and keep
+// VBMI's.
 void fillDrawSpanTable(DrawSpanTable *t, uint32_t cpuFlags) {
     fillReferences<LayoutYuv420Semiplanar>(t->leaf[kSpanSemiplanar], t->clamped[kSpanSemiplanar]);
     fillReferences<LayoutYuv420Planar>(t->leaf[kSpanPlanar], t->clamped[kSpanPlanar]);
