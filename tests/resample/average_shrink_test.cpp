@@ -21,9 +21,7 @@ std::vector<int64_t> modelShrink(Kind k, const std::vector<int64_t> &s, int32_t 
 }
 
 TEST(AverageShrink, MembersMatchModel) {
-    TestEnv env;
-    pvx_ImageProc2 proc;
-    pvx_construct_ImageProc2(&proc, env.env());
+    Resizer rz;
     std::mt19937_64 rng = pvx_test::makeRng(900);
     for (int i = 0; i < pvx_test::rounds(80); ++i) {
         const Kind k = static_cast<Kind>(i % 5);
@@ -32,12 +30,12 @@ TEST(AverageShrink, MembersMatchModel) {
         const int32_t dw = (sw + f - 1) / f, dh = (sh + f - 1) / f;
         TestImage src(sw, sh, info(k).format, 1), dst(dw, dh, info(k).format, 2);
         src.randomize(rng);
-        ASSERT_EQ(pvx_ImageProc2_averageShrink(&proc, &dst.img, &src.img, f), PVX_OK);
+        ASSERT_EQ(pvx_ImageProc2_averageShrink(&rz.proc, &dst.img, &src.img, f), PVX_OK);
         EXPECT_TRUE(dst.sentinelsIntact());
         EXPECT_EQ(firstDiff(modelShrink(k, samples(k, src.plane(0)), sw, sh, f), samples(k, dst.plane(0))), -1)
             << info(k).name << " " << sw << "x" << sh << " / " << f;
     }
-    EXPECT_EQ(env.used(), 0u);
+    EXPECT_EQ(rz.env.used(), 0u);
 }
 
 }  // namespace

@@ -79,12 +79,4 @@ TEST(ResizePel, WorkerCountsGiveIdenticalOutput) {
     }
 }
 
-TEST(ResizePel, RepeatedCallsOnOnePool) {
-    // Many calls through one pool (command records are reused).
-    Pool pool(4);
-    const Case c = {PVX_FORMAT_YUV420_SEMIPLANAR, 40, 24, 60, 36};
-    const std::vector<std::vector<uint8_t>> want = run(nullptr, c, false, 99);
-    for (int i = 0; i < pvx_test::rounds(200); ++i) ASSERT_EQ(run(pool.pel(), c, false, 99), want) << i;
-}
-
 }  // namespace

@@ -28,6 +28,14 @@ const uint8_t kSentinel = 0xA5;
 
 using pvx_test::TestEnv;
 
+// A resizer on a work area of its own.
+struct Resizer {
+    explicit Resizer(size_t heap = 4u << 20) : env(heap) { EXPECT_EQ(pvx_construct_ImageProc2(&proc, env.env()), PVX_OK); }
+    ~Resizer() { pvx_destruct_ImageProc2(&proc); }
+    TestEnv env;
+    pvx_ImageProc2 proc;
+};
+
 // An external image with each plane in its own guarded buffer: the last row
 // of a plane ends at the guard page, rows are `pad` bytes longer than their
 // pixels, and the padding holds kSentinel.
