@@ -14,21 +14,14 @@
 #include "runtime/pvx_heap2.h"
 #include "runtime/pvx_pel.h"
 #include "tests/support/guarded_buffer.h"
+#include "tests/support/test_env.h"
 #include "tests/support/test_random.h"
 
 namespace {
 
 constexpr int kNum = 2048;
 
-// A work area with its environment, between guard pages.
-struct Arena {
-    explicit Arena(size_t size = 256 * 1024) : buf(size) {
-        EXPECT_EQ(pvx_construct_Env(&env, buf.data(), buf.size()), PVX_OK);
-    }
-    ~Arena() { pvx_destruct_Env(&env); }
-    pvx_test::GuardedBuffer buf;
-    pvx_Env env;
-};
+using Arena = pvx_test::TestEnv;
 
 struct Model {
     explicit Model(pvx_Env *env, const float *k) {
@@ -114,7 +107,7 @@ class Zelkov4Family : public ::testing::TestWithParam<Family> {};
 TEST_P(Zelkov4Family, TablesMatchSlowModel) {
     const Family &fam = GetParam();
     Arena arena;
-    Model model(&arena.env, fam.k);
+    Model model(arena.env(), fam.k);
     ASSERT_EQ(model.result, PVX_OK);
     ASSERT_NE(model.lens.table, nullptr);
     ASSERT_EQ(model.lens.num, kNum);
@@ -168,7 +161,7 @@ TEST_P(Zelkov4Family, TablesMatchSlowModel) {
 TEST_P(Zelkov4Family, LookupsInvertEachOther) {
     const Family &fam = GetParam();
     Arena arena;
-    Model model(&arena.env, fam.k);
+    Model model(arena.env(), fam.k);
     const Reference ref = solve(fam.k);
     // Stay on the first rising branch, inside both tables, away from a turn.
     double rMax = std::min(2.04, (ref.m - 1) / 1000.0 - 0.02);
@@ -203,7 +196,7 @@ INSTANTIATE_TEST_SUITE_P(Families, Zelkov4Family, ::testing::ValuesIn(kFamilies)
 TEST(Zelkov4, StrongBarrelHoldsBeyondTheTurn) {
     const float k[4] = {-0.3f, 0.0f, 0.0f, 0.0f};
     Arena arena;
-    Model model(&arena.env, k);
+    Model model(arena.env(), k);
     // r - 0.3 r^3 peaks at r = 1/sqrt(0.9) = 1.0541 with height 0.70273.
     const int last = 1054;   // last rising sample
     for (int i = last; i < kNum; ++i) ASSERT_EQ(model.fwd()[i], model.fwd()[last]) << i;
@@ -219,7 +212,7 @@ TEST(Zelkov4, StrongBarrelHoldsBeyondTheTurn) {
 TEST(Zelkov4, ZeroCoefficientsGiveTheIdentity) {
     const float k[4] = {0.0f, 0.0f, 0.0f, 0.0f};
     Arena arena;
-    Model model(&arena.env, k);
+    Model model(arena.env(), k);
     for (int i = 0; i < 2 * kNum; ++i) ASSERT_EQ(model.lens.table[i], 1.0f) << i;
     for (float r : {0.0f, 0.0005f, 0.3337f, 1.0f, 2.0469f, 2.5f})
         EXPECT_EQ(pvx_Zelkov4DistortionCorrection_getinv(&model.lens, r), 1.0f) << r;
@@ -232,7 +225,7 @@ TEST(Zelkov4, GetRoundsTheDoublePolynomialOnce) {
     Arena arena;
     for (int round = 0; round < pvx_test::rounds(200); ++round) {
         const float k[4] = {coef(rng), coef(rng), coef(rng) * 0.1f, coef(rng) * 0.01f};
-        Model model(&arena.env, k);
+        Model model(arena.env(), k);
         for (int n = 0; n < 50; ++n) {
             const float r = rad(rng);
             const double rd = r, r2 = rd * rd, r4 = r2 * r2;
@@ -250,7 +243,7 @@ TEST(Zelkov4, GetRoundsTheDoublePolynomialOnce) {
 TEST(Zelkov4, HostileArgumentsDoNotCrash) {
     const float k[4] = {-0.3f, 0.05f, 0.0f, 0.0f};
     Arena arena;
-    Model model(&arena.env, k);
+    Model model(arena.env(), k);
     const pvx_Zelkov4DistortionCorrection *l = &model.lens;
     const float nan = std::numeric_limits<float>::quiet_NaN();
     const float inf = std::numeric_limits<float>::infinity();
@@ -280,7 +273,7 @@ TEST(Zelkov4, HostileArgumentsDoNotCrash) {
 TEST(Zelkov4, TableAllocationFailure) {
     Arena arena(8 * 1024);
     pvx_Zelkov4DistortionCorrection lens;
-    pvx_construct_Zelkov4DistortionCorrection(&lens, &arena.env);
+    pvx_construct_Zelkov4DistortionCorrection(&lens, arena.env());
     const float k[4] = {-0.1f, 0.0f, 0.0f, 0.0f};
     EXPECT_EQ(pvx_Zelkov4DistortionCorrection_setParam4(&lens, k), PVX_ERROR_SYSTEM);
     EXPECT_EQ(lens.table, nullptr);
@@ -288,7 +281,7 @@ TEST(Zelkov4, TableAllocationFailure) {
     EXPECT_EQ(pvx_Zelkov4DistortionCorrection_getf(&lens, 0.5f), 1.0f);
     EXPECT_EQ(pvx_Zelkov4DistortionCorrection_getinv(&lens, 0.5f), 1.0f);
     EXPECT_EQ(pvx_destruct_Zelkov4DistortionCorrection(&lens), PVX_OK);
-    EXPECT_EQ(pvx_Heap2_getUsedSize(&arena.env.heap), 0u);
+    EXPECT_EQ(arena.used(), 0u);
 }
 
 // FNV-1a over the bit patterns of both tables.
@@ -318,7 +311,7 @@ TEST(Zelkov4, TablesAreBitIdenticalAcrossTargets) {
     };
     Arena arena;
     for (const Case &c : cases) {
-        Model model(&arena.env, c.k);
+        Model model(arena.env(), c.k);
         EXPECT_EQ(tableChecksum(model.lens.table), c.sum) << std::hex << tableChecksum(model.lens.table);
     }
 }
@@ -328,7 +321,7 @@ TEST(Zelkov4, TablesAreBitIdenticalAcrossTargets) {
 TEST(Zelkov4, PointMappingRoundTrip) {
     const float k[4] = {-0.08f, 0.01f, 0.0f, 0.0f};
     Arena arena;
-    Model model(&arena.env, k);
+    Model model(arena.env(), k);
     const double w = 641, h = 481, scale = 1.0 / 400.5;
     double maxErr = 0.0;
     for (double y = 0; y < h; y += 37)
@@ -367,7 +360,7 @@ struct TestImage {
 TEST(Zelkov4Process, FollowsTheSlowModel) {
     const float k[4] = {0.1f, 0.02f, 0.0f, 0.0f};   // pincushion: sources move inward
     Arena arena(1024 * 1024);
-    Model model(&arena.env, k);
+    Model model(arena.env(), k);
     const int32_t w = 200, h = 150;
     TestImage rampX(w, h), rampY(w, h), outX(w, h), outY(w, h);
     for (int32_t y = 0; y < h; ++y)

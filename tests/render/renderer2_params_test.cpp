@@ -11,19 +11,11 @@
 #include "render/pvx_mvec8real.h"
 #include "render/pvx_renderer2_params.h"
 #include "runtime/pvx_heap2.h"
-#include "tests/support/guarded_buffer.h"
+#include "tests/support/test_env.h"
 
 namespace {
 
-struct HeapArea {
-    explicit HeapArea(size_t size = 1024 * 1024) : buf(size) {
-        EXPECT_EQ(pvx_construct_Heap2(&heap, buf.data(), buf.size()), PVX_OK);
-    }
-    ~HeapArea() { pvx_destruct_Heap2(&heap); }
-    uint32_t used() const { return pvx_Heap2_getUsedSize(&heap); }
-    pvx_test::GuardedBuffer buf;
-    pvx_Heap2 heap{};   // zeroed: construction takes the record's lock word
-};
+using HeapArea = pvx_test::TestEnv;
 
 struct Lattice {
     explicit Lattice(pvx_Heap2 *heap) { EXPECT_EQ(pvx_construct_Renderer2_Params(&p, heap), PVX_OK); }
@@ -84,7 +76,7 @@ TEST(Renderer2Params, LayoutOverAssortedRectangles) {
     };
     HeapArea area;
     for (const Case &c : cases) {
-        Lattice l(&area.heap);
+        Lattice l(area.heap());
         ASSERT_EQ(pvx_Renderer2_Params_initWithGridSize(&l.p, c.rect, c.cw, c.ch), PVX_OK)
             << c.rect[0] << "," << c.rect[1] << "," << c.rect[2] << "," << c.rect[3];
         expectLayout(l.p, c.rect, c.cw, c.ch);
@@ -94,7 +86,7 @@ TEST(Renderer2Params, LayoutOverAssortedRectangles) {
 
 TEST(Renderer2Params, VertexLimit) {
     HeapArea area;
-    Lattice l(&area.heap);
+    Lattice l(area.heap());
     const int32_t exact[4] = {0, 0, 127 * 8, 127 * 8};   // 128 x 128
     ASSERT_EQ(pvx_Renderer2_Params_initWithGridSize(&l.p, exact, 8, 8), PVX_OK);
     EXPECT_EQ(l.p.numX * l.p.numY, 16384);
@@ -111,7 +103,7 @@ TEST(Renderer2Params, VertexLimit) {
 
 TEST(Renderer2Params, HostileRectanglesNeverOverflow) {
     HeapArea area;
-    Lattice l(&area.heap);
+    Lattice l(area.heap());
     const int32_t lo = std::numeric_limits<int32_t>::min(), hi = std::numeric_limits<int32_t>::max();
     const int32_t whole[4] = {lo, lo, hi, hi};
     EXPECT_EQ(pvx_Renderer2_Params_initWithGridSize(&l.p, whole, 8, 8), PVX_ERROR_PARAM);
@@ -138,7 +130,7 @@ TEST(Renderer2Params, HostileRectanglesNeverOverflow) {
 // least 8; a divisor below 2 gives one cell over the whole rectangle.
 TEST(Renderer2Params, CellRulesOfTheBuilders) {
     HeapArea area;
-    Lattice l(&area.heap);
+    Lattice l(area.heap());
     const int32_t rect[4] = {0, 0, 100, 60}, hd[4] = {0, 0, 1920, 1080}, offset[4] = {10, 20, 330, 260};
     const int32_t vga[4] = {0, 0, 640, 480};
     ASSERT_EQ(pvx_Renderer2_Params_initRect(&l.p, &kOwner, rect, 0), PVX_OK);
@@ -159,7 +151,7 @@ TEST(Renderer2Params, CellRulesOfTheBuilders) {
 TEST(Renderer2Params, AllocationFailureKeepsWhatWasObtained) {
     // 32 x 32 vertices: 8 KiB + 8 KiB + 4 KiB + 4 KiB; the heap holds about 22 KiB.
     HeapArea area(22 * 1024);
-    Lattice l(&area.heap);
+    Lattice l(area.heap());
     EXPECT_EQ(pvx_Renderer2_Params_initWithSize(&l.p, &kOwner, 31 * 8, 31 * 8, 8), PVX_ERROR_NOMEM);
     EXPECT_EQ(arrays(l.p), "1110");
     EXPECT_EQ(pvx_destruct_Renderer2_Params(&l.p), PVX_OK);
@@ -172,7 +164,7 @@ TEST(Renderer2Params, AllocationFailureKeepsWhatWasObtained) {
 
 TEST(Renderer2Params, CopyRebuildsADifferentShape) {
     HeapArea area;
-    Lattice a(&area.heap), b(&area.heap), empty(&area.heap);
+    Lattice a(area.heap()), b(area.heap()), empty(area.heap());
     const int32_t rect[4] = {16, 8, 400, 300};
     ASSERT_EQ(pvx_Renderer2_Params_initWithGridSize(&a.p, rect, 24, 40), PVX_OK);
     ASSERT_EQ(pvx_Renderer2_Params_initWithSize(&b.p, &kOwner, 64, 64, 8), PVX_OK);
@@ -193,7 +185,7 @@ void expectMapped(const pvx_Renderer2_Params &p, int k, double x, double y) {
 
 TEST(Renderer2Params, SetMvec8Real) {
     HeapArea area;
-    Lattice l(&area.heap);
+    Lattice l(area.heap());
     ASSERT_EQ(pvx_Renderer2_Params_initWithSize(&l.p, &kOwner, 1920, 1080, 64), PVX_OK);
     const int n = l.p.numX * l.p.numY;
 

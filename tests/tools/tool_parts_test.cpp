@@ -4,7 +4,6 @@
 #include <math.h>
 #include <stdio.h>
 #include <string.h>
-#include <unistd.h>
 
 #include <array>
 #include <string>
@@ -19,6 +18,7 @@
 #include "table_file.h"
 #include "tests/support/test_random.h"
 #include "tool_error.h"
+#include "tool_test_util.h"
 #include "yuv_stream.h"
 
 using namespace parvex_tool;
@@ -197,16 +197,10 @@ TEST(ToolOptions, FillColoursParse) {
 }
 
 TEST(ToolTable, FilesParseWithCommentsAndRefuseFaults) {
-    char dir[] = "/tmp/parvex-table-XXXXXX";
-    ASSERT_TRUE(mkdtemp(dir));
-    const std::string path = std::string(dir) + "/t.txt";
-    auto write = [&](const std::string &text) {
-        FILE *f = fopen(path.c_str(), "w");
-        fputs(text.c_str(), f);
-        fclose(f);
-    };
+    tool_test::TempDir dir;
+    const std::string path = dir.file("t.txt");
     Lens lens;
-    write("# radii\n\n0 0\n0.5,0.48  # comma too\n  1.0\t0.9\r\n1.5 1.2");
+    tool_test::writeFile(path, "# radii\n\n0 0\n0.5,0.48  # comma too\n  1.0\t0.9\r\n1.5 1.2");
     readTableFile(path, &lens);
     EXPECT_TRUE(lens.table);
     EXPECT_EQ(lens.outputRadii, (std::vector<double>{0, 0.5, 1.0, 1.5}));
@@ -214,7 +208,7 @@ TEST(ToolTable, FilesParseWithCommentsAndRefuseFaults) {
 
     std::string full;
     for (int i = 0; i < 256; ++i) full += std::to_string(i * 0.01) + " " + std::to_string(i * 0.009) + "\n";
-    write(full);
+    tool_test::writeFile(path, full);
     readTableFile(path, &lens);
     EXPECT_EQ(lens.outputRadii.size(), 256u);
     struct Bad {
@@ -227,9 +221,7 @@ TEST(ToolTable, FilesParseWithCommentsAndRefuseFaults) {
                {std::string("0 0\n1 1\0\n", 10), "t.txt:2: not a text file"},
                {"", "needs at least two points (it has 0)"}};
     for (const Bad &b : bad) {
-        FILE *f = fopen(path.c_str(), "wb");
-        fwrite(b.text.data(), 1, b.text.size(), f);
-        fclose(f);
+        tool_test::writeFile(path, b.text);
         try {
             readTableFile(path, &lens);
             ADD_FAILURE() << b.message;
@@ -237,6 +229,4 @@ TEST(ToolTable, FilesParseWithCommentsAndRefuseFaults) {
             EXPECT_NE(std::string(e.what()).find(b.message), std::string::npos) << e.what();
         }
     }
-    unlink(path.c_str());
-    rmdir(dir);
 }
