@@ -5,11 +5,9 @@
 // source row sits against a guard page (after the last column the
 // reference's taps reach, or before the first), rows outside the taps' range
 // are not mapped, so a leaf that reads outside the taps' rectangle crashes.
-// With --bench, each leaf is timed against its reference on the row pairs of
-// a lens-corrected 1920x1080 frame.
+// bench/leaf_bench times each leaf against its reference.
 #include <gtest/gtest.h>
 #include <sys/mman.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -276,81 +274,5 @@ INSTANTIATE_TEST_SUITE_P(Kinds, SpanLeaves, ::testing::Values(kSpanNoRot, kSpanG
                                                 : i.param == kSpanGeneral ? "General"
                                                                           : "Parallelogram");
                          });
-
-// CPU time of this thread: the machine may be shared, and time spent
-// descheduled is not the leaf's.
-double threadNs() {
-    timespec t;
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
-    return 1e9 * static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_nsec);
-}
-
-// --bench: 32-pixel row pairs of a 1920x1080 frame walked cell by cell, with
-// the steps of a lens-corrected frame (about one pixel a pixel, slopes up to
-// a tenth of a pixel); best of 20 passes, ns per drawn pixel.
-TEST(SpanLeavesBench, EachLeafAgainstItsReference) {
-    if (!simdBenchMode()) GTEST_SKIP() << "timing runs with --bench";
-    constexpr int32_t kW = 1920, kH = 1080, kSpan = 32, kSpans = 4096;
-    std::mt19937_64 rng(12345);
-    std::vector<uint8_t> srcY(static_cast<size_t>(3 * kW) * kH), srcU(srcY.size() / 2), srcV(srcY.size() / 2);
-    for (auto *p : {&srcY, &srcU, &srcV})
-        for (uint8_t &b : *p) b = static_cast<uint8_t>(rng());
-    std::vector<uint8_t> dstY(srcY.size()), dstU(srcU.size()), dstV(srcV.size());
-    std::uniform_real_distribution<double> unit(0, 1);
-    const DrawSpanTable ref = tableAt(PVX_CPU_LEVEL_C);
-    for (SpanFamily family : {kSpanSemiplanar, kSpanPlanar, kSpanRgb}) {
-        const bool planar = family == kSpanPlanar, rgb = family == kSpanRgb;
-        const int32_t yPitch = rgb ? 3 * kW : kW;
-        SrcPlanes src{srcY.data(), srcU.data(), planar ? srcV.data() : srcU.data() + 1, yPitch, planar ? kW / 2 : kW,
-                      planar ? kW / 2 : kW, kW, kH, kW / 2, kH / 2};
-        for (SpanKind kind : {kSpanNoRot, kSpanGeneral, kSpanParallel}) {
-            std::vector<SpanArgs> spans(kSpans);
-            std::vector<int32_t> off(16 * kSpans);
-            int32_t ux = 0, uy = 0, hx = 0, hy = 32768;
-            for (int32_t i = 0; i < kSpans; ++i) {
-                const int32_t cell = i / 16, pair = i % 16;
-                const int32_t cx = 1 + cell % (kW / kSpan - 2), cy = 1 + (cell / (kW / kSpan - 2)) % (kH / kSpan - 2);
-                if (pair == 0) {
-                    ux = static_cast<int32_t>((0.8 + 0.45 * unit(rng)) * 32768);
-                    uy = kind != kSpanNoRot ? static_cast<int32_t>((unit(rng) - 0.5) * 0.2 * 32768) : 0;
-                    hx = kind == kSpanParallel ? static_cast<int32_t>((unit(rng) - 0.5) * 0.1 * 32768) : 0;
-                    hy = kind == kSpanParallel ? static_cast<int32_t>((0.95 + 0.1 * unit(rng)) * 32768) : 32768;
-                }
-                SpanArgs &a = spans[i];
-                memset(&a, 0, sizeof a);
-                a.ux = ux, a.uy = uy, a.hx = hx, a.hy = hy, a.n = kSpan;
-                for (int k = 0; k < 16; ++k) off[16 * i + k] = static_cast<int32_t>((static_cast<int64_t>(ux >> 3) * k) >> 8);
-                a.off16 = &off[16 * i];
-                const int32_t x = cx * kSpan, y = cy * kSpan + 2 * pair;
-                a.sx = x * 32768 + static_cast<int32_t>(unit(rng) * 32768);
-                a.sy = y * 32768 + static_cast<int32_t>(unit(rng) * 32768);
-                a.dx = x;
-                a.dy0 = dstY.data() + static_cast<ptrdiff_t>(y) * yPitch;
-                a.dy1 = a.dy0 + yPitch;
-                if (!rgb) a.dc00 = (planar ? dstU.data() : dstY.data()) + static_cast<ptrdiff_t>(y / 2) * (planar ? kW / 2 : kW);
-                if (!rgb) a.dc01 = planar ? dstV.data() + static_cast<ptrdiff_t>(y / 2) * (kW / 2) : a.dc00 + 1;
-                a.src = &src;
-            }
-            const auto timeLeaf = [&](SpanLeaf leaf) {
-                double best = 1e30;
-                for (int r = 0; r < 20; ++r) {
-                    const double t0 = threadNs();
-                    for (const SpanArgs &a : spans) draw(leaf, ref.leaf[family][kind], a);
-                    const double ns = threadNs() - t0;
-                    best = std::min(best, ns / (2.0 * kSpan * kSpans));
-                }
-                return best;
-            };
-            const double c = timeLeaf(ref.leaf[family][kind]);
-            std::printf("%-10s %-13s c %6.3f ns/px", rgb ? "rgb" : planar ? "planar" : "semiplanar", kKindNames[kind], c);
-            for (uint32_t level : supportedCpuLevels()) {
-                if (level == PVX_CPU_LEVEL_C) continue;
-                const double v = timeLeaf(tableAt(level).leaf[family][kind]);
-                std::printf("  %s %6.3f (%.2fx)", cpuLevelName(level), v, c / v);
-            }
-            std::printf("\n");
-        }
-    }
-}
 
 }  // namespace
