@@ -107,17 +107,6 @@ TEST_F(Settings, RecommendedSizeOfTheIdentityLens) {
     EXPECT_EQ(1920, e.context()->out_width) << "nothing is stored";
 }
 
-TEST(RecommendedSize, BarrelCorrectionShrinksTheOutput) {
-    Engine e(coefficientParam("RGB888", 1920, 1080, -0.2));
-    ASSERT_EQ(PARVEX_OK, e.status());
-    int32_t w = 0, h = 0;
-    ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_getRecommendedOutputSize(e.handle(), &w, &h));
-    // One side is kept and the other follows the aspect ratio of the reach.
-    EXPECT_TRUE(w == 1920 || h == 1080) << w << "x" << h;
-    EXPECT_GT(w, 0);
-    EXPECT_GT(h, 0);
-}
-
 TEST(FrameCalls, CheckRecordsBeforeStateAndSizesAfter) {
     Engine e(coefficientParam("RGB888", 320, 240));
     std::vector<uint8_t> a(320 * 240 * 3), b(320 * 240 * 3);
