@@ -15,7 +15,7 @@
 namespace {
 
 using pvx_image_test::GuardedImage;
-using pvx_image_test::GuardedPlane;
+using GuardedPlane = pvx_test::GuardedImage::Plane;
 using pvx_image_test::TestHeap;
 
 // Snapshot of every byte of every plane of a guarded image.

@@ -13,7 +13,7 @@
 #include "lens/pvx_zelkov4.h"
 #include "runtime/pvx_heap2.h"
 #include "runtime/pvx_pel.h"
-#include "tests/support/guarded_buffer.h"
+#include "tests/support/guarded_image.h"
 #include "tests/support/test_env.h"
 #include "tests/support/test_random.h"
 
@@ -342,31 +342,22 @@ TEST(Zelkov4, PointMappingRoundTrip) {
 
 // ---- whole-image mapping ----
 
-struct TestImage {
-    TestImage(int32_t w, int32_t h) : buf(static_cast<size_t>(w) * h) {
-        pvx_construct_Image(&img, nullptr);
-        EXPECT_EQ(pvx_Image_init(&img, w, h, buf.data(), PVX_FORMAT_UINT8), PVX_OK);
-    }
-    ~TestImage() { pvx_destruct_Image(&img); }
-    uint8_t *data() { return buf.data(); }
-    pvx_test::GuardedBuffer buf;
-    pvx_Image img;
-};
+using TestImage = pvx_test::GuardedImage;
 
 // Ramp images sample back their own coordinate: the output value at each
 // pixel is the source position the model chose, checked against the slow
-// model's undistorted radius. The x ramp goes through a pool of three
-// workers, the y ramp is mapped in place.
+// model's undistorted radius.
 TEST(Zelkov4Process, FollowsTheSlowModel) {
     const float k[4] = {0.1f, 0.02f, 0.0f, 0.0f};   // pincushion: sources move inward
     Arena arena(1024 * 1024);
     Model model(arena.env(), k);
     const int32_t w = 200, h = 150;
-    TestImage rampX(w, h), rampY(w, h), outX(w, h), outY(w, h);
+    TestImage rampX(w, h, PVX_FORMAT_UINT8), rampY(w, h, PVX_FORMAT_UINT8), outX(w, h, PVX_FORMAT_UINT8),
+        outY(w, h, PVX_FORMAT_UINT8);
     for (int32_t y = 0; y < h; ++y)
         for (int32_t x = 0; x < w; ++x) {
-            rampX.data()[y * w + x] = static_cast<uint8_t>(x);
-            rampY.data()[y * w + x] = static_cast<uint8_t>(y);
+            rampX.row(0, y)[x] = static_cast<uint8_t>(x);
+            rampY.row(0, y)[x] = static_cast<uint8_t>(y);
         }
     ASSERT_EQ(pvx_Zelkov4DistortionCorrection_process(&model.lens, &rampX.img, &outX.img), PVX_OK);
     ASSERT_EQ(pvx_Zelkov4DistortionCorrection_process(&model.lens, &rampY.img, &outY.img), PVX_OK);
@@ -382,8 +373,8 @@ TEST(Zelkov4Process, FollowsTheSlowModel) {
             const double g = t > 0 ? lo / t : 1.0;
             const double sx = std::min(std::max(cx + dx * g, 0.0), w - 1.0);
             const double sy = std::min(std::max(cy + dy * g, 0.0), h - 1.0);
-            ASSERT_NEAR(outX.data()[y * w + x], sx, 0.51) << x << "," << y;
-            ASSERT_NEAR(outY.data()[y * w + x], sy, 0.51) << x << "," << y;
+            ASSERT_NEAR(outX.row(0, y)[x], sx, 0.51) << x << "," << y;
+            ASSERT_NEAR(outY.row(0, y)[x], sy, 0.51) << x << "," << y;
         }
 }
 
