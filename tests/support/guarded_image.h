@@ -21,9 +21,10 @@ namespace pvx_test {
 class GuardedImage {
 public:
     static constexpr uint8_t kSentinel = 0xA5;
-    // Rows start from the size rule's pitch (Tight) or from the bytes a row
-    // of pixels takes (Extent: odd 4:2:0 widths are not rounded up).
-    enum class Pitch { Tight, Extent };
+    // Rows of the size rule's pitch holding the bytes a copy reaches (Tight),
+    // rows of just those bytes (Extent: odd 4:2:0 widths are not rounded up),
+    // or planes wholly by the size rule, as the engine's frames are (SizeRule).
+    enum class Pitch { Tight, Extent, SizeRule };
 
     struct Plane {
         std::unique_ptr<GuardedBuffer> buf;
@@ -39,12 +40,13 @@ public:
         pvx_ImagePlanes desc;
         memset(&desc, 0, sizeof(desc));
         for (int32_t p = 0; p < pvx_Image_getPlaneCount(format); ++p) {
-            const pvx_PlaneSize extent = pvx_Image_getPlaneExtent(width, height, format, p);
+            const pvx_PlaneSize rule = pvx_Image_getPlaneSize(width, height, format, p);
+            const pvx_PlaneSize extent =
+                base == Pitch::SizeRule ? rule : pvx_Image_getPlaneExtent(width, height, format, p);
             Plane &pl = planes[p];
             pl.rowBytes = extent.pitch;
             pl.rows = extent.rows;
-            pl.pitch = (base == Pitch::Tight ? pvx_Image_getPlaneSize(width, height, format, p).pitch : extent.pitch) +
-                       padding;
+            pl.pitch = (base == Pitch::Extent ? extent.pitch : rule.pitch) + padding;
             pl.bytes = pl.rows > 0 ? pl.pitch * (pl.rows - 1) + pl.rowBytes : 0;
             pl.buf.reset(new GuardedBuffer(static_cast<size_t>(pl.bytes + 2 * guard), GuardedBuffer::Side::End, 1));
             memset(pl.buf->data(), kSentinel, pl.buf->size());
@@ -55,7 +57,7 @@ public:
         EXPECT_EQ(pvx_Image_initWithPitch(&img, width, height, &desc, format), PVX_OK);
     }
 
-    uint8_t *row(int32_t p, int64_t r) { return planes[p].start + r * planes[p].pitch; }
+    uint8_t *row(int32_t p, int64_t r) const { return planes[p].start + r * planes[p].pitch; }
 
     // Every byte of every plane, padding included, from `next`.
     template <class F> void fill(F &&next) {
@@ -71,7 +73,7 @@ public:
                 for (int64_t i = 0; i < planes[p].rowBytes; ++i) row(p, r)[i] = next();
     }
     // The pixel bytes of plane p, rows packed.
-    std::vector<uint8_t> plane(int32_t p) {
+    std::vector<uint8_t> plane(int32_t p) const {
         std::vector<uint8_t> out;
         for (int64_t r = 0; r < planes[p].rows; ++r) out.insert(out.end(), row(p, r), row(p, r) + planes[p].rowBytes);
         return out;
