@@ -33,8 +33,9 @@ public:
         int64_t bytes = 0;          // pitch * (rows - 1) + rowBytes
     };
 
+    // Side::Start puts the guard page right before the planes instead.
     GuardedImage(int32_t width, int32_t height, int32_t format, int32_t padding = 0, int64_t guard = 0,
-                 Pitch base = Pitch::Tight)
+                 Pitch base = Pitch::Tight, GuardedBuffer::Side side = GuardedBuffer::Side::End)
         : guard_(guard) {
         pvx_construct_Image(&img, nullptr);
         pvx_ImagePlanes desc;
@@ -48,7 +49,7 @@ public:
             pl.rows = extent.rows;
             pl.pitch = (base == Pitch::Extent ? extent.pitch : rule.pitch) + padding;
             pl.bytes = pl.rows > 0 ? pl.pitch * (pl.rows - 1) + pl.rowBytes : 0;
-            pl.buf.reset(new GuardedBuffer(static_cast<size_t>(pl.bytes + 2 * guard), GuardedBuffer::Side::End, 1));
+            pl.buf.reset(new GuardedBuffer(static_cast<size_t>(pl.bytes + 2 * guard), side, 1));
             memset(pl.buf->data(), kSentinel, pl.buf->size());
             pl.start = pl.buf->data() + guard;
             desc.dat[p] = pl.start;
