@@ -152,49 +152,40 @@ void setOutputSize(Scenario &s, int32_t width, int32_t height) {
 }
 
 std::vector<Scenario> accuracyScenarios() {
-    std::vector<Scenario> list;
-    const struct {
-        const char *name;
-        double k[4];
-    } lenses[] = {{"barrel", {-0.22, 0.04, 0, 0}}, {"pincushion", {0.18, 0.02, 0, 0}},
-                  {"moustache", {-0.3, 0.28, -0.06, 0}}};
+    const double barrel[4] = {-0.22, 0.04, 0, 0}, pincushion[4] = {0.18, 0.02, 0, 0}, moustache[4] = {-0.3, 0.28, -0.06, 0};
+    auto make = [](const char *format, const char *what, const double *k) {
+        Scenario s;
+        s.name = std::string(format) + "_" + what;
+        s.format = format;
+        std::copy(k, k + 4, s.setup.k);
+        return s;
+    };
     // Every format with the barrel lens, the other lenses on 4:2:0.
-    for (const auto &f : kFormats)
-        for (const auto &l : lenses) {
-            if (std::string(l.name) != "barrel" && std::string(f.name) != "YUV420_SEMIPLANAR") continue;
-            Scenario s;
-            s.name = std::string(f.name) + "_" + l.name;
-            s.format = f.name;
-            for (int i = 0; i < 4; ++i) s.setup.k[i] = l.k[i];
-            list.push_back(s);
-        }
+    std::vector<Scenario> list;
+    for (const auto &f : kFormats) list.push_back(make(f.name, "barrel", barrel));
+    list.push_back(make("YUV420_SEMIPLANAR", "pincushion", pincushion));
+    list.push_back(make("YUV420_SEMIPLANAR", "moustache", moustache));
     // One setting changed at a time, with the barrel lens, on a format each.
-    const char *formats[] = {"YUV420_SEMIPLANAR", "RGB888", "YUV420_PLANAR", "YVU420_SEMIPLANAR", "BGR888"};
-    int turn = 0;
-    {
-        auto add = [&](const char *what, void (*change)(Scenario &)) {
-            Scenario s;
-            const char *format = formats[turn++ % 5];
-            s.name = std::string(format) + "_" + what;
-            s.format = format;
-            for (int i = 0; i < 4; ++i) s.setup.k[i] = lenses[0].k[i];
-            change(s);
-            list.push_back(s);
-        };
-        add("oddCentre", [](Scenario &s) {
-            s.centre = true;
-            s.setup.inCenterX = s.setup.outCenterX = 331.5;
-            s.setup.inCenterY = s.setup.outCenterY = 227.25;
-        });
-        add("crop", [](Scenario &s) {
-            s.crop = true;
-            const int32_t c[4] = {40, 30, 600, 450};
-            for (int i = 0; i < 4; ++i) s.setup.crop[i] = c[i];
-        });
-        add("strengthHalf", [](Scenario &s) { s.strength = true; s.setup.strength = 0.5; });
-        add("output480x360", [](Scenario &s) { setOutputSize(s, 480, 360); });
-        add("output800x600", [](Scenario &s) { setOutputSize(s, 800, 600); });
-    }
+    Scenario s = make("YUV420_SEMIPLANAR", "oddCentre", barrel);
+    s.centre = true;
+    s.setup.inCenterX = s.setup.outCenterX = 331.5;
+    s.setup.inCenterY = s.setup.outCenterY = 227.25;
+    list.push_back(s);
+    s = make("RGB888", "crop", barrel);
+    s.crop = true;
+    const int32_t crop[4] = {40, 30, 600, 450};
+    std::copy(crop, crop + 4, s.setup.crop);
+    list.push_back(s);
+    s = make("YUV420_PLANAR", "strengthHalf", barrel);
+    s.strength = true;
+    s.setup.strength = 0.5;
+    list.push_back(s);
+    s = make("YVU420_SEMIPLANAR", "output480x360", barrel);
+    setOutputSize(s, 480, 360);
+    list.push_back(s);
+    s = make("BGR888", "output800x600", barrel);
+    setOutputSize(s, 800, 600);
+    list.push_back(s);
     return list;
 }
 
