@@ -1,6 +1,5 @@
-// The tool's pieces: BT.601 conversion against the standard's numbers, frame
-// geometry against the library's size rule, stored frames, YUV4MPEG2
-// headers, command-line refusals and lens tables.
+// The tool's pieces: BT.601 conversion against the standard's numbers, stored
+// frames, YUV4MPEG2 headers, command-line refusals and lens tables.
 #include <math.h>
 #include <stdio.h>
 #include <string.h>
@@ -12,7 +11,6 @@
 #include <gtest/gtest.h>
 
 #include "colour.h"
-#include "engine.h"
 #include "frame.h"
 #include "options.h"
 #include "table_file.h"
@@ -25,8 +23,6 @@ using namespace parvex_tool;
 
 namespace {
 
-const Layout kAll[] = {Layout::RGB888, Layout::BGR888, Layout::YUV420_PLANAR, Layout::YUV420_SEMIPLANAR,
-                       Layout::YVU420_SEMIPLANAR};
 const Layout kYuv[] = {Layout::YUV420_PLANAR, Layout::YUV420_SEMIPLANAR, Layout::YVU420_SEMIPLANAR};
 
 }  // namespace
@@ -82,22 +78,6 @@ TEST(ToolColour, RgbRoundTripThroughEveryYuvLayoutIsClose) {
             int worst = 0;
             for (size_t i = 0; i < rgb.byteSize(); ++i) worst = std::max(worst, abs(rgb.data()[i] - back.data()[i]));
             EXPECT_LE(worst, range == Range::Full ? 3 : 4) << layoutName(layout) << " " << rangeName(range);
-        }
-    }
-}
-
-// The frame's plane layout is the library's: the change of the work-buffer
-// size between two picture sizes is exactly the change of the image size.
-TEST(ToolFrame, GeometryFollowsTheLibrarysSizeRule) {
-    const int sizes[][2] = {{320, 240}, {321, 241}, {640, 480}, {1919, 1079}, {333, 250}};
-    for (Layout layout : kAll) {
-        const Frame base(layout, 320, 240);
-        for (const auto &s : sizes) {
-            const Frame f(layout, s[0], s[1]);
-            const long long library = static_cast<long long>(engineBufferSize(layout, s[0], s[1])) -
-                                      engineBufferSize(layout, 320, 240);
-            EXPECT_EQ(static_cast<long long>(f.byteSize()) - static_cast<long long>(base.byteSize()), library)
-                << layoutName(layout) << " " << s[0] << "x" << s[1];
         }
     }
 }
