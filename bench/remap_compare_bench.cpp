@@ -322,8 +322,11 @@ int main(int argc, char **argv) {
                           cvOut = makeFrame(format.layout, w, h, 2);
                     const uint32_t status = engine.process(out, in);
                     if (status != PARVEX_OK) {
-                        char text[64];
-                        snprintf(text, sizeof text, "process refused (0x%08X)", status);
+                        char text[96];
+                        if (status == PARVEX_ERROR_IMAGE_FORMAT && zoom != 1.0)
+                            snprintf(text, sizeof text, "refused: the resize takes no %s", format.name);
+                        else
+                            snprintf(text, sizeof text, "process refused (0x%08X)", status);
                         line(text);
                         continue;
                     }

@@ -73,6 +73,7 @@ SpanLeaf drawSpanLeaf(SpanFamily family, SpanKind kind);
 // Per instruction set: overwrite the slots that set has leaves for.
 void initDrawSpansSsse3(DrawSpanTable *t);
 void initDrawSpansRgbSsse3(DrawSpanTable *t);
+void initDrawSpansRgbAvx2(DrawSpanTable *t);
 void initDrawSpansAvx512Vbmi(DrawSpanTable *t);
 void initDrawSpansRgbAvx512Vbmi(DrawSpanTable *t);
 void initDrawSpansNeon(DrawSpanTable *t);

@@ -49,6 +49,7 @@ void fillDrawSpanTable(DrawSpanTable *t, uint32_t cpuFlags) {
         initDrawSpansSsse3(t);
         initDrawSpansRgbSsse3(t);
     }
+    if (cpuFlags & PVX_CPU_AVX2) initDrawSpansRgbAvx2(t);
     if (cpuFlags & PVX_CPU_AVX512VBMI) {
         initDrawSpansAvx512Vbmi(t);
         initDrawSpansRgbAvx512Vbmi(t);
