@@ -1,4 +1,4 @@
-// Vertex lattice: layout rules, limits, builders and copy.
+// Vertex lattice: layout rules, limits and builders.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -158,22 +158,6 @@ TEST(Renderer2Params, AllocationFailureKeepsWhatWasObtained) {
     pvx_Renderer2_Params bare;
     pvx_construct_Renderer2_Params(&bare, nullptr);
     EXPECT_EQ(pvx_Renderer2_Params_initWithSize(&bare, &kOwner, 64, 64, 8), PVX_ERROR_NOMEM);
-}
-
-TEST(Renderer2Params, CopyRebuildsADifferentShape) {
-    HeapArea area;
-    Lattice a(area.heap()), b(area.heap()), empty(area.heap());
-    const int32_t rect[4] = {16, 8, 400, 300};
-    ASSERT_EQ(pvx_Renderer2_Params_initWithGridSize(&a.p, rect, 24, 40), PVX_OK);
-    ASSERT_EQ(pvx_Renderer2_Params_initWithSize(&b.p, &kOwner, 64, 64, 8), PVX_OK);
-    for (int k = 0; k < a.p.numX * a.p.numY; ++k) a.p.srcX[k] = 1000.0 + k;
-    ASSERT_EQ(pvx_Renderer2_Params_copy(&b.p, &a.p), PVX_OK);
-    for (int k = 0; k < a.p.numX * a.p.numY; ++k) {
-        ASSERT_EQ(b.p.srcX[k], 1000.0 + k);
-        b.p.srcX[k] = b.p.dstX[k];
-    }
-    expectLayout(b.p, rect, 24, 40);
-    EXPECT_EQ(pvx_Renderer2_Params_copy(&b.p, &empty.p), PVX_ERROR_PARAM);
 }
 
 }  // namespace
