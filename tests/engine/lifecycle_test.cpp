@@ -62,6 +62,7 @@ INSTANTIATE_TEST_SUITE_P(
                       InitCase{"height6145", 640, 6145, 0, PARVEX_ERROR_PARAM, false},
                       InitCase{"widthBeforeBuffer", 319, 480, 100, PARVEX_ERROR_PARAM, false},
                       InitCase{"hugeNegativeWidth", INT32_MIN, 480, 0, PARVEX_ERROR_PARAM, false},
+                      InitCase{"bufferOfOneByte", 640, 480, 1, PARVEX_ERROR_MALLOC, false},
                       InitCase{"bufferOneShort", 640, 480, kContext - 1, PARVEX_ERROR_MALLOC, false},
                       InitCase{"bufferExactlyContext", 640, 480, kContext, PARVEX_ERROR_MALLOC, false},
                       InitCase{"heapTooSmallForTables", 640, 480, kContext + 4096, PARVEX_ERROR_MALLOC, true},

@@ -146,6 +146,18 @@ TEST(Renderer2Params, CellRulesOfTheBuilders) {
     expectLayout(l.p, offset, 12, 12);
 }
 
+TEST(Renderer2Params, GridWrapperTakesItsVertexCounts) {
+    HeapArea area;
+    pvx_Renderer2_GridWrapper g;
+    ASSERT_EQ(pvx_construct_Renderer2_GridWrapper(&g, area.heap()), PVX_OK);
+    EXPECT_EQ(pvx_Renderer2_GridWrapper_init(&g, 3, -1), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_Renderer2_GridWrapper_init(&g, 0, 2), PVX_OK);   // an empty lattice
+    ASSERT_EQ(pvx_Renderer2_GridWrapper_init(&g, 3, 2), PVX_OK);
+    EXPECT_EQ(arrays(g), "1111");
+    EXPECT_EQ(pvx_destruct_Renderer2_GridWrapper(&g), PVX_OK);
+    EXPECT_EQ(area.used(), 0u);
+}
+
 TEST(Renderer2Params, AllocationFailureKeepsWhatWasObtained) {
     // 32 x 32 vertices: 8 KiB + 8 KiB + 4 KiB + 4 KiB; the heap holds about 22 KiB.
     HeapArea area(22 * 1024);

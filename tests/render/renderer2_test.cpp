@@ -116,6 +116,26 @@ TEST(Renderer2, SupportedFormatsAndModes) {
     Image ps(PVX_FORMAT_YUV420_PLANAR, 16, 16), pd(PVX_FORMAT_YUV420_PLANAR, 16, 16);
     ASSERT_EQ(PVX_OK, pvx_Renderer2_render(&R.r, pd.image(), ps.image(), &L.p));
     EXPECT_EQ(PVX_ERROR_FORMAT, pvx_Renderer2_setMode(&R.r, 2));
+    EXPECT_EQ(PVX_ERROR_PARAM, pvx_Renderer2_bandTask(nullptr, nullptr));
+}
+
+// Copy mode on the identity lattice copies the picture: each row pair's luma
+// rows and its chroma row come from where the cell's corners say.
+TEST(Renderer2, CopyModeCopiesThePicture) {
+    TestEnv env;
+    std::mt19937_64 rng = pvx_test::makeRng(12);
+    Lattice L(env, 64, 48, 16, 16);
+    for (int32_t format : {PVX_FORMAT_YUV420_PLANAR, PVX_FORMAT_YUV420_SEMIPLANAR}) {
+        Renderer R(env);
+        pvx_Renderer2_initWithPel(&R.r, nullptr);
+        R.r.mode = PVX_RENDERER2_MODE_COPY;
+        Image src(format, 64, 48), dst(format, 64, 48, 2);
+        src.fillRandom(rng);
+        dst.fill(0);
+        ASSERT_EQ(PVX_OK, pvx_Renderer2_render(&R.r, dst.image(), src.image(), &L.p));
+        EXPECT_EQ(src.bytes(), dst.bytes()) << format;
+        EXPECT_TRUE(dst.bandIntact());
+    }
 }
 
 // ---------------------------------------------------------------------------
