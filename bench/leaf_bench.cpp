@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <functional>
 #include <random>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -69,7 +70,9 @@ double threadNs() {
 }
 
 // 32-pixel row pairs walked cell by cell, with the steps of a lens-corrected
-// frame (about one pixel a pixel, slopes up to a tenth of a pixel).
+// frame (about one pixel a pixel, slopes up to a tenth of a pixel). The
+// clamped leaves get the same spans moved over the frame's edges (half of
+// each span past the left or right edge, or its rows over the top or bottom).
 void spanLeaves() {
     constexpr int32_t kW = 1920, kH = 1080, kSpan = 32, kSpans = 4096;
     std::mt19937_64 rng(12345);
@@ -84,7 +87,9 @@ void spanLeaves() {
         const int32_t yPitch = rgb ? 3 * kW : kW;
         SrcPlanes src{srcY.data(), srcU.data(), planar ? srcV.data() : srcU.data() + 1, yPitch, planar ? kW / 2 : kW,
                       planar ? kW / 2 : kW, kW, kH, kW / 2, kH / 2};
-        for (SpanKind kind : {kSpanNoRot, kSpanGeneral, kSpanParallel}) {
+        for (int variant = 0; variant < 2 * kSpanKindCount; ++variant) {
+            const SpanKind kind = static_cast<SpanKind>((kSpanNoRot + variant) % kSpanKindCount);
+            const bool clamped = variant >= kSpanKindCount;
             std::vector<SpanArgs> spans(kSpans);
             std::vector<int32_t> off(16 * kSpans);
             int32_t ux = 0, uy = 0, hx = 0, hy = 32768;
@@ -105,6 +110,13 @@ void spanLeaves() {
                 const int32_t x = cx * kSpan, y = cy * kSpan + 2 * pair;
                 a.sx = x * 32768 + static_cast<int32_t>(unit(rng) * 32768);
                 a.sy = y * 32768 + static_cast<int32_t>(unit(rng) * 32768);
+                if (clamped) {
+                    const int32_t edge = static_cast<int32_t>(cell % 4);
+                    if (edge == 0) a.sx = -kSpan / 2 * 32768 + (a.sx & 32767);
+                    if (edge == 1) a.sx = (kW - kSpan / 2) * 32768 + (a.sx & 32767);
+                    if (edge == 2) a.sy = -32768 + pair * 4096 + (a.sy & 4095);
+                    if (edge == 3) a.sy = (kH - 2) * 32768 + pair * 4096 + (a.sy & 4095);
+                }
                 a.dx = x;
                 a.dy0 = dstY.data() + static_cast<ptrdiff_t>(y) * yPitch;
                 a.dy1 = a.dy0 + yPitch;
@@ -112,20 +124,22 @@ void spanLeaves() {
                 if (!rgb) a.dc01 = planar ? dstV.data() + static_cast<ptrdiff_t>(y / 2) * (kW / 2) : a.dc00 + 1;
                 a.src = &src;
             }
+            const auto slot = [&](const DrawSpanTable &t) { return clamped ? t.clamped[family][kind] : t.leaf[family][kind]; };
             const auto timeLeaf = [&](SpanLeaf leaf) {
                 double best = 1e30;
                 for (int r = 0; r < 20; ++r) {
                     const double t0 = threadNs();
-                    for (const SpanArgs &a : spans) draw(leaf, ref.leaf[family][kind], a);
+                    for (const SpanArgs &a : spans) draw(leaf, slot(ref), a);
                     best = std::min(best, (threadNs() - t0) / (2.0 * kSpan * kSpans));
                 }
                 return best;
             };
-            const double c = timeLeaf(ref.leaf[family][kind]);
-            std::printf("%-10s %-13s c %6.3f ns/px", rgb ? "rgb" : planar ? "planar" : "semiplanar", kKindNames[kind], c);
+            const double c = timeLeaf(slot(ref));
+            std::printf("%-10s %-21s c %6.3f ns/px", rgb ? "rgb" : planar ? "planar" : "semiplanar",
+                        (std::string(kKindNames[kind]) + (clamped ? " clamped" : "")).c_str(), c);
             for (uint32_t level : supportedCpuLevels()) {
                 if (level == PVX_CPU_LEVEL_C) continue;
-                const double v = timeLeaf(tableAt(level).leaf[family][kind]);
+                const double v = timeLeaf(slot(tableAt(level)));
                 std::printf("  %s %6.3f (%.2fx)", pvx_Cpu_levelName(level), v, c / v);
             }
             std::printf("\n");

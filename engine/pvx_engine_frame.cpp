@@ -113,6 +113,8 @@ uint32_t runFrame(parvex_DistortionCorrection *handle, const Record *output, con
         if (ctx->lens_mode != PVX_LENS_COEFFICIENTS) return PARVEX_ERROR_PARAM;
         const int32_t cell = pvx_Grid_cellSize(ctx->out_width, ctx->out_height);
         const pvx_GridGeometry g = pvx_Engine_geometry(ctx);
+        // A grid made for one frame is drawn with the per-cell tests.
+        pvx_Renderer2_forgetPlan(&ctx->renderer);
         pvx_Grid_fillForward(&ctx->render_params, &ctx->lens, &g, cell);
     }
 

@@ -23,5 +23,9 @@ inline uint32_t pvx_Engine_state(const parvex_DistortionCorrection *handle) {
 // The mesh-shaping settings of the context.
 pvx_GridGeometry pvx_Engine_geometry(const pvx_EngineContext *ctx);
 
-// Re-runs the cell size and the model fill over the laid-out lattice.
-void pvx_Engine_fillModelGrid(pvx_EngineContext *ctx);
+// Re-runs the cell size and the model fill over the laid-out lattice, and
+// plans the frames' cells (the plan's status).
+pvx_Result pvx_Engine_fillModelGrid(pvx_EngineContext *ctx);
+// Works out once which cells the frames draw and with which kernel; without
+// a plan (PVX_ERROR_NOMEM) frames test each cell as they draw it.
+pvx_Result pvx_Engine_planFrames(pvx_EngineContext *ctx);

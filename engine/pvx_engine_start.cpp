@@ -20,10 +20,17 @@ pvx_GridGeometry pvx_Engine_geometry(const pvx_EngineContext *ctx) {
     return g;
 }
 
-void pvx_Engine_fillModelGrid(pvx_EngineContext *ctx) {
+pvx_Result pvx_Engine_planFrames(pvx_EngineContext *ctx) {
+    // Every frame reads the source at the input size.
+    return pvx_Renderer2_planCells(&ctx->renderer, &ctx->render_params, ctx->in_width, ctx->in_height,
+                                   ctx->format);
+}
+
+pvx_Result pvx_Engine_fillModelGrid(pvx_EngineContext *ctx) {
     const int32_t cell = pvx_Grid_cellSize(ctx->out_width, ctx->out_height);
     const pvx_GridGeometry g = pvx_Engine_geometry(ctx);
     pvx_Grid_fillModel(&ctx->render_params, &ctx->lens, &g, cell);
+    return pvx_Engine_planFrames(ctx);
 }
 
 namespace {
@@ -120,14 +127,20 @@ extern "C" PARVEX_API uint32_t parvex_DistortionCorrection_start(parvex_Distorti
     const pvx_Result lattice = layOutLattice(ctx, cell);
     if (lattice != PVX_OK) return refuseStart(ctx, lattice);
 
+    // The plan's block is taken here, once for the lattice, so that a later
+    // setCropRect plans again without allocating. A lattice too large to
+    // plan is drawn with the per-cell tests.
+    pvx_Result planned = PVX_OK;
     if (ctx->lens_mode == PVX_LENS_COEFFICIENTS) {
-        pvx_Engine_fillModelGrid(ctx);
+        planned = pvx_Engine_fillModelGrid(ctx);
     } else {
         double xs[PVX_LENS_MAX_POINTS + 1], ys[PVX_LENS_MAX_POINTS + 1];
         const int32_t count = copyTablePoints(ctx, xs, ys);
         const pvx_GridGeometry g = pvx_Engine_geometry(ctx);
         pvx_Grid_fillTable(&ctx->render_params, &g, cell, xs, ys, count);
+        planned = pvx_Engine_planFrames(ctx);
     }
+    if (planned == PVX_ERROR_NOMEM) return refuseStart(ctx, PARVEX_ERROR_MALLOC);
     ctx->state |= PVX_ENGINE_STARTED;
     return PARVEX_OK;
 }

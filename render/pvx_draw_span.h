@@ -48,16 +48,22 @@ struct SpanArgs {
 // reference's taps on each row; those of the general and parallelogram
 // kinds read inside the rectangle of columns and rows that bounds the
 // reference's taps (inside the source, as the span is unchecked).
+//
+// Clamped leaves serve spans whose taps may leave the source: like the
+// clamping reference, every tap's column and row is limited to the image
+// (the edge repeated), in the vector registers. They read inside the
+// rectangle that bounds the clamped taps, which lies in the source.
 typedef int32_t (*SpanLeaf)(const SpanArgs &a);
 
 // Slots of the dispatch table: pixel layout family (interleaved and planar
-// 4:2:0 chroma, three bytes a pixel) and kernel kind of the unchecked
-// bilinear spans.
+// 4:2:0 chroma, three bytes a pixel) and kernel kind of the bilinear spans,
+// once for the unchecked spans (`leaf`) and once for the clamped ones.
 enum SpanFamily : int { kSpanSemiplanar = 0, kSpanPlanar = 1, kSpanRgb = 2, kSpanFamilyCount = 3 };
 enum SpanKind : int { kSpanGeneral = 0, kSpanParallel = 1, kSpanNoRot = 2, kSpanKindCount = 3 };
 
 struct DrawSpanTable {
     SpanLeaf leaf[kSpanFamilyCount][kSpanKindCount];
+    SpanLeaf clamped[kSpanFamilyCount][kSpanKindCount];
 };
 
 // Fills `t` for the features `cpuFlags` (pvx_cpu.h bits): the C references
@@ -69,14 +75,18 @@ void fillDrawSpanTable(DrawSpanTable *t, uint32_t cpuFlags);
 // initialised (the C references until then).
 void initDrawSpans();
 SpanLeaf drawSpanLeaf(SpanFamily family, SpanKind kind);
+SpanLeaf drawClampedSpanLeaf(SpanFamily family, SpanKind kind);
 
 // Per instruction set: overwrite the slots that set has leaves for.
 void initDrawSpansSsse3(DrawSpanTable *t);
+void initClampedDrawSpansSsse3(DrawSpanTable *t);
 void initDrawSpansRgbSsse3(DrawSpanTable *t);
+void initDrawSpansAvx2(DrawSpanTable *t);
 void initDrawSpansRgbAvx2(DrawSpanTable *t);
 void initDrawSpansAvx512Vbmi(DrawSpanTable *t);
 void initDrawSpansRgbAvx512Vbmi(DrawSpanTable *t);
 void initDrawSpansNeon(DrawSpanTable *t);
+void initClampedDrawSpansNeon(DrawSpanTable *t);
 void initDrawSpansRgbNeon(DrawSpanTable *t);
 
 }  // namespace pvx_draw

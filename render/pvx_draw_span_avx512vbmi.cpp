@@ -99,16 +99,37 @@ inline bool rows(int32_t r0, int32_t r1, Gather *g) {
     return g->spread <= kSpreadMax;
 }
 
-// Luma of lanes at (x, y); x0, y0 lane 0, yLast the last lane drawn.
-inline bool lumaGather(const Lanes &x, const Lanes &y, int32_t x0, int32_t y0, int32_t yLast, Gather *g) {
+// Clamped spans: lane positions limited to [0, top] (top: the last column
+// or chroma sample at weight 0), which gives the clamping reference's sums
+// (see EdgeClamp); `top` below 2^31.
+template <bool Clamp>
+inline __m512i clampLanes(__m512i x, int32_t top) {
+    if constexpr (Clamp) {
+        return _mm512_min_epi32(_mm512_max_epi32(x, _mm512_setzero_si512()), _mm512_set1_epi32(top));
+    } else {
+        (void)top;
+        return x;
+    }
+}
+template <bool Clamp>
+inline int32_t clampLane(int32_t x, int32_t top) {
+    return Clamp ? (x < 0 ? 0 : (x > top ? top : x)) : x;
+}
+
+// Luma of lanes at (x, y); x0, y0 lane 0, yLast the last lane drawn; `top`
+// the last column in Q15 (clamped spans).
+template <bool Clamp>
+inline bool lumaGather(const Lanes &x, const Lanes &y, int32_t x0, int32_t y0, int32_t yLast, int32_t top,
+                       Gather *g) {
     if (!rows(y0 >> 15, yLast >> 15, g)) return false;
-    g->base = x0 >> 15;
+    g->base = clampLane<Clamp>(x0, top) >> 15;
     const __m512i m15 = _mm512_set1_epi32(15), c0 = _mm512_set1_epi32(g->base), r0 = _mm512_set1_epi32(g->row);
     __m512i b[2];
     const __m512i *xs[2] = {&x.lo, &x.hi}, *ys[2] = {&y.lo, &y.hi};
     for (int h = 0; h < 2; ++h) {
-        const __m512i col = _mm512_sub_epi32(_mm512_srai_epi32(*xs[h], 15), c0);
-        const __m512i fx = _mm512_and_si512(_mm512_srai_epi32(*xs[h], 11), m15);
+        const __m512i xh = clampLanes<Clamp>(*xs[h], top);
+        const __m512i col = _mm512_sub_epi32(_mm512_srai_epi32(xh, 15), c0);
+        const __m512i fx = _mm512_and_si512(_mm512_srai_epi32(xh, 11), m15);
         const __m512i rr = _mm512_sub_epi32(_mm512_srai_epi32(*ys[h], 15), r0);
         const __m512i fy = _mm512_and_si512(_mm512_srai_epi32(*ys[h], 11), m15);
         b[h] = pixelBytes(col, fx, rr, fy);
@@ -118,20 +139,22 @@ inline bool lumaGather(const Lanes &x, const Lanes &y, int32_t x0, int32_t y0, i
 }
 
 // Chroma of the lanes par, par + 2, ... at (x, y) (1/16 chroma positions
-// X >> 12, Y >> 12); xc, yc lane par, yLast the last chroma lane drawn.
-template <bool Planar>
+// X >> 12, Y >> 12); xc, yc lane par, yLast the last chroma lane drawn;
+// `top` the last chroma sample, X at 2^16 a sample (clamped spans).
+template <bool Planar, bool Clamp>
 inline bool chromaGather(const Lanes &x, const Lanes &y, int32_t par, int32_t xc, int32_t yc, int32_t yLast,
-                         Gather *g) {
+                         int32_t top, Gather *g) {
     if (!rows(yc >> 16, yLast >> 16, g)) return false;
-    const int32_t c0 = xc >> 16;
+    const int32_t c0 = clampLane<Clamp>(xc, top) >> 16;
     g->base = Planar ? c0 : 2 * c0;
     const __m512i m15 = _mm512_set1_epi32(15), c0v = _mm512_set1_epi32(c0), r0 = _mm512_set1_epi32(g->row);
     __m512i b[2];
     const __m512i *xs[2] = {&x.lo, &x.hi}, *ys[2] = {&y.lo, &y.hi};
     for (int h = 0; h < 2; ++h) {
-        __m512i col = _mm512_sub_epi32(_mm512_srai_epi32(*xs[h], 16), c0v);
+        const __m512i xh = clampLanes<Clamp>(*xs[h], top);
+        __m512i col = _mm512_sub_epi32(_mm512_srai_epi32(xh, 16), c0v);
         if (!Planar) col = _mm512_add_epi32(col, col);
-        const __m512i fx = _mm512_and_si512(_mm512_srai_epi32(*xs[h], 12), m15);
+        const __m512i fx = _mm512_and_si512(_mm512_srai_epi32(xh, 12), m15);
         const __m512i rr = _mm512_sub_epi32(_mm512_srai_epi32(*ys[h], 16), r0);
         const __m512i fy = _mm512_and_si512(_mm512_srai_epi32(*ys[h], 12), m15);
         b[h] = pixelBytes(col, fx, rr, fy);
@@ -205,14 +228,15 @@ inline void storeBytes(uint8_t *d, __m512i words, int32_t bytes) {
     }
 }
 
-template <bool Round>
+// Rows g.row + j of the lanes (clamped spans: limited to the image).
+template <bool Round, bool Clamp>
 inline void drawLuma(const SrcPlanes &s, const LinearPlan &p, const Gather &g, uint8_t *d0, uint8_t *d1,
                      int32_t width) {
     __m512i h[kSpreadMax + 3];
     const int32_t j0 = d0 != nullptr ? 0 : 1, j1 = g.spread + (d1 != nullptr ? 2 : 1);
     const WindowMasks m = windowMasks(g.base, p.lumaLo, p.lumaHi);
     for (int32_t j = j0; j <= j1; ++j)
-        h[j] = sums(window(s.y + static_cast<ptrdiff_t>(g.row + j) * s.yPitch, g.base, m), g);
+        h[j] = sums(window(s.y + static_cast<ptrdiff_t>(rowIn<Clamp>(g.row + j, s.h)) * s.yPitch, g.base, m), g);
     // Both rows of the pair when this set draws both; otherwise the set of
     // the other row fetches the other one.
     prefetch(s.y, s.yPitch, g.row + j1 + kLumaAhead, g.base);
@@ -221,13 +245,13 @@ inline void drawLuma(const SrcPlanes &s, const LinearPlan &p, const Gather &g, u
     if (d1 != nullptr) storeBytes(d1, blendRows<Round>(h, g, 1), width);
 }
 
-template <bool Round, bool Planar>
+template <bool Round, bool Planar, bool Clamp>
 inline void drawChroma(const SpanArgs &a, const LinearPlan &p, const Gather &g, int32_t k, int32_t width) {
     const SrcPlanes &s = *a.src;
     __m512i h[kSpreadMax + 2];
     const WindowMasks m = windowMasks(g.base, p.chromaLo, p.chromaHi);
     for (int32_t j = 0; j <= g.spread + 1; ++j) {
-        const ptrdiff_t r = g.row + j;
+        const ptrdiff_t r = rowIn<Clamp>(g.row + j, s.ch);
         if constexpr (Planar) {
             // U beside V: the first half's mask for both planes.
             h[j] = sums(Window{part(s.c0 + r * s.c0Pitch, g.base, m.m0), part(s.c1 + r * s.c1Pitch, g.base, m.m0)}, g);
@@ -273,40 +297,61 @@ struct GroupPos {
 
 // One group of `width` pixels from pixel k; false when its lanes spread
 // over too many rows (nothing drawn then).
-template <bool Round, bool Planar>
-inline bool group(const SpanArgs &a, const LinearPlan &p, const GroupPos &q, int32_t k, int32_t width) {
+// Last luma column and chroma sample as lane positions (Q15 and 2^16 a
+// sample) of the clamped spans; 0 for the unchecked ones.
+struct Tops {
+    int32_t luma, chroma;
+};
+
+template <bool Round, bool Planar, bool Clamp>
+inline bool group(const SpanArgs &a, const LinearPlan &p, const GroupPos &q, const Tops &top, int32_t k,
+                  int32_t width) {
     const SrcPlanes &s = *a.src;
     const bool own1 = !p.shared && a.dy1 != nullptr;
     Gather g0, g1, gc;
-    if ((!own1 || a.dy0 != nullptr) && !lumaGather(q.x, q.y, q.x0, q.y0, q.yLast, &g0)) return false;
-    if (own1 && !lumaGather(plus(q.x, a.hx), plus(q.y, a.hy), laneAdd(q.x0, a.hx), laneAdd(q.y0, a.hy),
-                            laneAdd(q.yLast, a.hy), &g1))
+    if ((!own1 || a.dy0 != nullptr) && !lumaGather<Clamp>(q.x, q.y, q.x0, q.y0, q.yLast, top.luma, &g0)) return false;
+    if (own1 && !lumaGather<Clamp>(plus(q.x, a.hx), plus(q.y, a.hy), laneAdd(q.x0, a.hx), laneAdd(q.y0, a.hy),
+                                   laneAdd(q.yLast, a.hy), top.luma, &g1))
         return false;
-    if (p.chroma && !chromaGather<Planar>(q.x, q.y, p.par, q.xc, q.yc, q.ycLast, &gc)) return false;
+    if (p.chroma && !chromaGather<Planar, Clamp>(q.x, q.y, p.par, q.xc, q.yc, q.ycLast, top.chroma, &gc))
+        return false;
     uint8_t *d0 = a.dy0 != nullptr ? a.dy0 + a.dx + k : nullptr;
     uint8_t *d1 = a.dy1 != nullptr ? a.dy1 + a.dx + k : nullptr;
     if (!own1) {
-        drawLuma<Round>(s, p, g0, d0, d1, width);
+        drawLuma<Round, Clamp>(s, p, g0, d0, d1, width);
     } else {
-        if (d0 != nullptr) drawLuma<Round>(s, p, g0, d0, nullptr, width);
-        drawLuma<Round>(s, p, g1, d1, nullptr, width);
+        if (d0 != nullptr) drawLuma<Round, Clamp>(s, p, g0, d0, nullptr, width);
+        drawLuma<Round, Clamp>(s, p, g1, d1, nullptr, width);
     }
-    if (p.chroma) drawChroma<Round, Planar>(a, p, gc, k, width);
+    if (p.chroma) drawChroma<Round, Planar, Clamp>(a, p, gc, k, width);
+    return true;
+}
+
+// The lane limits of a clamped span; false when the image is too wide for
+// Q15 lanes.
+template <bool Clamp>
+inline bool topsOf(const SrcPlanes &s, Tops *t) {
+    t->luma = t->chroma = 0;
+    if constexpr (Clamp) {
+        if (s.w > 32768) return false;
+        t->luma = (s.w - 1) << 15;
+        t->chroma = (s.cw - 1) << 16;
+    }
     return true;
 }
 
 // Groups of 32 pixels while they fit, else 16; a group whose lanes spread
 // too far is retried as 16, then ends the leaf's part. `at(k, width, &q)`
 // gives the positions of the group at pixel k.
-template <bool Round, bool Planar, class At>
-inline int32_t groups(const SpanArgs &a, const LinearPlan &p, At &&at) {
+template <bool Round, bool Planar, bool Clamp, class At>
+inline int32_t groups(const SpanArgs &a, const LinearPlan &p, const Tops &top, At &&at) {
     int32_t k = 0;
     bool narrow = false;  // the last try of 32 lanes spread too far
     GroupPos q;
     while (a.n - k >= 16) {
         const int32_t width = a.n - k >= 32 && !narrow ? 32 : 16;
         at(k, width, &q);
-        if (group<Round, Planar>(a, p, q, k, width)) {
+        if (group<Round, Planar, Clamp>(a, p, q, top, k, width)) {
             k += width;
             narrow = false;
         } else if (width == 16) {
@@ -318,12 +363,13 @@ inline int32_t groups(const SpanArgs &a, const LinearPlan &p, At &&at) {
     return k;
 }
 
-template <bool Round, bool Planar>
+template <bool Round, bool Planar, bool Clamp>
 int32_t linearLeaf(const SpanArgs &a) {
     LinearPlan p;
-    if (!planLinear(a, Planar ? 1 : 2, 127, &p)) return 0;
+    Tops top;
+    if (!topsOf<Clamp>(*a.src, &top) || !planLinear<Clamp>(a, Planar ? 1 : 2, 127, &p)) return 0;
     const Lanes ux = laneTimes(a.ux), uy = laneTimes(a.uy);
-    return groups<Round, Planar>(a, p, [&](int32_t k, int32_t width, GroupPos *q) {
+    return groups<Round, Planar, Clamp>(a, p, top, [&](int32_t k, int32_t width, GroupPos *q) {
         q->x0 = laneAdd(a.sx, laneMul(k, a.ux));
         q->y0 = laneAdd(a.sy, laneMul(k, a.uy));
         q->yLast = laneAdd(q->y0, laneMul(width - 1, a.uy));
@@ -338,13 +384,17 @@ int32_t linearLeaf(const SpanArgs &a) {
 // Unrotated: pixel k at 1/16 position p16 (from the group's position and
 // the offset table) becomes the Q15 lane p16 << 11, so that the linear
 // arithmetic above reads the same columns and weights; every lane sits on
-// row sy.
-template <bool Planar>
+// row sy. Clamped spans first limit p16 to two pixels beyond the image,
+// which changes no clamped tap, so that the lanes stay within 32 bits.
+template <bool Planar, bool Clamp>
 int32_t noRotLeaf(const SpanArgs &a) {
     NoRotPlan np;
-    if (!planNoRot(a, Planar ? 1 : 2, 127, &np)) return 0;
+    Tops top;
+    if (!topsOf<Clamp>(*a.src, &top) || !planNoRot<Clamp>(a, Planar ? 1 : 2, 127, &np)) return 0;
     // Keep p16 << 11 within 32 bits.
-    if (noRotP16(a, 0) < 0 || noRotP16(a, a.n - 1) >= (1 << 19)) return 0;
+    if (!Clamp && (noRotP16(a, 0) < 0 || noRotP16(a, a.n - 1) >= (1 << 19))) return 0;
+    const int32_t lo16 = -32, hi16 = 16 * a.src->w + 32;
+    const auto lane = [&](int32_t p16) { return (Clamp ? (p16 < lo16 ? lo16 : (p16 > hi16 ? hi16 : p16)) : p16) * 2048; };
     LinearPlan p;
     p.shared = true;
     p.lumaLo = np.lumaLo;
@@ -355,35 +405,40 @@ int32_t noRotLeaf(const SpanArgs &a) {
     p.chromaHi = np.chromaHi;
     const __m512i off = _mm512_loadu_si512(reinterpret_cast<const void *>(a.off16));
     const __m512i y = _mm512_set1_epi32(a.sy);
-    return groups<true, Planar>(a, p, [&](int32_t k, int32_t width, GroupPos *q) {
+    const __m512i lo16v = _mm512_set1_epi32(lo16), hi16v = _mm512_set1_epi32(hi16);
+    const auto lanes = [&](int32_t g) {
+        __m512i v = _mm512_add_epi32(off, _mm512_set1_epi32(g));
+        if constexpr (Clamp) v = _mm512_min_epi32(_mm512_max_epi32(v, lo16v), hi16v);
+        return _mm512_slli_epi32(v, 11);
+    };
+    return groups<true, Planar, Clamp>(a, p, top, [&](int32_t k, int32_t width, GroupPos *q) {
         const int32_t g0 = laneAdd(a.sx, laneMul(k, a.ux)) >> 11;
         const int32_t g1 = laneAdd(a.sx, laneMul(k + 16, a.ux)) >> 11;
-        q->x.lo = _mm512_slli_epi32(_mm512_add_epi32(off, _mm512_set1_epi32(g0)), 11);
-        q->x.hi = _mm512_slli_epi32(_mm512_add_epi32(off, _mm512_set1_epi32(g1)), 11);
+        q->x.lo = lanes(g0);
+        q->x.hi = lanes(g1);
         q->y = Lanes{y, y};
-        q->x0 = (g0 + a.off16[0]) << 11;
-        q->xc = (g0 + a.off16[p.par]) << 11;
+        q->x0 = lane(g0 + a.off16[0]);
+        q->xc = lane(g0 + a.off16[p.par]);
         q->y0 = q->yLast = q->yc = q->ycLast = a.sy;
         (void)width;
     });
 }
 
-int32_t leafGeneralSemiplanar(const SpanArgs &a) { return linearLeaf<false, false>(a); }
-int32_t leafGeneralPlanar(const SpanArgs &a) { return linearLeaf<false, true>(a); }
-int32_t leafParallelSemiplanar(const SpanArgs &a) { return linearLeaf<true, false>(a); }
-int32_t leafParallelPlanar(const SpanArgs &a) { return linearLeaf<true, true>(a); }
-int32_t leafNoRotSemiplanar(const SpanArgs &a) { return noRotLeaf<false>(a); }
-int32_t leafNoRotPlanar(const SpanArgs &a) { return noRotLeaf<true>(a); }
+// The leaves of one family, unchecked or clamped.
+template <bool Planar, bool Clamp>
+void fillFamily(SpanLeaf *slots) {
+    slots[kSpanGeneral] = linearLeaf<false, Planar, Clamp>;
+    slots[kSpanParallel] = linearLeaf<true, Planar, Clamp>;
+    slots[kSpanNoRot] = noRotLeaf<Planar, Clamp>;
+}
 
 }  // namespace
 
 void initDrawSpansAvx512Vbmi(DrawSpanTable *t) {
-    t->leaf[kSpanSemiplanar][kSpanGeneral] = leafGeneralSemiplanar;
-    t->leaf[kSpanSemiplanar][kSpanParallel] = leafParallelSemiplanar;
-    t->leaf[kSpanPlanar][kSpanGeneral] = leafGeneralPlanar;
-    t->leaf[kSpanPlanar][kSpanParallel] = leafParallelPlanar;
-    t->leaf[kSpanSemiplanar][kSpanNoRot] = leafNoRotSemiplanar;
-    t->leaf[kSpanPlanar][kSpanNoRot] = leafNoRotPlanar;
+    fillFamily<false, false>(t->leaf[kSpanSemiplanar]);
+    fillFamily<true, false>(t->leaf[kSpanPlanar]);
+    fillFamily<false, true>(t->clamped[kSpanSemiplanar]);
+    fillFamily<true, true>(t->clamped[kSpanPlanar]);
 }
 
 }  // namespace pvx_draw

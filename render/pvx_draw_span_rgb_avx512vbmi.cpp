@@ -90,12 +90,29 @@ inline __m512i perPixelBytes(__m512i col3, __m512i fx, __m512i rr, __m512i fy) {
                            _mm512_or_si512(_mm512_slli_epi32(rr, 16), _mm512_slli_epi32(fy, 24)));
 }
 
+// Clamped spans: lane positions limited to [0, top], `top` the last column
+// at weight 0, which gives the clamping reference's sums (see EdgeClamp).
+template <bool Clamp>
+inline __m512i clampLanes(__m512i x, int32_t top) {
+    if constexpr (Clamp) {
+        return _mm512_min_epi32(_mm512_max_epi32(x, _mm512_setzero_si512()), _mm512_set1_epi32(top));
+    } else {
+        (void)top;
+        return x;
+    }
+}
+
 // False when the lanes spread over too many rows.
-inline bool rowSet(__m512i x, __m512i y, int32_t x0, int32_t y0, int32_t y15, RowSet *s) {
+template <bool Clamp>
+inline bool rowSet(__m512i x, __m512i y, int32_t x0, int32_t y0, int32_t y15, int32_t top, RowSet *s) {
     const int32_t r0 = y0 >> 15, r15 = y15 >> 15;
     s->row = r0 < r15 ? r0 : r15;
     s->spread = r0 < r15 ? r15 - r0 : r0 - r15;
     if (s->spread > kRgbMaxSpread) return false;
+    if constexpr (Clamp) {
+        x = clampLanes<Clamp>(x, top);
+        x0 = x0 < 0 ? 0 : (x0 > top ? top : x0);
+    }
     s->c0 = x0 >> 15;
     const __m512i m15 = _mm512_set1_epi32(15);
     const __m512i col = _mm512_sub_epi32(_mm512_srai_epi32(x, 15), _mm512_set1_epi32(s->c0));
@@ -125,8 +142,10 @@ inline RowSet noRotRowSet(__m512i p16, int32_t r, int32_t fy) {
 struct Sums {
     __m512i h[2];
 };
+template <bool Clamp>
 inline Sums rowSums(const SrcPlanes &src, const RowSet &s, int32_t j, int32_t lo, int32_t hi) {
-    const uint8_t *p = src.y + static_cast<ptrdiff_t>(s.row + j) * src.yPitch + static_cast<ptrdiff_t>(3) * s.c0;
+    const uint8_t *p = src.y + static_cast<ptrdiff_t>(rowIn<Clamp>(s.row + j, src.h)) * src.yPitch +
+                       static_cast<ptrdiff_t>(3) * s.c0;
     const int32_t a = lo - 3 * s.c0, b = hi - 3 * s.c0;
     const __m512i w0 = _mm512_maskz_loadu_epi8(rangeBits(a, b), p);
     const uint64_t m1 = rangeBits(a - 64, b - 64);
@@ -171,12 +190,33 @@ inline void store48(uint8_t *d, const Sums *sums, const RowSet &s, int32_t from)
     _mm_storeu_si128(reinterpret_cast<__m128i *>(d + 32), _mm256_castsi256_si128(_mm512_cvtepi16_epi8(out[1])));
 }
 
-template <int K>
+// Clamped spans: the columns the taps read limited to the image; false
+// when the image is too wide for Q15 lanes.
+template <bool Clamp>
+inline bool tapBytes(const SrcPlanes &src, int64_t lo, int64_t hi, int32_t *loB, int32_t *hiB, int32_t *top) {
+    *top = 0;
+    if constexpr (Clamp) {
+        if (src.w > 32768) return false;
+        *top = (src.w - 1) << 15;
+        lo = lo < 0 ? 0 : (lo > src.w - 1 ? src.w - 1 : lo);
+        hi = hi < 0 ? 0 : (hi > src.w - 1 ? src.w - 1 : hi);
+    }
+    *loB = static_cast<int32_t>(3 * lo);
+    *hiB = static_cast<int32_t>(3 * hi + 2);
+    return true;
+}
+
+template <int K, bool Clamp>
 int32_t rgbLinear(const SpanArgs &a) {
     constexpr bool kRound = K != kSpanGeneral;
     const int32_t groups = a.n >> 4;
     if (groups == 0 || a.ux < 0 || a.ux > 65536 || a.uy < -65536 || a.uy > 65536) return 0;
     if (a.dy0 == nullptr && a.dy1 == nullptr) return 0;
+    if (Clamp && !(runFits(a.sx, a.n - 1, a.ux) && runFits(a.sy, a.n - 1, a.uy) &&
+                   runFits(static_cast<int64_t>(a.sx) + a.hx, a.n - 1, a.ux) &&
+                   runFits(static_cast<int64_t>(a.sy) + a.hy, a.n - 1, a.uy) && runFits(a.sx, 1, a.hx) &&
+                   runFits(a.sy, 1, a.hy)))
+        return 0;
     const SrcPlanes &src = *a.src;
     const bool own1 = a.dy1 != nullptr && !(a.hx == 0 && a.hy == 32768);
     const bool set0 = a.dy0 != nullptr || !own1;  // row y's taps are read
@@ -194,7 +234,8 @@ int32_t rgbLinear(const SpanArgs &a) {
         const int64_t h1 = lastTapColumn(x1, last);
         hi = hi > h1 ? hi : h1;
     }
-    const int32_t loB = static_cast<int32_t>(3 * lo), hiB = static_cast<int32_t>(3 * hi + 2);
+    int32_t loB, hiB, top;
+    if (!tapBytes<Clamp>(src, lo, hi, &loB, &hiB, &top)) return 0;
 
     const __m512i iota = _mm512_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
     const __m512i stepX = _mm512_set1_epi32(laneMul(16, a.ux)), stepY = _mm512_set1_epi32(laneMul(16, a.uy));
@@ -211,9 +252,9 @@ int32_t rgbLinear(const SpanArgs &a) {
         if (!own1) {
             // Row y+1 reads the rows below row y's taps with the same weights.
             RowSet s;
-            if (!rowSet(x, y, x0, y0, laneAdd(y0, reach15y), &s)) return k;
+            if (!rowSet<Clamp>(x, y, x0, y0, laneAdd(y0, reach15y), top, &s)) return k;
             const int32_t j0 = a.dy0 != nullptr ? 0 : 1, j1 = s.spread + (a.dy1 != nullptr ? 2 : 1);
-            for (int32_t j = j0; j <= j1; ++j) sums[j] = rowSums(src, s, j, loB, hiB);
+            for (int32_t j = j0; j <= j1; ++j) sums[j] = rowSums<Clamp>(src, s, j, loB, hiB);
             prefetchBelow(src, s, j1);
             prefetchBelow(src, s, j1 - 1);
             if (a.dy0 != nullptr) store48<kRound>(a.dy0 + o, sums, s, 0);
@@ -221,15 +262,16 @@ int32_t rgbLinear(const SpanArgs &a) {
         } else {
             RowSet s0, s1;
             const int32_t x1 = laneAdd(x0, a.hx), y1 = laneAdd(y0, a.hy);
-            if ((a.dy0 != nullptr && !rowSet(x, y, x0, y0, laneAdd(y0, reach15y), &s0)) ||
-                !rowSet(_mm512_add_epi32(x, hx), _mm512_add_epi32(y, hy), x1, y1, laneAdd(y1, reach15y), &s1))
+            if ((a.dy0 != nullptr && !rowSet<Clamp>(x, y, x0, y0, laneAdd(y0, reach15y), top, &s0)) ||
+                !rowSet<Clamp>(_mm512_add_epi32(x, hx), _mm512_add_epi32(y, hy), x1, y1, laneAdd(y1, reach15y), top,
+                               &s1))
                 return k;
             if (a.dy0 != nullptr) {
-                for (int32_t j = 0; j <= s0.spread + 1; ++j) sums[j] = rowSums(src, s0, j, loB, hiB);
+                for (int32_t j = 0; j <= s0.spread + 1; ++j) sums[j] = rowSums<Clamp>(src, s0, j, loB, hiB);
                 prefetchBelow(src, s0, s0.spread + 1);
                 store48<kRound>(a.dy0 + o, sums, s0, 0);
             }
-            for (int32_t j = 0; j <= s1.spread + 1; ++j) sums[j] = rowSums(src, s1, j, loB, hiB);
+            for (int32_t j = 0; j <= s1.spread + 1; ++j) sums[j] = rowSums<Clamp>(src, s1, j, loB, hiB);
             prefetchBelow(src, s1, s1.spread + 1);
             store48<kRound>(a.dy1 + o, sums, s1, 0);
         }
@@ -242,23 +284,30 @@ int32_t rgbLinear(const SpanArgs &a) {
 }
 
 // Unrotated: every pixel reads rows r and r + 1 (row y+1: r + 1 and r + 2)
-// at the 1/16 positions the offset table gives.
+// at the 1/16 positions the offset table gives (clamped spans: limited to
+// [0, 16 * (w - 1)]).
+template <bool Clamp>
 int32_t rgbNoRot(const SpanArgs &a) {
     const int32_t groups = a.n >> 4;
     if (groups == 0 || a.ux < 0 || a.ux > 65536) return 0;
+    if (Clamp && !runFits(a.sx, a.n - 1, a.ux)) return 0;
     const SrcPlanes &src = *a.src;
     const int32_t p0 = noRotP16(a, 0) >> 4, p1 = noRotP16(a, a.n - 1) >> 4;
-    const int32_t loB = 3 * p0, hiB = 3 * ((p0 > p1 ? p0 : p1) + 1) + 2;
+    int32_t loB, hiB, top;
+    if (!tapBytes<Clamp>(src, p0, (p0 > p1 ? p0 : p1) + 1, &loB, &hiB, &top)) return 0;
+    const __m512i top16 = _mm512_set1_epi32(16 * (src.w - 1));
     const int32_t r = a.sy >> 15, fy = (a.sy >> 11) & 15;
     const __m512i off = _mm512_loadu_si512(reinterpret_cast<const void *>(a.off16));
     Sums sums[3];
     for (int32_t g = 0; g < groups; ++g) {
         const int32_t k = 16 * g;
         const int32_t base = laneAdd(a.sx, laneMul(k, a.ux)) >> 11;
-        const RowSet s = noRotRowSet(_mm512_add_epi32(off, _mm512_set1_epi32(base)), r, fy);
+        __m512i p16 = _mm512_add_epi32(off, _mm512_set1_epi32(base));
+        if constexpr (Clamp) p16 = _mm512_min_epi32(_mm512_max_epi32(p16, _mm512_setzero_si512()), top16);
+        const RowSet s = noRotRowSet(p16, r, fy);
         const ptrdiff_t o = static_cast<ptrdiff_t>(a.dx + k) * 3;
         for (int32_t j = a.dy0 != nullptr ? 0 : 1; j <= (a.dy1 != nullptr ? 2 : 1); ++j)
-            sums[j] = rowSums(src, s, j, loB, hiB);
+            sums[j] = rowSums<Clamp>(src, s, j, loB, hiB);
         prefetchBelow(src, s, 2);
         prefetchBelow(src, s, 1);
         if (a.dy0 != nullptr) store48<true>(a.dy0 + o, sums, s, 0);
@@ -270,9 +319,12 @@ int32_t rgbNoRot(const SpanArgs &a) {
 }  // namespace
 
 void initDrawSpansRgbAvx512Vbmi(DrawSpanTable *t) {
-    t->leaf[kSpanRgb][kSpanGeneral] = rgbLinear<kSpanGeneral>;
-    t->leaf[kSpanRgb][kSpanParallel] = rgbLinear<kSpanParallel>;
-    t->leaf[kSpanRgb][kSpanNoRot] = rgbNoRot;
+    t->leaf[kSpanRgb][kSpanGeneral] = rgbLinear<kSpanGeneral, false>;
+    t->leaf[kSpanRgb][kSpanParallel] = rgbLinear<kSpanParallel, false>;
+    t->leaf[kSpanRgb][kSpanNoRot] = rgbNoRot<false>;
+    t->clamped[kSpanRgb][kSpanGeneral] = rgbLinear<kSpanGeneral, true>;
+    t->clamped[kSpanRgb][kSpanParallel] = rgbLinear<kSpanParallel, true>;
+    t->clamped[kSpanRgb][kSpanNoRot] = rgbNoRot<true>;
 }
 
 }  // namespace pvx_draw

@@ -62,6 +62,9 @@ void initDrawSpansRgbNeon(DrawSpanTable *t) {
     t->leaf[kSpanRgb][kSpanGeneral] = rgbGroups<RgbNeon, kSpanGeneral>;
     t->leaf[kSpanRgb][kSpanParallel] = rgbGroups<RgbNeon, kSpanParallel>;
     t->leaf[kSpanRgb][kSpanNoRot] = rgbGroups<RgbNeon, kSpanNoRot>;
+    t->clamped[kSpanRgb][kSpanGeneral] = rgbGroups<RgbNeon, kSpanGeneral, true>;
+    t->clamped[kSpanRgb][kSpanParallel] = rgbGroups<RgbNeon, kSpanParallel, true>;
+    t->clamped[kSpanRgb][kSpanNoRot] = rgbGroups<RgbNeon, kSpanNoRot, true>;
 }
 
 }  // namespace pvx_draw

@@ -11,6 +11,9 @@ void initDrawSpansRgbSsse3(DrawSpanTable *t) {
     t->leaf[kSpanRgb][kSpanGeneral] = rgbGroups<rgb_ssse3::Arith, kSpanGeneral>;
     t->leaf[kSpanRgb][kSpanParallel] = rgbGroups<rgb_ssse3::Arith, kSpanParallel>;
     t->leaf[kSpanRgb][kSpanNoRot] = rgbGroups<rgb_ssse3::Arith, kSpanNoRot>;
+    t->clamped[kSpanRgb][kSpanGeneral] = rgbGroups<rgb_ssse3::Arith, kSpanGeneral, true>;
+    t->clamped[kSpanRgb][kSpanParallel] = rgbGroups<rgb_ssse3::Arith, kSpanParallel, true>;
+    t->clamped[kSpanRgb][kSpanNoRot] = rgbGroups<rgb_ssse3::Arith, kSpanNoRot, true>;
 }
 
 }  // namespace pvx_draw

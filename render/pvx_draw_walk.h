@@ -5,10 +5,10 @@
 // Each kernel is a per-cell set-up (fixed-point corners, steps, the boundary
 // trimming, the destination clip) plus, per row pair, a span (SpanArgs)
 // that is drawn unchecked when its taps are provably inside the source
-// (pvx_draw_inside.h) and clamped otherwise. An unchecked bilinear 4:2:0
-// span goes through the dispatch table (pvx_draw_span.h): a vector leaf
-// draws its whole 16-pixel groups and the C reference
-// (pvx_draw_reference.h) the rest.
+// (pvx_draw_inside.h) and clamped otherwise. A bilinear span of the 4:2:0
+// and three-bytes-a-pixel families, unchecked or clamped, goes through the
+// dispatch table (pvx_draw_span.h): a vector leaf draws its whole 16-pixel
+// groups and the C reference (pvx_draw_reference.h) the rest.
 //
 // Memory safety: a tap never reads outside the source. The cell test of the
 // renderer admits corners at x = width and y = height, the second row of a
@@ -114,6 +114,19 @@ struct Cell {
 // image has them, and the bound keeps every set-up product within 64 bits.
 constexpr int64_t kMaxCellExtent = static_cast<int64_t>(1) << 30;
 
+// The cell's origin and its Q15 left-edge corners with their advance per
+// row pair (c->w and c->h already set, both at least 1).
+inline void cellCorners(const double *k, const int32_t *rect, Cell *c) {
+    c->x0 = rect[0];
+    c->y0 = rect[1];
+    c->tlx = toQ15(k[0]);
+    c->tly = toQ15(k[1]);
+    c->blx = toQ15(k[4]);
+    c->bly = toQ15(k[5]);
+    c->dsx0 = sat32(2 * (static_cast<int64_t>(c->blx) - c->tlx) / c->h);
+    c->dsy0 = sat32(2 * (static_cast<int64_t>(c->bly) - c->tly) / c->h);
+}
+
 // Fills `c` and returns PVX_OK with *draw set when there is something to
 // draw. Both images must be of the family's formats and carry its planes.
 template <class L>
@@ -140,12 +153,11 @@ pvx_Result prepareCell(const pvx_Renderer2_DrawArg *arg, Cell *c, bool *draw) {
     if (c->s.w < 1 || c->s.h < 1 || c->d.w < 1 || c->d.h < 1) return PVX_OK;
 
     const int32_t *rect = arg->cellRect;
-    c->x0 = rect[0];
-    c->y0 = rect[1];
     c->w = static_cast<int64_t>(rect[2]) - rect[0];
     c->h = static_cast<int64_t>(rect[3]) - rect[1];
     if (c->w < 1 || c->h < 1) return PVX_OK;
     if (c->w > kMaxCellExtent || c->h > kMaxCellExtent) return PVX_ERROR_PARAM;
+    cellCorners(arg->corners, rect, c);
 
     // Row pairs y0 + 2p with a row inside [0, dst height) and y0 + 2p < y1.
     const int64_t yEnd = min64(rect[3], c->d.h);
@@ -154,14 +166,6 @@ pvx_Result prepareCell(const pvx_Renderer2_DrawArg *arg, Cell *c, bool *draw) {
     c->cBegin = max64(0, -c->x0);
     c->cEnd = min64(c->w - 1, static_cast<int64_t>(c->d.w) - 1 - c->x0);
     if (c->pBegin >= c->pEnd || c->cBegin > c->cEnd) return PVX_OK;
-
-    const double *k = arg->corners;
-    c->tlx = toQ15(k[0]);
-    c->tly = toQ15(k[1]);
-    c->blx = toQ15(k[4]);
-    c->bly = toQ15(k[5]);
-    c->dsx0 = sat32(2 * (static_cast<int64_t>(c->blx) - c->tlx) / c->h);
-    c->dsy0 = sat32(2 * (static_cast<int64_t>(c->bly) - c->tly) / c->h);
     *draw = true;
     return PVX_OK;
 }
@@ -192,6 +196,107 @@ void pairDestinations(const Cell &c, int64_t p, SpanArgs *a) {
 }
 
 // ---------------------------------------------------------------------------
+// Steps and positions of the three sampling kernels (described below),
+// shared by the walk and by the proof that a whole cell lies inside.
+
+struct CellSteps {
+    int64_t uxT = 0, uyT = 0, dux = 0, duy = 0;   // general: Q31 top-edge steps, their change per pair
+    int32_t ux = 0, uy = 0;                       // parallelogram and unrotated: Q15 steps
+    int32_t hx = 0, hy = 32768;                   // Q15 offset of row y+1 from row y
+    int32_t off16[16] = {0};                      // unrotated: offsets of a 16-pixel group
+};
+
+template <int K>
+void cellSteps(const double *k, const Cell &c, CellSteps *s) {
+    if constexpr (K == kGeneral) {
+        s->uxT = stepQ31(k[2] - k[0], c.w);
+        s->uyT = stepQ31(k[3] - k[1], c.w);
+        s->dux = 2 * (stepQ31(k[6] - k[4], c.w) - s->uxT) / c.h;
+        s->duy = 2 * (stepQ31(k[7] - k[5], c.w) - s->uyT) / c.h;
+    } else {
+        s->ux = stepQ15(k[2] - k[0], c.w);
+        if constexpr (K == kParallel) {
+            s->uy = stepQ15(k[3] - k[1], c.w);
+            s->hx = sat32((static_cast<int64_t>(c.blx) - c.tlx) / c.h);
+            s->hy = sat32((static_cast<int64_t>(c.bly) - c.tly) / c.h);
+        } else {
+            for (int i = 0; i < 16; ++i)
+                s->off16[i] = static_cast<int32_t>((static_cast<int64_t>(s->ux >> 3) * i) >> 8);
+        }
+    }
+}
+
+// Row-start position, along-row steps and chroma offsets of row pair p.
+struct PairPositions {
+    int32_t sx, sy, ux, uy, cox, coy;
+};
+
+template <int K>
+PairPositions pairPositions(const Cell &c, const CellSteps &s, int64_t p) {
+    PairPositions r;
+    r.sx = wadd(c.tlx, wmul(p, c.dsx0));
+    r.sy = wadd(c.tly, wmul(p, c.dsy0));
+    r.ux = s.ux;
+    r.uy = s.uy;
+    if constexpr (K == kGeneral) {
+        r.ux = q31ToQ15(s.uxT + p * s.dux);
+        r.uy = q31ToQ15(s.uyT + p * s.duy);
+    }
+    if constexpr (K == kNoRot) {
+        r.cox = ((r.ux >> 1) + 0x4000) >> 11;
+        r.coy = (c.dsy0 >> 2) + 0x4000;
+    } else {
+        // Half a step, half a row (a quarter of the pair advance) and
+        // half a pixel: the centre of the pixel's 2x2 block, rounded
+        // up so that >> 16 picks the nearest chroma sample.
+        r.cox = (r.ux >> 1) + (c.dsx0 >> 2) + 0x4000;
+        r.coy = (r.uy >> 1) + (c.dsy0 >> 2) + 0x4000;
+    }
+    return r;
+}
+
+// Whether every span the kernel of kind K can draw for a cell (corners,
+// cellRect) reads inside a source of srcW x srcH: each row pair's whole
+// row with both rows and its chroma, of which a drawn span (clipped to the
+// destination, without boundary trimming) is a part. A cell that passes
+// may skip the per-span proofs.
+template <class L, int Mode, int K>
+bool cellInside(const double *corners, const int32_t *rect, int32_t srcW, int32_t srcH) {
+    Cell c;
+    c.w = static_cast<int64_t>(rect[2]) - rect[0];
+    c.h = static_cast<int64_t>(rect[3]) - rect[1];
+    if (c.w < 1 || c.h < 1 || c.w > kMaxCellExtent || c.h > kMaxCellExtent || srcW < 1 || srcH < 1) return false;
+    cellCorners(corners, rect, &c);
+    c.s.w = srcW;
+    c.s.h = srcH;
+    c.s.cw = srcW / 2 + (srcW & 1);
+    c.s.ch = L::kChroma == kChroma420 ? srcH / 2 + (srcH & 1) : srcH;
+    CellSteps st;
+    cellSteps<K>(corners, c, &st);
+    uint8_t row = 0;   // stands for every destination row: all are present
+    SpanArgs a;
+    a.dy0 = a.dy1 = a.dc00 = a.dc01 = a.dc10 = a.dc11 = &row;
+    a.dx = 0;
+    a.n = static_cast<int32_t>(c.w);
+    a.off16 = st.off16;
+    a.hx = st.hx;
+    a.hy = st.hy;
+    a.src = &c.s;
+    for (int64_t p = 0; p < (c.h + 1) / 2; ++p) {
+        const PairPositions pp = pairPositions<K>(c, st, p);
+        a.sx = pp.sx;
+        a.sy = pp.sy;
+        a.ux = pp.ux;
+        a.uy = pp.uy;
+        a.cox = pp.cox;
+        a.coy = pp.coy;
+        const bool inside = K == kNoRot ? noRotSpanInside<L, Mode>(a) : linearSpanInside<L, Mode>(a);
+        if (!inside) return false;
+    }
+    return true;
+}
+
+// ---------------------------------------------------------------------------
 // The three sampling kernels.
 //
 // General: row starts from the left edge (TL advanced per pair by
@@ -216,60 +321,35 @@ pvx_Result drawCell(const pvx_Renderer2_DrawArg *arg) {
     bool draw = false;
     const pvx_Result r = prepareCell<L>(arg, &c, &draw);
     if (r != PVX_OK || !draw) return r;
-    const double *k = arg->corners;
-
-    int64_t uxT = 0, uyT = 0, dux = 0, duy = 0;
-    int32_t ux = 0, uy = 0, hx = 0, hy = 32768;
-    int32_t off16[16] = {0};
-    if constexpr (K == kGeneral) {
-        uxT = stepQ31(k[2] - k[0], c.w);
-        uyT = stepQ31(k[3] - k[1], c.w);
-        dux = 2 * (stepQ31(k[6] - k[4], c.w) - uxT) / c.h;
-        duy = 2 * (stepQ31(k[7] - k[5], c.w) - uyT) / c.h;
-    } else {
-        ux = stepQ15(k[2] - k[0], c.w);
-        if constexpr (K == kParallel) {
-            uy = stepQ15(k[3] - k[1], c.w);
-            hx = sat32((static_cast<int64_t>(c.blx) - c.tlx) / c.h);
-            hy = sat32((static_cast<int64_t>(c.bly) - c.tly) / c.h);
-        } else {
-            for (int i = 0; i < 16; ++i) off16[i] = static_cast<int32_t>((static_cast<int64_t>(ux >> 3) * i) >> 8);
-        }
-    }
+    CellSteps st;
+    cellSteps<K>(arg->corners, c, &st);
     // Limits of the trimming.
     const int64_t lx = K == kNoRot ? (static_cast<int64_t>(c.s.w) - 1) * 32768 : static_cast<int64_t>(c.s.w) * 32768 - 0x10000;
     const int64_t ly = static_cast<int64_t>(c.s.h) * 32768 - 0x10000;
 
     SpanArgs a;
     a.src = &c.s;
-    a.off16 = off16;
-    a.hx = hx;
-    a.hy = hy;
-    a.cox = a.coy = 0;
-    if constexpr (K == kNoRot) {
-        a.cox = ((ux >> 1) + 0x4000) >> 11;
-        a.coy = (c.dsy0 >> 2) + 0x4000;
-    }
-    // The leaf of the unchecked span, from the table filled at start.
-    SpanLeaf leaf = nullptr;
+    a.off16 = st.off16;
+    a.hx = st.hx;
+    a.hy = st.hy;
+    // A cell its plan found inside the source needs no per-span proof.
+    const bool interior = arg->interior != 0 && arg->boundaryCheck == 0;
+    // The leaves of the unchecked and the clamped span, from the table
+    // filled at start.
+    SpanLeaf leaf = nullptr, clampedLeaf = nullptr;
     if constexpr (Mode == kBilinear && L::kChroma == kChroma420 && L::kYStride == 1) {
-        leaf = drawSpanLeaf(L::kPlanes == kTwoPlanes ? kSpanSemiplanar : kSpanPlanar, static_cast<SpanKind>(K));
+        constexpr SpanFamily kFamily = L::kPlanes == kTwoPlanes ? kSpanSemiplanar : kSpanPlanar;
+        leaf = drawSpanLeaf(kFamily, static_cast<SpanKind>(K));
+        clampedLeaf = drawClampedSpanLeaf(kFamily, static_cast<SpanKind>(K));
     } else if constexpr (Mode == kBilinear && L::kYStride == 3 && L::kChannels == 3) {
         leaf = drawSpanLeaf(kSpanRgb, static_cast<SpanKind>(K));
+        clampedLeaf = drawClampedSpanLeaf(kSpanRgb, static_cast<SpanKind>(K));
     }
     for (int64_t p = c.pBegin; p < c.pEnd; ++p) {
-        const int32_t sx = wadd(c.tlx, wmul(p, c.dsx0)), sy = wadd(c.tly, wmul(p, c.dsy0));
-        if constexpr (K == kGeneral) {
-            ux = q31ToQ15(uxT + p * dux);
-            uy = q31ToQ15(uyT + p * duy);
-        }
-        if constexpr (K != kNoRot) {
-            // Half a step, half a row (a quarter of the pair advance) and
-            // half a pixel: the centre of the pixel's 2x2 block, rounded
-            // up so that >> 16 picks the nearest chroma sample.
-            a.cox = (ux >> 1) + (c.dsx0 >> 2) + 0x4000;
-            a.coy = (uy >> 1) + (c.dsy0 >> 2) + 0x4000;
-        }
+        const PairPositions pp = pairPositions<K>(c, st, p);
+        const int32_t sx = pp.sx, sy = pp.sy, ux = pp.ux, uy = pp.uy;
+        a.cox = pp.cox;
+        a.coy = pp.coy;
         int64_t first = 0, last = c.w - 1;
         if (arg->boundaryCheck != 0 &&
             !trimRow<K == kParallel>(c.w, sx, sy, ux, uy, lx, ly, &first, &last))
@@ -285,19 +365,21 @@ pvx_Result drawCell(const pvx_Renderer2_DrawArg *arg) {
         a.ux = ux;
         a.uy = uy;
         if constexpr (K == kNoRot) {
-            if (noRotSpanInside<L, Mode>(a)) {
+            if (interior || noRotSpanInside<L, Mode>(a)) {
                 const int32_t done = leaf != nullptr ? leaf(a) : 0;
                 if (done < a.n) spanNoRot<L, Mode, false>(done == 0 ? a : spanFrom(a, done));
             } else {
-                spanNoRot<L, Mode, true>(a);
+                const int32_t done = clampedLeaf != nullptr && a.n >= 16 ? clampedLeaf(a) : 0;
+                if (done < a.n) spanNoRot<L, Mode, true>(done == 0 ? a : spanFrom(a, done));
             }
         } else {
             constexpr bool kRound = K == kParallel;
-            if (linearSpanInside<L, Mode>(a)) {
+            if (interior || linearSpanInside<L, Mode>(a)) {
                 const int32_t done = leaf != nullptr ? leaf(a) : 0;
                 if (done < a.n) spanLinear<L, Mode, kRound, false>(done == 0 ? a : linearFrom(a, done));
             } else {
-                spanLinear<L, Mode, kRound, true>(a);
+                const int32_t done = clampedLeaf != nullptr && a.n >= 16 ? clampedLeaf(a) : 0;
+                if (done < a.n) spanLinear<L, Mode, kRound, true>(done == 0 ? a : linearFrom(a, done));
             }
         }
     }

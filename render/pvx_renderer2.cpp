@@ -17,6 +17,11 @@ namespace {
 const pvx_PelDescriptor kCellKernel = {pvx_Renderer2_workerLoop, nullptr, pvx_Renderer2_cellRoutine, nullptr,
                                        PVX_PEL_INDEXED};
 
+// Kind 1 as the renderer runs its frames: participants claim runs of cells
+// (or of a plan's items).
+const pvx_PelDescriptor kFrameKernel = {pvx_Renderer2_frameWorker, nullptr, pvx_Renderer2_frameItem, nullptr,
+                                        PVX_PEL_INDEXED};
+
 // Kind 0 for the executor: one row band per task.
 const pvx_PelDescriptor kBandTask = {pvx_Pel_taskWorker, pvx_Renderer2_bandTask, nullptr, nullptr, PVX_PEL_TASK};
 
@@ -122,7 +127,17 @@ pvx_Result renderBands(pvx_Renderer2 *renderer, const pvx_Image *dst, const pvx_
     pvx_Renderer2_BandArg band = {renderer, params, dst, src, 0, rows};
     pvx_ParallelExecutor *executor = renderer->executor;
     const int32_t workers = executor != nullptr ? pvx_ParallelExecutor_getNumberOfWorkers(executor) : 1;
-    if (executor == nullptr || workers == 1) return pvx_Renderer2_drawBand(&band);
+    if (executor == nullptr || workers == 1) {
+        // On the calling thread a plan saves the tests; the first failure ends the walk.
+        pvx_Renderer2_FrameArg frame = {{renderer, params, dst, src, 1}, nullptr};
+        const int32_t n = pvx_Renderer2_frameItems(renderer, params, &frame.items);
+        if (frame.items == nullptr) return pvx_Renderer2_drawBand(&band);
+        for (int32_t i = 0; i < n; ++i) {
+            const pvx_Result r = pvx_Renderer2_drawItem(&frame, i);
+            if (r != PVX_OK) return r;
+        }
+        return PVX_OK;
+    }
 
     int32_t bounds[6];
     int32_t bands = 0;
@@ -183,7 +198,8 @@ pvx_Result pvx_construct_Renderer2(pvx_Renderer2 *renderer, pvx_Heap2 *heap) {
 
 pvx_Result pvx_destruct_Renderer2(pvx_Renderer2 *renderer) {
     if (renderer == nullptr) return PVX_ERROR_PARAM;
-    const pvx_Result r = pvx_destruct_Renderer2_Params(&renderer->params);
+    pvx_Result r = pvx_Renderer2_destroyPlan(renderer);
+    if (r == PVX_OK) r = pvx_destruct_Renderer2_Params(&renderer->params);
     if (r == PVX_OK) memset(renderer, 0, sizeof *renderer);
     return r;
 }
@@ -228,8 +244,9 @@ pvx_Result pvx_Renderer2_render(pvx_Renderer2 *renderer, const pvx_Image *dst, c
     const pvx_Result r = prepare(renderer, dst, src);
     if (r != PVX_OK) return r;
     if (renderer->pel != nullptr) {
-        pvx_Renderer2_KernelArg arg = {renderer, params, dst, src, 1};   // one cell a task
-        return pvx_Pel_execute(renderer->pel, &kCellKernel, &arg, pvx_Renderer2_cellCount(params));
+        pvx_Renderer2_FrameArg frame = {{renderer, params, dst, src, 1}, nullptr};
+        const int32_t n = pvx_Renderer2_frameItems(renderer, params, &frame.items);
+        return pvx_Pel_execute(renderer->pel, &kFrameKernel, &frame, n);
     }
     return renderBands(renderer, dst, src, params);
 }
@@ -264,6 +281,8 @@ pvx_Result pvx_Renderer2_renderWithMvec8Real(pvx_Renderer2 *renderer, const pvx_
             return r;
         }
     }
+    // The vertices move: a plan of this lattice no longer holds.
+    if (renderer->plan.params == &renderer->params) pvx_Renderer2_forgetPlan(renderer);
     const pvx_Result r = pvx_Renderer2_Params_setMvec8Real(&renderer->params, matrix);
     if (r != PVX_OK) return r;
     return pvx_Renderer2_render(renderer, dst, src, &renderer->params);

@@ -20,9 +20,30 @@ struct pvx_Renderer2_DrawArg {
     const double *corners;    // TL.x, TL.y, TR.x, TR.y, BL.x, BL.y, BR.x, BR.y (source pixels)
     const int32_t *cellRect;  // x0, y0, x1, y1 (destination, end exclusive)
     int32_t boundaryCheck;
+    // Non-zero: the renderer's plan proved that every span of the cell reads
+    // inside the source (see pvx_draw_walk.h), so the kernel skips the
+    // per-span proofs. 0 whenever unsure.
+    int32_t interior;
 };
 
 typedef pvx_Result (*pvx_Renderer2_DrawFn)(const pvx_Renderer2_DrawArg *arg);
+
+// The cells of one lattice that a render draws, worked out once (bounds test,
+// destination box, kernel kind) by pvx_Renderer2_planCells so that frames
+// only draw. A render uses the plan while its lattice, source size, boundary
+// check and thresholds are those it was made for; whoever rewrites the
+// lattice's vertices plans again or forgets the plan.
+struct pvx_Renderer2_CellPlan {
+    const pvx_Renderer2_Params *params;   // null: no plan
+    int32_t numX, numY;
+    int32_t srcWidth, srcHeight;
+    int32_t boundaryCheck;
+    int32_t format, mode;   // the kernels whose inside proofs the items carry
+    double twistThreshold, rotationThreshold;
+    uint32_t *items;      // heap block: cell index | kernel kind << 16 | interior << 18, in drawing order
+    int32_t count;        // items in use
+    int32_t capacity;     // items the block holds
+};
 
 enum : int32_t {
     PVX_RENDERER2_MODE_BILINEAR = 0,
@@ -52,6 +73,7 @@ struct pvx_Renderer2 {
     // draws every cell.
     int64_t clipRect[4];
     int32_t clipActive;
+    pvx_Renderer2_CellPlan plan;
 };
 
 // Argument of the renderer's kernel on the parallel layer.
@@ -92,6 +114,16 @@ pvx_Result pvx_Renderer2_renderWithMvec8Real(pvx_Renderer2 *renderer, const pvx_
                                              const pvx_Image *src, const pvx_Mvec8Real *matrix);
 pvx_Result pvx_Renderer2_renderWithMvec6F32(pvx_Renderer2 *renderer, const pvx_Image *dst,
                                             const pvx_Image *src, const int32_t *m);
+// Works out which cells of `params` a render from a source of srcWidth x
+// srcHeight draws, with which kernel, and which of them the kernels of
+// `format` (in the renderer's mode) draw wholly inside the source; later
+// renders of that lattice, source size and format skip those tests. The item block comes from the
+// renderer's heap (kept for later plans); without it, renders test every
+// cell as they go. PVX_ERROR_NOMEM then, but rendering stays correct.
+pvx_Result pvx_Renderer2_planCells(pvx_Renderer2 *renderer, const pvx_Renderer2_Params *params,
+                                   int32_t srcWidth, int32_t srcHeight, int32_t format);
+// Drops the plan (its block is kept): renders test every cell again.
+void pvx_Renderer2_forgetPlan(pvx_Renderer2 *renderer);
 pvx_Result pvx_Renderer2_getKernel(const pvx_Renderer2 *renderer, const pvx_PelDescriptor **out);
 pvx_Result pvx_Renderer2_getKernelFunc(const pvx_Renderer2 *renderer, pvx_PelIndexFn *out);
 pvx_Result pvx_Renderer2_getKernelArg(pvx_Renderer2 *renderer, pvx_Renderer2_KernelArg *arg,

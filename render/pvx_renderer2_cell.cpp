@@ -45,32 +45,33 @@ int32_t pvx_Renderer2_cellCount(const pvx_Renderer2_Params *params) {
     return n > INT32_MAX ? INT32_MAX : static_cast<int32_t>(n);
 }
 
-pvx_Result pvx_Renderer2_drawCell(const pvx_Renderer2 *renderer, const pvx_Renderer2_Params *params,
-                                  const pvx_Image *dst, const pvx_Image *src, int32_t cell) {
+bool pvx_Renderer2_cellInClip(const pvx_Renderer2 *renderer, const pvx_Renderer2_Params *params, int32_t cell) {
+    return !renderer->clipActive || writesIntoClip(renderer, params, cell + cell / (params->numX - 1));
+}
+
+int32_t pvx_Renderer2_classifyCell(const pvx_Renderer2 *renderer, const pvx_Renderer2_Params *params,
+                                   const int32_t *srcRect, int32_t cell) {
     const int32_t nx = params->numX;
-    const int32_t row = cell / (nx - 1);
-    const int32_t v = cell + row;   // top-left vertex
+    const int32_t v = cell + cell / (nx - 1);   // top-left vertex
     const int32_t vr = v + 1, vb = v + nx, vbr = v + nx + 1;
-    if (renderer->clipActive && !writesIntoClip(renderer, params, v)) return PVX_OK;
     const double corners[8] = {params->srcX[v],  params->srcY[v],  params->srcX[vr],  params->srcY[vr],
                                params->srcX[vb], params->srcY[vb], params->srcX[vbr], params->srcY[vbr]};
 
     // 1. Source bounds, compared as doubles; a NaN is never inside.
-    const int32_t *sr = renderer->srcRect;
     if (renderer->boundaryCheck == 0) {
         for (int i = 0; i < 8; i += 2)
-            if (!cornerInside(sr, corners[i], corners[i + 1])) return PVX_OK;
+            if (!cornerInside(srcRect, corners[i], corners[i + 1])) return PVX_RENDERER2_CELL_SKIPPED;
     } else {
         bool any = false;
         for (int i = 0; i < 8; ++i)
-            if (corners[i] >= kFarCoordinate) return PVX_OK;
-        for (int i = 0; i < 8; i += 2) any = any || cornerInside(sr, corners[i], corners[i + 1]);
-        if (!any) return PVX_OK;
+            if (corners[i] >= kFarCoordinate) return PVX_RENDERER2_CELL_SKIPPED;
+        for (int i = 0; i < 8; i += 2) any = any || cornerInside(srcRect, corners[i], corners[i + 1]);
+        if (!any) return PVX_RENDERER2_CELL_SKIPPED;
     }
 
     // 2. Destination box.
-    const int32_t cellRect[4] = {params->dstX[v], params->dstY[v], params->dstX[vbr], params->dstY[vbr]};
-    if (!(cellRect[0] < cellRect[2] && cellRect[1] < cellRect[3])) return PVX_OK;
+    if (!(params->dstX[v] < params->dstX[vbr] && params->dstY[v] < params->dstY[vbr]))
+        return PVX_RENDERER2_CELL_SKIPPED;
 
     // 3. Classification. Every test is written so that a NaN measure fails
     // toward the general kernel (twists) or the parallelogram kernel (slope).
@@ -79,27 +80,44 @@ pvx_Result pvx_Renderer2_drawCell(const pvx_Renderer2 *renderer, const pvx_Rende
     const int64_t top = static_cast<int64_t>(params->dstX[vr]) - params->dstX[v];
     const int64_t left = static_cast<int64_t>(params->dstY[vb]) - params->dstY[v];
     const double s = static_cast<double>(top > left ? top : left);
-    pvx_Renderer2_DrawFn fn = renderer->drawRect;
-    if (s != 0) {
-        const double twistX = (corners[0] + corners[6] - corners[2] - corners[4]) * 128 / s;
-        if (fabs(twistX) < renderer->twistThreshold) {
-            const double twistY = (corners[1] + corners[7] - corners[3] - corners[5]) * 128 / s;
-            if (fabs(twistY) < renderer->twistThreshold) {
-                const double slope = (corners[1] - corners[3]) * 128 / s;
-                fn = fabs(slope) < renderer->rotationThreshold ? renderer->drawRectNoRot : renderer->drawRectParallel;
-            }
-        }
-    }
-    if (fn == nullptr) return PVX_ERROR_FORMAT;   // no kernels chosen
+    if (s == 0) return PVX_RENDERER2_CELL_GENERAL;
+    const double twistX = (corners[0] + corners[6] - corners[2] - corners[4]) * 128 / s;
+    if (!(fabs(twistX) < renderer->twistThreshold)) return PVX_RENDERER2_CELL_GENERAL;
+    const double twistY = (corners[1] + corners[7] - corners[3] - corners[5]) * 128 / s;
+    if (!(fabs(twistY) < renderer->twistThreshold)) return PVX_RENDERER2_CELL_GENERAL;
+    const double slope = (corners[1] - corners[3]) * 128 / s;
+    return fabs(slope) < renderer->rotationThreshold ? PVX_RENDERER2_CELL_NOROT : PVX_RENDERER2_CELL_PARALLEL;
+}
 
-    // 4. The kernel.
+pvx_Result pvx_Renderer2_drawClassified(const pvx_Renderer2 *renderer, const pvx_Renderer2_Params *params,
+                                        const pvx_Image *dst, const pvx_Image *src, int32_t cell, int32_t kind,
+                                        int32_t interior) {
+    const int32_t nx = params->numX;
+    const int32_t v = cell + cell / (nx - 1);   // top-left vertex
+    const int32_t vr = v + 1, vb = v + nx, vbr = v + nx + 1;
+    const pvx_Renderer2_DrawFn fn = kind == PVX_RENDERER2_CELL_NOROT     ? renderer->drawRectNoRot
+                                    : kind == PVX_RENDERER2_CELL_PARALLEL ? renderer->drawRectParallel
+                                                                          : renderer->drawRect;
+    if (fn == nullptr) return PVX_ERROR_FORMAT;   // no kernels chosen
+    const double corners[8] = {params->srcX[v],  params->srcY[v],  params->srcX[vr],  params->srcY[vr],
+                               params->srcX[vb], params->srcY[vb], params->srcX[vbr], params->srcY[vbr]};
+    const int32_t cellRect[4] = {params->dstX[v], params->dstY[v], params->dstX[vbr], params->dstY[vbr]};
     pvx_Renderer2_DrawArg arg;
     arg.dst = dst;
     arg.src = src;
     arg.corners = corners;
     arg.cellRect = cellRect;
     arg.boundaryCheck = renderer->boundaryCheck;
+    arg.interior = interior;
     return fn(&arg);
+}
+
+pvx_Result pvx_Renderer2_drawCell(const pvx_Renderer2 *renderer, const pvx_Renderer2_Params *params,
+                                  const pvx_Image *dst, const pvx_Image *src, int32_t cell) {
+    if (!pvx_Renderer2_cellInClip(renderer, params, cell)) return PVX_OK;
+    const int32_t kind = pvx_Renderer2_classifyCell(renderer, params, renderer->srcRect, cell);
+    if (kind == PVX_RENDERER2_CELL_SKIPPED) return PVX_OK;
+    return pvx_Renderer2_drawClassified(renderer, params, dst, src, cell, kind, 0);
 }
 
 pvx_Result pvx_Renderer2_cellRoutine(void *arg, int32_t index, const pvx_PelInfo *info) {

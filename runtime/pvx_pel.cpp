@@ -106,6 +106,7 @@ void freeCommand(pvx_Pel *pel, uint32_t slot) {
 void pushReady(pvx_Pel *pel, uint32_t slot) {
     pel->commands[slot].state = PVX_PEL_EVENT_STATE_READY;
     append(pel, pel->readyCount, pel->readyHead, pel->readyTail, slot);
+    pel->news.fetch_add(1, std::memory_order_release);
 }
 
 void popReady(pvx_Pel *pel) {
@@ -124,6 +125,7 @@ void freeBlock(pvx_Pel *pel, uint32_t b) {
     pel->blocks[b].next = static_cast<uint16_t>(pel->blockHead);
     pel->blockHead = b;
     ++pel->freeBlocks;
+    pel->news.fetch_add(1, std::memory_order_release);
     // A kernel at the ready head may have been waiting for a block.
     if (pel->readyCount > 0) announceWork(pel);
 }
@@ -134,6 +136,7 @@ void complete(pvx_Pel *pel, uint32_t slot, pvx_Result result) {
     c.ended = nowMicros(pel);
     c.state = PVX_PEL_EVENT_STATE_COMPLETE;
     --pel->incomplete;
+    pel->news.fetch_add(1, std::memory_order_release);
     bool madeReady = false;
     uint32_t n = c.dependants;
     while (n != PVX_PEL_NO_NODE) {
@@ -248,6 +251,39 @@ void runJob(pvx_Pel *pel, const Job &job, const Caller &caller) {
     finishJob(pel, job, r);
 }
 
+// How long a thread that ran out of work watches for news before it sleeps
+// on a condition. Frames take a millisecond or two and a sleeping thread
+// takes tens of microseconds to wake, so a participant that waits for the
+// last run of a frame, or a worker between the two commands of a zoomed
+// frame, does better to spin briefly.
+constexpr uint64_t kSpinNanoseconds = 100000;
+
+inline void cpuRelax() {
+#if defined(__x86_64__) || defined(__i386__)
+    __builtin_ia32_pause();
+#elif defined(__aarch64__) || (defined(__arm__) && defined(__ARM_ARCH) && __ARM_ARCH >= 7)
+    __asm__ __volatile__("yield");
+#endif
+}
+
+// With the pool lock held on entry and on return: releases it and watches
+// the news counter for up to kSpinNanoseconds. True when something happened.
+bool spinForNews(pvx_Pel *pel) {
+    const uint32_t seen = pel->news.load(std::memory_order_acquire);
+    pvx_Lock_unlock(poolLock(pel));
+    const uint64_t start = pvx_Env_getTick();
+    for (uint32_t i = 0;; ++i) {
+        cpuRelax();
+        if (pel->news.load(std::memory_order_acquire) != seen) break;
+        if ((i & 63) == 63 && pvx_Env_getTick() - start >= kSpinNanoseconds) break;
+    }
+    pvx_Lock_lock(poolLock(pel));
+    // Looked at again under the lock: news that came after the spin gave up
+    // but before the lock was taken back would otherwise be slept through,
+    // its signal having gone to nobody.
+    return pel->news.load(std::memory_order_relaxed) != seen;
+}
+
 // Sleeps on the completion condition with the wait time-out.
 pvx_Result sleepForCompletion(pvx_Pel *pel, const Caller &caller) {
     ++pel->sleepingWaiters;
@@ -313,6 +349,8 @@ pvx_Result helpOrSleep(pvx_Pel *pel, Caller *caller) {
         runJob(pel, job, *caller);
         return PVX_OK;
     }
+    // The caller re-checks what it waits for after news.
+    if (spinForNews(pel)) return PVX_OK;
     return sleepForCompletion(pel, *caller);
 }
 
@@ -458,11 +496,19 @@ pvx_Result workerMain(void *p) {
     pvx_Syscall_setThreadAffinityMask(pel->env, 1u << pel->cpuList[self.worker]);
 
     pvx_Lock_lock(poolLock(pel));
+    bool worked = false;
     while (pel->stop == 0) {
         Job job;
         if (takeWork(pel, &job)) {
             runJob(pel, job, self);
+            worked = true;
             continue;
+        }
+        // Right after a job more work tends to follow (the next command of
+        // the same frame): watch for it before sleeping.
+        if (worked) {
+            worked = false;
+            if (spinForNews(pel)) continue;
         }
         ++pel->idleWorkers;
         const pvx_Result r = pvx_Condition_await(workCondition(pel));
@@ -522,6 +568,7 @@ void resetPools(pvx_Pel *pel) {
     pel->stop = 0;
     pel->tableCount = 0;
     pel->startedThreads.store(0, std::memory_order_relaxed);
+    pel->news.store(0, std::memory_order_relaxed);
 }
 
 // Processor numbers of the set bits from 31 down to 0, repeated to fill the list.
@@ -537,6 +584,7 @@ pvx_Result shutDown(pvx_Pel *pel) {
     pvx_Result r = PVX_OK;
     if (pvx_Lock_lock(poolLock(pel)) == PVX_OK) {
         pel->stop = 1;
+        pel->news.fetch_add(1, std::memory_order_release);
         pvx_Condition_signalAll(workCondition(pel));
         pvx_Condition_signalAll(doneCondition(pel));
         pvx_Lock_unlock(poolLock(pel));

@@ -108,6 +108,10 @@ struct pvx_Pel {
     int32_t sleepingWaiters;      // every thread asleep on the completion condition
 
     std::atomic<int32_t> startedThreads;
+    // Bumped (under the pool lock) whenever work becomes ready or a command
+    // completes, so that a thread that just ran out of work can watch for
+    // the next event for a moment without the lock before it sleeps.
+    std::atomic<uint32_t> news;
     int32_t tableCount;           // (thread id, worker) sorted by id; under locks[1]
     pvx_PelThreadEntry table[PVX_PEL_MAX_THREADS];
     pvx_PelWorkerArg workerArgs[PVX_PEL_MAX_THREADS];

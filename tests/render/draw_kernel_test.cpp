@@ -62,7 +62,7 @@ const char *kSlotNames[3] = {"drawRect", "drawRectParallel", "drawRectNoRot"};
 
 pvx_Result draw(pvx_Renderer2_DrawFn fn, Image &dst, const Image &src, const double *corners, const int32_t *rect,
                 int32_t bc) {
-    pvx_Renderer2_DrawArg a;
+    pvx_Renderer2_DrawArg a{};
     a.dst = dst.image();
     a.src = src.image();
     a.corners = corners;

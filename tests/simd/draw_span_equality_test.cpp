@@ -5,6 +5,8 @@
 // source row sits against a guard page (after the last column the
 // reference's taps reach, or before the first), rows outside the taps' range
 // are not mapped, so a leaf that reads outside the taps' rectangle crashes.
+// Clamped leaves get small images and spans that straddle an edge, a corner
+// or lie wholly outside, the image's own rows and columns guarded alike.
 // bench/leaf_bench times each leaf against its reference.
 #include <gtest/gtest.h>
 #include <sys/mman.h>
@@ -14,6 +16,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <random>
 #include <string>
 #include <vector>
@@ -39,7 +42,7 @@ public:
     enum class Side { End, Start };
     RowGuardedPlane(int32_t firstRow, int32_t rows, int32_t edge, Side side, std::mt19937_64 &rng) {
         page_ = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-        size_ = (2 * static_cast<size_t>(rows) + 1) * page_;
+        size_ = (2 * static_cast<size_t>(rows) + 3) * page_;   // the row after the last is a guard too
         void *m = mmap(nullptr, size_, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
         if (m == MAP_FAILED) abort();
         map_ = static_cast<uint8_t *>(m);
@@ -145,6 +148,36 @@ int32_t randomSlope(std::mt19937_64 &rng) {
     }
 }
 
+// A clamped span on an image of w x h: the case's steps and rows, its start
+// moved so that the span leaves the image over an edge or a corner, or lies
+// wholly (or far) outside it, or its positions wrap at 32 bits.
+void straddle(std::mt19937_64 &rng, int32_t w, int32_t h, Case *c) {
+    SpanArgs &a = c->a;
+    const int64_t along = static_cast<int64_t>(a.n) * a.ux;   // Q15 length of the span along x
+    const auto pick = [&](int32_t size, int64_t reach) -> int64_t {
+        const int64_t q = static_cast<int64_t>(size) << 15;
+        switch (rng() % 7) {
+            case 6:  // at the ends of 32-bit positions, where the span's sums wrap
+                return (rng() % 2 ? INT32_MAX - static_cast<int64_t>(rng() % 0x200000)
+                                  : INT32_MIN + static_cast<int64_t>(rng() % 0x200000));
+            case 0:  // starting before the first column or row
+                return -static_cast<int64_t>(rng() % (3 * 32768)) - (reach > 0 ? static_cast<int64_t>(rng() % (reach / 2 + 1)) : 0);
+            case 1:  // reaching past the last
+                return q - reach / 2 - static_cast<int64_t>(rng() % (3 * 32768));
+            case 2:  // near the last, fractions that hit the edge pair
+                return q - 32768 * static_cast<int64_t>(1 + rng() % 2) + static_cast<int64_t>(rng() % 32768);
+            case 3:  // wholly beyond either end
+                return rng() % 2 ? -reach - 32768 * static_cast<int64_t>(2 + rng() % 40) : q + 32768 * static_cast<int64_t>(rng() % 40);
+            case 4:  // far out, thousands of pixels
+                return (rng() % 2 ? -1 : 1) * 32768 * static_cast<int64_t>(1000 + rng() % 30000);
+            default:  // inside
+                return static_cast<int64_t>(rng() % static_cast<uint64_t>(q));
+        }
+    };
+    a.sx = static_cast<int32_t>(pick(w, along));
+    a.sy = static_cast<int32_t>(pick(h, static_cast<int64_t>(a.n) * a.uy));
+}
+
 Case randomCase(std::mt19937_64 &rng, SpanKind kind, SpanFamily family) {
     Case c;
     c.kind = kind;
@@ -212,6 +245,39 @@ std::string describe(const Case &c) {
            " chroma=" + std::to_string(c.chroma);
 }
 
+// Guarded source planes of one case: around the taps' rectangle (unchecked
+// spans) or the image (clamped spans).
+struct Source {
+    std::unique_ptr<RowGuardedPlane> y, u, v;
+    SrcPlanes s;
+    Source(const Case &c, bool clamped, int32_t w, int32_t h, std::mt19937_64 &rng) {
+        const auto side = rng() & 1 ? RowGuardedPlane::Side::End : RowGuardedPlane::Side::Start;
+        const bool end = side == RowGuardedPlane::Side::End;
+        const int32_t px = c.rgb ? 3 : 1, cb = c.planar ? 1 : 2;
+        const int32_t cw = w / 2 + (w & 1), ch = h / 2 + (h & 1);
+        Box luma, chroma;
+        if (clamped) {
+            luma.add(0, 0, px * w, h);
+            if (c.chroma) chroma.add(0, 0, cb * cw, ch);
+        } else {
+            reachOf(c, &luma, &chroma);
+        }
+        y.reset(new RowGuardedPlane(luma.y0, luma.y1 + 1, end ? luma.x1 : luma.x0, side, rng));
+        const bool chromaRead = !chroma.empty();
+        const int32_t cEdge = !chromaRead ? 0 : end ? chroma.x1 : chroma.x0;
+        const int32_t cFirst = chromaRead ? chroma.y0 : 0, cRows = chromaRead ? chroma.y1 + 1 : 1;
+        u.reset(new RowGuardedPlane(cFirst, cRows, cEdge, side, rng));
+        v.reset(new RowGuardedPlane(cFirst, cRows, cEdge, side, rng));
+        s.y = y->base();
+        s.yPitch = y->pitch();
+        s.c0 = u->base();
+        s.c0Pitch = u->pitch();
+        s.c1 = c.planar ? v->base() : u->base() + 1;
+        s.c1Pitch = c.planar ? v->pitch() : u->pitch();
+        s.w = w, s.h = h, s.cw = cw, s.ch = ch;   // unused by the unchecked spans
+    }
+};
+
 class SpanLeaves : public ::testing::TestWithParam<SpanKind> {};
 
 TEST_P(SpanLeaves, MatchTheReferenceAtEveryLevel) {
@@ -220,51 +286,42 @@ TEST_P(SpanLeaves, MatchTheReferenceAtEveryLevel) {
     for (uint32_t level : supportedCpuLevels()) {
         if (level == PVX_CPU_LEVEL_C) continue;
         const DrawSpanTable t = tableAt(level);
-        std::mt19937_64 rng = pvx_test::makeRng(41 + kind);
-        int32_t drawn = 0, spans = 0;
-        for (int round = 0; round < pvx_test::rounds(1200); ++round) {
-            const SpanFamily family = static_cast<SpanFamily>(round % kSpanFamilyCount);
-            const bool planar = family == kSpanPlanar;
-            const Case c = randomCase(rng, kind, family);
-            Box luma, chroma;
-            reachOf(c, &luma, &chroma);
-            const auto side = rng() & 1 ? RowGuardedPlane::Side::End : RowGuardedPlane::Side::Start;
-            const bool end = side == RowGuardedPlane::Side::End;
-            RowGuardedPlane y(luma.y0, luma.y1 + 1, end ? luma.x1 : luma.x0, side, rng);
-            const bool chromaRead = !chroma.empty();
-            const int32_t cEdge = !chromaRead ? 0 : end ? chroma.x1 : chroma.x0;
-            const int32_t cFirst = chromaRead ? chroma.y0 : 0, cRows = chromaRead ? chroma.y1 + 1 : 1;
-            RowGuardedPlane u(cFirst, cRows, cEdge, side, rng), v(cFirst, cRows, cEdge, side, rng);
-            SrcPlanes s;
-            s.y = y.base();
-            s.yPitch = y.pitch();
-            s.c0 = u.base();
-            s.c0Pitch = u.pitch();
-            s.c1 = planar ? v.base() : u.base() + 1;
-            s.c1Pitch = planar ? v.pitch() : u.pitch();
-            s.w = s.h = s.cw = s.ch = 0;  // unused by the unchecked spans
+        for (const bool clamped : {false, true}) {
+            std::mt19937_64 rng = pvx_test::makeRng(41 + kind + 8 * clamped);
+            int32_t drawn = 0, spans = 0;
+            for (int round = 0; round < pvx_test::rounds(1200); ++round) {
+                const SpanFamily family = static_cast<SpanFamily>(round % kSpanFamilyCount);
+                Case c = randomCase(rng, kind, family);
+                // Clamped: images from one pixel to a few groups, mostly a few rows.
+                const int32_t w = 1 + static_cast<int32_t>(rng() % (rng() % 4 == 0 ? 8 : 90));
+                const int32_t h = 1 + static_cast<int32_t>(rng() % (rng() % 4 == 0 ? 3 : 12));
+                if (clamped) straddle(rng, w, h, &c);
+                const Source src(c, clamped, w, h, rng);
 
-            const int32_t px = c.rgb ? 3 : 1;
-            const int32_t width = px * (c.a.dx + c.a.n + 24);
-            const SpanLeaf reference = ref.leaf[family][kind];
-            Dest want(width), got(width);
-            ASSERT_EQ(c.a.n, run(c, reference, reference, s, want));
-            const int32_t done = run(c, t.leaf[family][kind], reference, s, got);
-            ASSERT_TRUE(done % 16 == 0 || done == c.a.n) << describe(c);   // a C slot draws it all
-            ASSERT_LE(done, c.a.n) << describe(c);
-            drawn += done > 0;
-            ++spans;
-            const std::vector<uint8_t> *w[4] = {&want.y0, &want.y1, &want.c0, &want.c1};
-            const std::vector<uint8_t> *g[4] = {&got.y0, &got.y1, &got.c0, &got.c1};
-            for (int i = 0; i < 4; ++i)
-                ASSERT_TRUE(*w[i] == *g[i]) << cpuLevelName(level) << " " << describe(c) << " buffer " << i;
-            for (int32_t x = 0; x < width; ++x)   // the reference writes only its own span
-                if (x < px * c.a.dx || x >= px * (c.a.dx + c.a.n)) {
-                    ASSERT_EQ(kSentinel, want.y0[x]) << x;
-                }
+                const int32_t px = c.rgb ? 3 : 1;
+                const int32_t width = px * (c.a.dx + c.a.n + 24);
+                const SpanLeaf reference = clamped ? ref.clamped[family][kind] : ref.leaf[family][kind];
+                const SpanLeaf leaf = clamped ? t.clamped[family][kind] : t.leaf[family][kind];
+                const std::string what = std::string(cpuLevelName(level)) + (clamped ? " clamped " : " ") + describe(c) +
+                                         " image " + std::to_string(w) + "x" + std::to_string(h);
+                Dest want(width), got(width);
+                ASSERT_EQ(c.a.n, run(c, reference, reference, src.s, want));
+                const int32_t done = run(c, leaf, reference, src.s, got);
+                ASSERT_TRUE(done % 16 == 0 || done == c.a.n) << what;   // a C slot draws it all
+                ASSERT_LE(done, c.a.n) << what;
+                drawn += done > 0;
+                ++spans;
+                const std::vector<uint8_t> *wv[4] = {&want.y0, &want.y1, &want.c0, &want.c1};
+                const std::vector<uint8_t> *gv[4] = {&got.y0, &got.y1, &got.c0, &got.c1};
+                for (int i = 0; i < 4; ++i) ASSERT_TRUE(*wv[i] == *gv[i]) << what << " buffer " << i;
+                for (int32_t x = 0; x < width; ++x)   // the reference writes only its own span
+                    if (x < px * c.a.dx || x >= px * (c.a.dx + c.a.n)) {
+                        ASSERT_EQ(kSentinel, want.y0[x]) << x;
+                    }
+            }
+            // The sweep must exercise the leaf, not only its refusals.
+            EXPECT_GT(drawn, spans / (clamped ? 5 : 4)) << cpuLevelName(level) << (clamped ? " clamped" : "");
         }
-        // The sweep must exercise the leaf, not only its refusals.
-        EXPECT_GT(drawn, spans / 4) << cpuLevelName(level);
     }
 }
 
