@@ -36,9 +36,6 @@ calibration_time: "Tue Nov 24 03:00:00 2026"
 nframes: 2
 image_width: 1280
 image_height: 720
-board_width: 9
-board_height: 6
-square_size: 2.5000000372529030e-02
 # flags:  +fix_principal_point
 flags: 4
 camera_matrix: !!opencv-matrix
@@ -57,12 +54,6 @@ per_view_reprojection_errors: !!opencv-matrix
    cols: 1
    dt: f
    data: [ 2.0e-01, 2.2e-01 ]
-# a set of 6-tuples (rotation vector + translation vector) for each view
-extrinsic_parameters: !!opencv-matrix
-   rows: 2
-   cols: 6
-   dt: d
-   data: [ 0.1, 0.2, 0.3, 1., 2., 30., 0.1, 0.2, 0.3, 1., 2., 30. ]
 )";
 
 const char kXml8[] = R"(<?xml version="1.0"?>

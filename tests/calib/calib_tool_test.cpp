@@ -35,21 +35,14 @@ const char kLensfun[] = R"(<lensdatabase><lens><model>Wide 12mm</model><cropfact
 <calibration><distortion model="ptlens" focal="12" a="0.01" b="-0.03" c="0.005"/>
 <distortion model="ptlens" focal="18" a="0.005" b="-0.01" c="0.002"/></calibration></lens></lensdatabase>)";
 
-// A 640x480 I420 frame of gradients and edges.
-std::string frame() {
-    std::string bytes(640 * 480 * 3 / 2, '\x80');
-    for (int y = 0; y < 480; ++y)
-        for (int x = 0; x < 640; ++x) bytes[y * 640 + x] = static_cast<char>(((x / 16 + y / 16) % 2) ? x * 255 / 639 : 40);
-    return bytes;
-}
-
 class Tool : public ::testing::Test {
 protected:
     void SetUp() override {
         writeFile(dir.file("cam.yml"), kCalibration);
         writeFile(dir.file("phone.json"), kAndroid);
         writeFile(dir.file("lenses.xml"), kLensfun);
-        writeFile(dir.file("in.yuv"), frame());
+        writeFile(dir.file("in.yuv"),
+                  tool_test::pictureBytes(tool_test::patternFrame(tool_test::Layout::YUV420_PLANAR, 640, 480, 1)));
     }
     std::string f(const std::string &name) const { return dir.file(name); }
     TempDir dir;

@@ -7,7 +7,6 @@
 
 #include <thread>
 
-#include <limits>
 
 #include "engine_fixture.h"
 #include "frame_images.h"
@@ -24,7 +23,6 @@ using pvx_test::Frame;
 const char kFormat[] = "YUV420_SEMIPLANAR";
 const int32_t kFormatValue = 27;
 const int32_t kW = 320, kH = 240;
-const double kNaN = std::numeric_limits<double>::quiet_NaN();
 
 using pvx_test::settledThreadCount;
 using pvx_test::threadCount;
@@ -172,19 +170,6 @@ TEST(Robustness, FailedFinalizeEndsTheWorkersAndRefusesEverythingUntilFinalizedA
     expectRefusesEverything(h);
     EXPECT_EQ(PARVEX_OK, parvex_DistortionCorrection_finalize(h));
     EXPECT_EQ(nullptr, h->p);
-}
-
-TEST(Robustness, SettersRefuseNaN) {
-    Engine e(coefficientParam(kFormat, kW, kH));
-    parvex_DistortionCorrection *h = e.handle();
-    EXPECT_EQ(PARVEX_ERROR_PARAM, parvex_DistortionCorrection_setCorrectionStrength(h, kNaN));
-    EXPECT_EQ(PARVEX_ERROR_PARAM, parvex_DistortionCorrection_setInputCenter(h, kNaN, 10));
-    EXPECT_EQ(PARVEX_ERROR_PARAM, parvex_DistortionCorrection_setInputCenter(h, 10, kNaN));
-    ASSERT_EQ(PARVEX_OK, parvex_DistortionCorrection_start(h));
-    EXPECT_EQ(PARVEX_ERROR_PARAM, parvex_DistortionCorrection_setZoomRatio(h, kNaN));
-    EXPECT_EQ(PARVEX_ERROR_PARAM, parvex_DistortionCorrection_setCorrectionStrength(h, kNaN));
-    EXPECT_EQ(1.0, e.context()->zoom);
-    EXPECT_EQ(1.0, e.context()->strength);
 }
 
 // A buffer between the context and what getBufferSize asks for: whatever

@@ -5,7 +5,6 @@
 // frame call no byte outside the destination's rows may have changed (nor the
 // source, unless in place); after every finalize the process may have no more
 // threads than before the initialize.
-#include <dirent.h>
 #include <fuzzer/FuzzedDataProvider.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -20,6 +19,7 @@
 #include "runtime/pvx_heap2_fault.h"
 #include "runtime/pvx_syscall.h"
 #include "tests/support/guarded_buffer.h"
+#include "tests/support/thread_count.h"
 
 using pvx_test::GuardedBuffer;
 
@@ -47,15 +47,7 @@ bool tracing() {
 const int32_t kMaxFramePixels = 1200 * 1000;
 const size_t kSlack = 64;   // checked bytes before each plane
 
-int threadCount() {
-    int n = 0;
-    if (DIR *d = opendir("/proc/self/task")) {
-        while (dirent *e = readdir(d))
-            if (e->d_name[0] != '.') ++n;
-        closedir(d);
-    }
-    return n;
-}
+using pvx_test::threadCount;
 
 const char *const kFormats[] = {"RGB888", "BGR888", "YUV420_PLANAR", "YUV420_SEMIPLANAR", "YVU420_SEMIPLANAR",
                                 "YUV422_PLANAR", "NONE", "rgb888", ""};

@@ -130,6 +130,7 @@ TEST(ImageSizeRule, CopyExtent) {
         {26, 321, 241, 2, 161, 121}, {16, 5, 3, 0, 12, 3},        {45, 9, 2, 0, 15, 2},
         {2, 7, 3, 0, 21, 3},         {66, 5, 5, 0, 5, 5},          {66, 5, 5, 1, 4, 2},
         {2, 7, 3, 1, 0, 0},          {24, 3, 3, 1, 2, 3},          {36, 3, 3, 2, 3, 3},
+        {2, 7, 0, 0, 21, 0},         {2, 0, 3, 0, 0, 3},           // no rows, no columns
     };
     for (const Case &c : cases) {
         const pvx_PlaneSize e = pvx_Image_getPlaneExtent(c.w, c.h, c.f, c.plane);

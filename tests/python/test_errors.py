@@ -128,7 +128,7 @@ def test_closed_corrector_raises_state_error(corrector):
                    lambda: corrector.crop):
         with pytest.raises(parvex.StateError) as caught:
             action()
-        assert caught.value.code == 0x80000002 and isinstance(caught.value, RuntimeError)
+        assert caught.value.code_name == "PARVEX_ERROR_STATE" and isinstance(caught.value, RuntimeError)
 
 
 def test_calibration_errors():

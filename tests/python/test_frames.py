@@ -113,14 +113,6 @@ def test_parallel_threads_give_the_same_frames(fmt):
     assert failures == []
 
 
-def test_context_manager_and_repr():
-    with parvex.Corrector(W, H, "BGR", k=(0.1,)) as c:
-        assert "open" in repr(c) and c.format == "BGR" and c.engine_format == "BGR888"
-        assert c.k == (0.1, 0.0, 0.0, 0.0) and c.table is None and c.center == (W / 2, H / 2)
-    assert c.closed and "closed" in repr(c)
-    assert parvex.version.startswith("Parvex DistortionCorrection") and c.version == parvex.version
-
-
 def test_frame_calls_release_the_gil():
     # Python code on the main thread runs while another thread is inside a
     # frame call, which it could not if the call held the GIL.

@@ -1,13 +1,10 @@
 # Frames from the module equal the parvex tool's, byte for byte, for every
 # format, for correct and distort, with and without geometry settings.
-import subprocess
-
-import cv2
 import numpy as np
 import pytest
 
 import parvex
-from conftest import random_frame
+from conftest import FORMATS, random_frame, run_tool
 
 W, H = 640, 480
 # (name, tool options, Corrector arguments)
@@ -20,35 +17,6 @@ CASES = [
      dict(k=(0.1,), zoom=1.25, crop=(20, 10, 620, 470))),
     ("table", ["--table", "TABLE"], dict(table=((0.0, 0.5, 1.0, 1.5), (0.0, 0.56, 1.2, 1.9)))),
 ]
-FORMATS = {  # module format: (engine format, file extension)
-    "NV12": ("YUV420_SEMIPLANAR", "nv12"),
-    "NV21": ("YVU420_SEMIPLANAR", "nv21"),
-    "I420": ("YUV420_PLANAR", "yuv"),
-    "RGB": ("RGB888", "png"),
-    "BGR": ("BGR888", "png"),
-}
-
-
-def run_tool(tool, tmp_path, command, fmt, options, frame, corrector):
-    engine, ext = FORMATS[fmt]
-    src, dst = tmp_path / f"in.{ext}", tmp_path / f"out.{ext}"
-    args = [tool, command, str(src), str(dst), "--format", engine, "--quiet"]
-    if ext == "png":
-        cv2.imwrite(str(src), frame if fmt == "BGR" else cv2.cvtColor(frame, cv2.COLOR_RGB2BGR))
-    else:
-        frame.tofile(src)
-        args += ["--size", f"{W}x{H}"]
-    if "--table" in options:
-        table = tmp_path / "lens.txt"
-        table.write_text("".join(f"{x} {y}\n" for x, y in zip(*corrector.table)))
-        options = ["--table", str(table)]
-    subprocess.run(args + options, check=True)
-    if ext != "png":
-        return np.fromfile(dst, dtype=np.uint8).reshape(corrector.output_shape)
-    image = cv2.imread(str(dst), cv2.IMREAD_UNCHANGED)
-    return image if fmt == "BGR" else cv2.cvtColor(image, cv2.COLOR_BGR2RGB)
-
-
 # distort takes coefficient lenses only; the engine scales no BGR888 frames.
 RUNS = [pytest.param(command, fmt, *case, id=f"{command}-{case[0]}-{fmt}")
         for command in ("correct", "distort") for case in CASES for fmt in FORMATS
@@ -60,7 +28,11 @@ RUNS = [pytest.param(command, fmt, *case, id=f"{command}-{case[0]}-{fmt}")
 def test_frames_equal_the_tools(tool, tmp_path, command, fmt, name, options, settings):
     corrector = parvex.Corrector(W, H, fmt, **settings)  # both fill the border with black
     frame = random_frame(corrector, seed=len(name))
-    expected = run_tool(tool, tmp_path, command, fmt, options, frame, corrector)
+    if "--table" in options:
+        table = tmp_path / "lens.txt"
+        table.write_text("".join(f"{x} {y}\n" for x, y in zip(*corrector.table)))
+        options = ["--table", str(table)]
+    expected = run_tool(tool, tmp_path, command, fmt, options, frame, corrector.output_shape)
     got = corrector.process(frame) if command == "correct" else corrector.distort(frame)
     assert got.shape == expected.shape
     assert np.array_equal(got, expected)

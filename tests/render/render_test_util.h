@@ -14,7 +14,7 @@
 
 #include "image/pvx_image.h"
 #include "render/pvx_renderer2.h"
-#include "tests/support/guarded_buffer.h"
+#include "tests/support/guarded_image.h"
 
 namespace rt {
 
@@ -56,76 +56,37 @@ inline int32_t chromaHeight(const FormatInfo &fi, int32_t h) {
     return fi.chroma == kNone ? 0 : (fi.chroma == k420 ? (h + 1) / 2 : h);
 }
 
-// Bytes of one row of plane p and its row count.
-inline void planeShape(const FormatInfo &fi, int32_t w, int32_t h, int p, int32_t *rowBytes, int32_t *rows) {
-    if (p == 0) {
-        *rowBytes = fi.chroma == k422Row ? 4 * ((w + 1) / 2) : w * fi.lumaStride;
-        *rows = h;
-    } else {
-        *rowBytes = chromaWidth(fi, w) * (fi.planes == 2 ? 2 : 1);
-        *rows = chromaHeight(fi, h);
-    }
-}
-
 // ---------------------------------------------------------------------------
 // Images
 
-const uint8_t kSentinel = 0xA5;
-
-class Image {
+// An image of a format in the table above whose planes are guarded images:
+// `pad` sentinel bytes (and rows) around every plane; `guardAtStart` puts the
+// first byte of each plane right after a guard page, otherwise a tight image
+// ends at one.
+class Image : public pvx_test::GuardedImage {
 public:
-    // `pad` bytes (and rows) of sentinel around every plane; `guardAtStart`
-    // puts the first byte of each plane buffer right after a guard page.
     Image(int32_t format, int32_t width, int32_t height, int32_t pad = 0, bool guardAtStart = false)
-        : fi_(formatInfo(format)), width_(width), height_(height), pad_(pad) {
-        memset(&img_, 0, sizeof img_);
-        img_.width = width;
-        img_.height = height;
-        img_.format = format;
-        img_.external = 1;
-        for (int p = 0; p < fi_.planes; ++p) {
-            int32_t rb, rows;
-            planeShape(fi_, width, height, p, &rb, &rows);
-            rowBytes_[p] = rb;
-            rows_[p] = rows;
-            const int32_t pitch = rb + 2 * pad;
-            const size_t size = static_cast<size_t>(pitch) * (rows + 2 * pad) + 1;
-            bufs_[p].reset(new pvx_test::GuardedBuffer(
-                size, guardAtStart ? pvx_test::GuardedBuffer::Side::Start : pvx_test::GuardedBuffer::Side::End, 1));
-            memset(bufs_[p]->data(), kSentinel, size);
-            img_.dat[p] = bufs_[p]->data() + static_cast<size_t>(pitch) * pad + pad;
-            img_.pitch[p] = pitch;
-        }
-        // A tight image ends exactly at the guard page.
-        if (pad == 0 && !guardAtStart)
-            for (int p = 0; p < fi_.planes; ++p) img_.dat[p] = bufs_[p]->data() + 1;
-    }
+        : GuardedImage(width, height, format, 2 * pad,
+                       int64_t(pad) * (pvx_Image_getPlaneExtent(width, height, format, 0).pitch + 2 * pad) + pad,
+                       Pitch::Extent, guardAtStart ? pvx_test::GuardedBuffer::Side::Start : pvx_test::GuardedBuffer::Side::End),
+          fi_(formatInfo(format)) {}
 
-    pvx_Image *image() { return &img_; }
-    const pvx_Image *image() const { return &img_; }
+    pvx_Image *image() { return &img; }
+    const pvx_Image *image() const { return &img; }
     const FormatInfo &info() const { return fi_; }
-    int32_t width() const { return width_; }
-    int32_t height() const { return height_; }
-    int32_t chromaW() const { return chromaWidth(fi_, width_); }
-    int32_t chromaH() const { return chromaHeight(fi_, height_); }
+    int32_t width() const { return img.width; }
+    int32_t height() const { return img.height; }
+    int32_t chromaW() const { return chromaWidth(fi_, img.width); }
+    int32_t chromaH() const { return chromaHeight(fi_, img.height); }
 
-    uint8_t *row(int p, int32_t y) { return img_.dat[p] + static_cast<ptrdiff_t>(y) * img_.pitch[p]; }
-    const uint8_t *row(int p, int32_t y) const { return img_.dat[p] + static_cast<ptrdiff_t>(y) * img_.pitch[p]; }
-
-    uint8_t &luma(int32_t x, int32_t y, int ch = 0) { return row(0, y)[x * fi_.lumaStride + fi_.lumaOffset + ch]; }
-    uint8_t luma(int32_t x, int32_t y, int ch = 0) const {
-        return row(0, y)[x * fi_.lumaStride + fi_.lumaOffset + ch];
-    }
-    uint8_t &chroma(int k, int32_t x, int32_t y) {
-        return row(k ? fi_.c1Plane : fi_.c0Plane, y)[x * fi_.cStride + (k ? fi_.c1Offset : fi_.c0Offset)];
-    }
-    uint8_t chroma(int k, int32_t x, int32_t y) const {
+    uint8_t &luma(int32_t x, int32_t y, int ch = 0) const { return row(0, y)[x * fi_.lumaStride + fi_.lumaOffset + ch]; }
+    uint8_t &chroma(int k, int32_t x, int32_t y) const {
         return row(k ? fi_.c1Plane : fi_.c0Plane, y)[x * fi_.cStride + (k ? fi_.c1Offset : fi_.c0Offset)];
     }
     // Clamped reads (edge replicated), as the kernels define taps outside.
     uint8_t lumaAt(int64_t x, int64_t y, int ch) const {
-        return luma(static_cast<int32_t>(std::min<int64_t>(std::max<int64_t>(x, 0), width_ - 1)),
-                    static_cast<int32_t>(std::min<int64_t>(std::max<int64_t>(y, 0), height_ - 1)), ch);
+        return luma(static_cast<int32_t>(std::min<int64_t>(std::max<int64_t>(x, 0), img.width - 1)),
+                    static_cast<int32_t>(std::min<int64_t>(std::max<int64_t>(y, 0), img.height - 1)), ch);
     }
     uint8_t chromaAt(int k, int64_t x, int64_t y) const {
         return chroma(k, static_cast<int32_t>(std::min<int64_t>(std::max<int64_t>(x, 0), chromaW() - 1)),
@@ -135,33 +96,28 @@ public:
     // Every plane's bytes (rows of the image), for comparisons.
     std::vector<uint8_t> bytes() const {
         std::vector<uint8_t> v;
-        for (int p = 0; p < fi_.planes; ++p)
-            for (int32_t y = 0; y < rows_[p]; ++y) v.insert(v.end(), row(p, y), row(p, y) + rowBytes_[p]);
+        for (int p = 0; p < fi_.planes; ++p) {
+            const std::vector<uint8_t> b = plane(p);
+            v.insert(v.end(), b.begin(), b.end());
+        }
         return v;
     }
     void setBytes(const std::vector<uint8_t> &v) {
         size_t i = 0;
-        for (int p = 0; p < fi_.planes; ++p)
-            for (int32_t y = 0; y < rows_[p]; ++y, i += rowBytes_[p]) memcpy(row(p, y), &v[i], rowBytes_[p]);
+        fillPixelsWith([&] { return v[i++]; });
     }
-    void fill(uint8_t value) {
-        for (int p = 0; p < fi_.planes; ++p)
-            for (int32_t y = 0; y < rows_[p]; ++y) memset(row(p, y), value, rowBytes_[p]);
-    }
-    template <class Rng>
-    void fillRandom(Rng &rng) {
+    void fill(uint8_t value) { fillPixels(value); }
+    template <class Rng> void fillRandom(Rng &rng) {
         std::uniform_int_distribution<int> d(0, 255);
-        for (int p = 0; p < fi_.planes; ++p)
-            for (int32_t y = 0; y < rows_[p]; ++y)
-                for (int32_t x = 0; x < rowBytes_[p]; ++x) row(p, y)[x] = static_cast<uint8_t>(d(rng));
+        fillPixelsWith([&] { return static_cast<uint8_t>(d(rng)); });
     }
     // Fills luma channel c with f(c, x, y) and chroma k with f(3 + k, x, y);
     // 4:2:0 chroma sits at the centre of the luma it covers, 4:2:2 chroma
     // with the even luma samples.
     template <class F>
     void fillWith(F f) {
-        for (int32_t y = 0; y < height_; ++y)
-            for (int32_t x = 0; x < width_; ++x)
+        for (int32_t y = 0; y < img.height; ++y)
+            for (int32_t x = 0; x < img.width; ++x)
                 for (int c = 0; c < fi_.channels; ++c) luma(x, y, c) = f(c, double(x), double(y));
         const double half = fi_.chroma == k420 ? 0.5 : 0.0;
         for (int32_t y = 0; y < chromaH(); ++y)
@@ -171,25 +127,10 @@ public:
     }
 
     // The sentinel band around every plane is untouched.
-    bool bandIntact() const {
-        for (int p = 0; p < fi_.planes; ++p) {
-            const int32_t pitch = img_.pitch[p];
-            const uint8_t *base = img_.dat[p] - static_cast<ptrdiff_t>(pitch) * pad_ - pad_;
-            for (int32_t y = 0; y < rows_[p] + 2 * pad_; ++y)
-                for (int32_t x = 0; x < pitch; ++x) {
-                    const bool inside = y >= pad_ && y < pad_ + rows_[p] && x >= pad_ && x < pad_ + rowBytes_[p];
-                    if (!inside && base[static_cast<ptrdiff_t>(y) * pitch + x] != kSentinel) return false;
-                }
-        }
-        return true;
-    }
+    bool bandIntact() const { return guardsIntact(true); }
 
 private:
     FormatInfo fi_;
-    int32_t width_, height_, pad_;
-    int32_t rowBytes_[3] = {0, 0, 0}, rows_[3] = {0, 0, 0};
-    std::unique_ptr<pvx_test::GuardedBuffer> bufs_[3];
-    pvx_Image img_;
 };
 
 // ---------------------------------------------------------------------------

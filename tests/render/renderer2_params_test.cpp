@@ -1,5 +1,4 @@
-// Vertex lattice: layout rules, limits, builders, copy, clamping and
-// projective mapping.
+// Vertex lattice: layout rules, limits and builders.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -8,22 +7,13 @@
 #include <string>
 #include <vector>
 
-#include "render/pvx_mvec8real.h"
 #include "render/pvx_renderer2_params.h"
 #include "runtime/pvx_heap2.h"
-#include "tests/support/guarded_buffer.h"
+#include "tests/support/test_env.h"
 
 namespace {
 
-struct HeapArea {
-    explicit HeapArea(size_t size = 1024 * 1024) : buf(size) {
-        EXPECT_EQ(pvx_construct_Heap2(&heap, buf.data(), buf.size()), PVX_OK);
-    }
-    ~HeapArea() { pvx_destruct_Heap2(&heap); }
-    uint32_t used() const { return pvx_Heap2_getUsedSize(&heap); }
-    pvx_test::GuardedBuffer buf;
-    pvx_Heap2 heap{};   // zeroed: construction takes the record's lock word
-};
+using HeapArea = pvx_test::TestEnv;
 
 struct Lattice {
     explicit Lattice(pvx_Heap2 *heap) { EXPECT_EQ(pvx_construct_Renderer2_Params(&p, heap), PVX_OK); }
@@ -84,7 +74,7 @@ TEST(Renderer2Params, LayoutOverAssortedRectangles) {
     };
     HeapArea area;
     for (const Case &c : cases) {
-        Lattice l(&area.heap);
+        Lattice l(area.heap());
         ASSERT_EQ(pvx_Renderer2_Params_initWithGridSize(&l.p, c.rect, c.cw, c.ch), PVX_OK)
             << c.rect[0] << "," << c.rect[1] << "," << c.rect[2] << "," << c.rect[3];
         expectLayout(l.p, c.rect, c.cw, c.ch);
@@ -94,7 +84,7 @@ TEST(Renderer2Params, LayoutOverAssortedRectangles) {
 
 TEST(Renderer2Params, VertexLimit) {
     HeapArea area;
-    Lattice l(&area.heap);
+    Lattice l(area.heap());
     const int32_t exact[4] = {0, 0, 127 * 8, 127 * 8};   // 128 x 128
     ASSERT_EQ(pvx_Renderer2_Params_initWithGridSize(&l.p, exact, 8, 8), PVX_OK);
     EXPECT_EQ(l.p.numX * l.p.numY, 16384);
@@ -111,7 +101,7 @@ TEST(Renderer2Params, VertexLimit) {
 
 TEST(Renderer2Params, HostileRectanglesNeverOverflow) {
     HeapArea area;
-    Lattice l(&area.heap);
+    Lattice l(area.heap());
     const int32_t lo = std::numeric_limits<int32_t>::min(), hi = std::numeric_limits<int32_t>::max();
     const int32_t whole[4] = {lo, lo, hi, hi};
     EXPECT_EQ(pvx_Renderer2_Params_initWithGridSize(&l.p, whole, 8, 8), PVX_ERROR_PARAM);
@@ -138,7 +128,7 @@ TEST(Renderer2Params, HostileRectanglesNeverOverflow) {
 // least 8; a divisor below 2 gives one cell over the whole rectangle.
 TEST(Renderer2Params, CellRulesOfTheBuilders) {
     HeapArea area;
-    Lattice l(&area.heap);
+    Lattice l(area.heap());
     const int32_t rect[4] = {0, 0, 100, 60}, hd[4] = {0, 0, 1920, 1080}, offset[4] = {10, 20, 330, 260};
     const int32_t vga[4] = {0, 0, 640, 480};
     ASSERT_EQ(pvx_Renderer2_Params_initRect(&l.p, &kOwner, rect, 0), PVX_OK);
@@ -156,10 +146,22 @@ TEST(Renderer2Params, CellRulesOfTheBuilders) {
     expectLayout(l.p, offset, 12, 12);
 }
 
+TEST(Renderer2Params, GridWrapperTakesItsVertexCounts) {
+    HeapArea area;
+    pvx_Renderer2_GridWrapper g;
+    ASSERT_EQ(pvx_construct_Renderer2_GridWrapper(&g, area.heap()), PVX_OK);
+    EXPECT_EQ(pvx_Renderer2_GridWrapper_init(&g, 3, -1), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_Renderer2_GridWrapper_init(&g, 0, 2), PVX_OK);   // an empty lattice
+    ASSERT_EQ(pvx_Renderer2_GridWrapper_init(&g, 3, 2), PVX_OK);
+    EXPECT_EQ(arrays(g), "1111");
+    EXPECT_EQ(pvx_destruct_Renderer2_GridWrapper(&g), PVX_OK);
+    EXPECT_EQ(area.used(), 0u);
+}
+
 TEST(Renderer2Params, AllocationFailureKeepsWhatWasObtained) {
     // 32 x 32 vertices: 8 KiB + 8 KiB + 4 KiB + 4 KiB; the heap holds about 22 KiB.
     HeapArea area(22 * 1024);
-    Lattice l(&area.heap);
+    Lattice l(area.heap());
     EXPECT_EQ(pvx_Renderer2_Params_initWithSize(&l.p, &kOwner, 31 * 8, 31 * 8, 8), PVX_ERROR_NOMEM);
     EXPECT_EQ(arrays(l.p), "1110");
     EXPECT_EQ(pvx_destruct_Renderer2_Params(&l.p), PVX_OK);
@@ -168,60 +170,6 @@ TEST(Renderer2Params, AllocationFailureKeepsWhatWasObtained) {
     pvx_Renderer2_Params bare;
     pvx_construct_Renderer2_Params(&bare, nullptr);
     EXPECT_EQ(pvx_Renderer2_Params_initWithSize(&bare, &kOwner, 64, 64, 8), PVX_ERROR_NOMEM);
-}
-
-TEST(Renderer2Params, CopyRebuildsADifferentShape) {
-    HeapArea area;
-    Lattice a(&area.heap), b(&area.heap), empty(&area.heap);
-    const int32_t rect[4] = {16, 8, 400, 300};
-    ASSERT_EQ(pvx_Renderer2_Params_initWithGridSize(&a.p, rect, 24, 40), PVX_OK);
-    ASSERT_EQ(pvx_Renderer2_Params_initWithSize(&b.p, &kOwner, 64, 64, 8), PVX_OK);
-    for (int k = 0; k < a.p.numX * a.p.numY; ++k) a.p.srcX[k] = 1000.0 + k;
-    ASSERT_EQ(pvx_Renderer2_Params_copy(&b.p, &a.p), PVX_OK);
-    for (int k = 0; k < a.p.numX * a.p.numY; ++k) {
-        ASSERT_EQ(b.p.srcX[k], 1000.0 + k);
-        b.p.srcX[k] = b.p.dstX[k];
-    }
-    expectLayout(b.p, rect, 24, 40);
-    EXPECT_EQ(pvx_Renderer2_Params_copy(&b.p, &empty.p), PVX_ERROR_PARAM);
-}
-
-void expectMapped(const pvx_Renderer2_Params &p, int k, double x, double y) {
-    EXPECT_DOUBLE_EQ(p.srcX[k], x) << k;
-    EXPECT_DOUBLE_EQ(p.srcY[k], y) << k;
-}
-
-TEST(Renderer2Params, SetMvec8Real) {
-    HeapArea area;
-    Lattice l(&area.heap);
-    ASSERT_EQ(pvx_Renderer2_Params_initWithSize(&l.p, &kOwner, 1920, 1080, 64), PVX_OK);
-    const int n = l.p.numX * l.p.numY;
-
-    const pvx_Mvec8Real identity = {{1, 0, 0, 0, 1, 0, 0, 0, 1}};
-    for (int k = 0; k < n; ++k) l.p.srcX[k] = l.p.srcY[k] = -1.0;
-    ASSERT_EQ(pvx_Renderer2_Params_setMvec8Real(&l.p, &identity), PVX_OK);
-    for (int k = 0; k < n; ++k) expectMapped(l.p, k, l.p.dstX[k], l.p.dstY[k]);
-
-    const pvx_Mvec8Real shift = {{1, 0, 12.25, 0, 1, -7.5, 0, 0, 1}};
-    ASSERT_EQ(pvx_Renderer2_Params_setMvec8Real(&l.p, &shift), PVX_OK);
-    for (int k = 0; k < n; ++k) expectMapped(l.p, k, l.p.dstX[k] + 12.25, l.p.dstY[k] - 7.5);
-
-    // w = 1 + x/1920: the right edge is halved, the left one untouched.
-    const pvx_Mvec8Real persp = {{1, 0, 0, 0, 1, 0, 1.0 / 1920, 0, 1}};
-    ASSERT_EQ(pvx_Renderer2_Params_setMvec8Real(&l.p, &persp), PVX_OK);
-    expectMapped(l.p, 0, 0.0, 0.0);
-    expectMapped(l.p, 30, 960.0, 0.0);
-    expectMapped(l.p, 17 * 31 + 30, 960.0, 540.0);
-    expectMapped(l.p, 17 * 31, 0.0, 1080.0);
-    expectMapped(l.p, 31 + 15, 960.0 / 1.5, 64.0 / 1.5);
-
-    // w = y - 64 vanishes on the second row: the walk stops at its first vertex.
-    for (int k = 0; k < n; ++k) l.p.srcX[k] = l.p.srcY[k] = -1.0;
-    const pvx_Mvec8Real horizon = {{1, 0, 0, 0, 1, 0, 0, 1, -64}};
-    EXPECT_EQ(pvx_Renderer2_Params_setMvec8Real(&l.p, &horizon), PVX_ERROR_PARAM);
-    for (int k = 0; k < l.p.numX; ++k) expectMapped(l.p, k, l.p.dstX[k] / -64.0, 0.0);
-    for (int k = l.p.numX; k < n; ++k) expectMapped(l.p, k, -1.0, -1.0);
-
 }
 
 }  // namespace

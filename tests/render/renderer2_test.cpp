@@ -1,7 +1,5 @@
 // Render dispatch: formats and modes, the cell bounds test and
-// classification (through counting kernels swapped into the slots), the same
-// bytes over the parallel layer, the task executor and the caller, and the
-// matrix entry point.
+// classification (through counting kernels swapped into the slots).
 #include <gtest/gtest.h>
 
 #include <math.h>
@@ -118,6 +116,26 @@ TEST(Renderer2, SupportedFormatsAndModes) {
     Image ps(PVX_FORMAT_YUV420_PLANAR, 16, 16), pd(PVX_FORMAT_YUV420_PLANAR, 16, 16);
     ASSERT_EQ(PVX_OK, pvx_Renderer2_render(&R.r, pd.image(), ps.image(), &L.p));
     EXPECT_EQ(PVX_ERROR_FORMAT, pvx_Renderer2_setMode(&R.r, 2));
+    EXPECT_EQ(PVX_ERROR_PARAM, pvx_Renderer2_bandTask(nullptr, nullptr));
+}
+
+// Copy mode on the identity lattice copies the picture: each row pair's luma
+// rows and its chroma row come from where the cell's corners say.
+TEST(Renderer2, CopyModeCopiesThePicture) {
+    TestEnv env;
+    std::mt19937_64 rng = pvx_test::makeRng(12);
+    Lattice L(env, 64, 48, 16, 16);
+    for (int32_t format : {PVX_FORMAT_YUV420_PLANAR, PVX_FORMAT_YUV420_SEMIPLANAR}) {
+        Renderer R(env);
+        pvx_Renderer2_initWithPel(&R.r, nullptr);
+        R.r.mode = PVX_RENDERER2_MODE_COPY;
+        Image src(format, 64, 48), dst(format, 64, 48, 2);
+        src.fillRandom(rng);
+        dst.fill(0);
+        ASSERT_EQ(PVX_OK, pvx_Renderer2_render(&R.r, dst.image(), src.image(), &L.p));
+        EXPECT_EQ(src.bytes(), dst.bytes()) << format;
+        EXPECT_TRUE(dst.bandIntact());
+    }
 }
 
 // ---------------------------------------------------------------------------
@@ -254,41 +272,6 @@ TEST(Renderer2, Classification) {
     resetCounts();
     ASSERT_EQ(PVX_OK, pvx_Renderer2_render(&R.r, dst.image(), src.image(), &T.p));
     EXPECT_EQ(0, g_calls[0].slot);
-}
-
-// ---------------------------------------------------------------------------
-// Matrix entry points
-
-TEST(Renderer2, MatrixEntryPoints) {
-    TestEnv env;
-    Renderer R(env);
-    pvx_Renderer2_initWithPel(&R.r, nullptr);
-    std::mt19937_64 rng = pvx_test::makeRng(11);
-    Image src(PVX_FORMAT_YUV420_SEMIPLANAR, 96, 64), dst(PVX_FORMAT_YUV420_SEMIPLANAR, 96, 64, 2);
-    src.fillRandom(rng);
-    const int32_t identity[6] = {32768, 0, 0, 0, 32768, 0};
-
-    dst.fill(0);
-    ASSERT_EQ(PVX_OK, pvx_Renderer2_renderWithMvec6F32(&R.r, dst.image(), src.image(), identity));
-    EXPECT_EQ(src.bytes(), dst.bytes());
-
-    // A shift by (4, 2) source pixels: cells whose corners leave the source
-    // are skipped.
-    const int32_t shift[6] = {32768, 0, 4 * 32768, 0, 32768, 2 * 32768};
-    dst.fill(200);
-    ASSERT_EQ(PVX_OK, pvx_Renderer2_renderWithMvec6F32(&R.r, dst.image(), src.image(), shift));
-    for (int32_t y = 0; y < 64; ++y)
-        for (int32_t x = 0; x < 96; ++x) {
-            if (x < 88 && y < 56) {
-                ASSERT_EQ(src.luma(x + 4, y + 2), dst.luma(x, y)) << x << "," << y;
-            } else if (x >= 96 - 8 && y >= 64 - 8) {
-                ASSERT_EQ(200, dst.luma(x, y)) << x << "," << y;
-            }
-        }
-
-    // A matrix that sends a vertex to infinity fails in the mapping.
-    pvx_Mvec8Real bad = {{1, 0, 0, 0, 1, 0, 0, 0, 0}};
-    EXPECT_NE(PVX_OK, pvx_Renderer2_renderWithMvec8Real(&R.r, dst.image(), src.image(), &bad));
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
 // Bilinear path of every member against the reference model, bit for bit:
-// random sizes and contents, enlarging and shrinking, odd sizes, a source of
+// random sizes and contents, enlarging and shrinking, odd sizes, sources of
 // width 1, rows above the first source row's centre, and groups whose 7-bit
 // weights differ from the 15-bit ones.
 #include "tests/resample/resize_test_util.h"
@@ -9,15 +9,6 @@
 namespace {
 
 using namespace rt;
-
-struct Resizer {
-    TestEnv env;
-    pvx_ImageProc2 proc;
-    Resizer() {
-        EXPECT_EQ(pvx_construct_ImageProc2(&proc, env.env()), PVX_OK);
-    }
-    ~Resizer() { pvx_destruct_ImageProc2(&proc); }
-};
 
 // Resizes a random sw x sh image of kind k to dw x dh on the bilinear path
 // and compares with the model. Returns false on a mismatch.
@@ -49,7 +40,8 @@ TEST_P(BilinearMember, RandomSizesMatchModel) {
     ModelStats stats;
     const int n = pvx_test::rounds(160);
     for (int i = 0; i < n; ++i) {
-        int32_t sw = 1 + static_cast<int32_t>(rng() % 70), sh = 1 + static_cast<int32_t>(rng() % 40);
+        // The first rounds take a source of width one.
+        int32_t sw = i < 4 ? 1 : 1 + static_cast<int32_t>(rng() % 70), sh = 1 + static_cast<int32_t>(rng() % 40);
         int32_t dw, dh;
         switch (i % 4) {
             case 0:  // enlarge both ways (the engine's case)
@@ -111,25 +103,6 @@ TEST_P(BilinearMember, ExtremeValues) {
 
 INSTANTIATE_TEST_SUITE_P(Members, BilinearMember, ::testing::Values(U8, U16, I32, U88, RGB),
                          [](const ::testing::TestParamInfo<Kind> &p) { return std::string(rt::info(p.param).name); });
-
-TEST(Bilinear, SourceOfWidthOneGivesCopies) {
-    Resizer rz;
-    for (Kind k : {U8, U16, I32, U88, RGB}) {
-        const KindInfo &ki = info(k);
-        TestImage src(1, 3, ki.format);
-        for (int32_t r = 0; r < 3; ++r)
-            for (int32_t i = 0; i < ki.channels * ki.bytes; ++i) src.row(0, r)[i] = static_cast<uint8_t>(40 * r + 7 * i + 1);
-        for (int32_t dw : {2, 8, 17, 40}) {
-            TestImage dst(dw, 3, ki.format, 2);
-            ASSERT_EQ(pvx_ImageProc2_resizeImageBilinear(&rz.proc, &dst.img, &src.img), PVX_OK);
-            // Same height: every destination row is its source row, repeated.
-            for (int32_t r = 0; r < 3; ++r)
-                for (int32_t x = 0; x < dw; ++x)
-                    EXPECT_EQ(0, memcmp(dst.row(0, r) + x * ki.channels * ki.bytes, src.row(0, r), ki.channels * ki.bytes))
-                        << ki.name << " dw " << dw << " row " << r << " x " << x;
-        }
-    }
-}
 
 TEST(Bilinear, GroupsTellSevenBitFromFifteenBitHorizontally) {
     // A ramp enlarged x3: the grouped outputs must follow the 7-bit lanes,

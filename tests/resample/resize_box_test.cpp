@@ -8,12 +8,6 @@ namespace {
 
 using namespace rt;
 
-struct Resizer {
-    TestEnv env;
-    pvx_ImageProc2 proc;
-    Resizer() { EXPECT_EQ(pvx_construct_ImageProc2(&proc, env.env()), PVX_OK); }
-};
-
 enum class Path { Box, Bilinear };
 
 // Runs resizeImage on a random image and tells which model the output matches.
@@ -70,18 +64,5 @@ TEST_P(BoxMember, RandomHalfSizes) {
 
 INSTANTIATE_TEST_SUITE_P(Members, BoxMember, ::testing::Values(U8, U16, I32, U88, RGB),
                          [](const ::testing::TestParamInfo<Kind> &p) { return std::string(rt::info(p.param).name); });
-
-TEST(Box, OddSourceHeightClampsLastRowPair) {
-    // 8x5 -> 4x3: output row 2 pairs source rows 4 and min(5, 4) = 4.
-    Resizer rz;
-    TestImage src(8, 5, PVX_FORMAT_UINT8);
-    for (int32_t r = 0; r < 5; ++r) memset(src.row(0, r), 20 * r + 3, 8);
-    TestImage dst(4, 3, PVX_FORMAT_UINT8);
-    ASSERT_EQ(pvx_ImageProc2_resizeImage(&rz.proc, &dst.img, &src.img), PVX_OK);
-    for (int32_t x = 0; x < 4; ++x) {
-        EXPECT_EQ(dst.row(0, 0)[x], (3 + 3 + 23 + 23 + 2) >> 2);
-        EXPECT_EQ(dst.row(0, 2)[x], 83);
-    }
-}
 
 }  // namespace

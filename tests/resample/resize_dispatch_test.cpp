@@ -11,14 +11,6 @@ namespace {
 
 using namespace rt;
 
-struct Resizer {
-    explicit Resizer(size_t heap = 4u << 20) : env(heap) {
-        EXPECT_EQ(pvx_construct_ImageProc2(&proc, env.env()), PVX_OK);
-    }
-    TestEnv env;
-    pvx_ImageProc2 proc;
-};
-
 typedef pvx_Result (*Entry)(pvx_ImageProc2 *, pvx_Image *, const pvx_Image *);
 const Entry kEntries[] = {pvx_ImageProc2_resizeImage, pvx_ImageProc2_resizeImageBilinear};
 
@@ -112,18 +104,6 @@ TEST(ResizeDispatch, MultiPlaneFormatsResizePlaneByPlane) {
             EXPECT_EQ(firstDiff(want, samples(pc.kind, dst.plane(pc.plane))), -1)
                 << "format " << format << " plane " << pc.plane << " " << sw << "x" << sh << " -> " << dw << "x" << dh
                 << (half ? " half" : "");
-            // And through the resizer itself, on a single-plane image holding the plane.
-            const bool aloneHalf = std::abs(pc.dw - (pc.w >> 1)) <= 1 && std::abs(pc.dh - (pc.h >> 1)) <= 1;
-            if (half == aloneHalf || !half) {
-                TestImage ps(pc.w, pc.h, info(pc.kind).format), pd(pc.dw, pc.dh, info(pc.kind).format);
-                const std::vector<uint8_t> bytes = src.plane(pc.plane);
-                const size_t rowBytes = bytes.size() / pc.h;
-                for (int32_t r = 0; r < pc.h; ++r) memcpy(ps.row(0, r), &bytes[r * rowBytes], rowBytes);
-                ASSERT_EQ((half ? pvx_ImageProc2_resizeImage : pvx_ImageProc2_resizeImageBilinear)(&rz.proc, &pd.img,
-                                                                                                  &ps.img),
-                          PVX_OK);
-                EXPECT_EQ(dst.plane(pc.plane), pd.plane(0)) << "plane " << pc.plane << " resized alone";
-            }
         }
     }
 }

@@ -4,29 +4,11 @@
 #include "tests/resample/resize_test_util.h"
 
 #include "runtime/pvx_pel.h"
+#include "tests/runtime/thread_test_support.h"
 
 namespace {
 
 using namespace rt;
-
-// A started pool of W workers on its own work area.
-class Pool {
-public:
-    explicit Pool(int32_t workers) : env_(pvx_Pel_getBufferSize() + (64u << 10)), pel_(new pvx_Pel) {
-        EXPECT_EQ(pvx_construct_Pel(pel_.get(), env_.env()), PVX_OK);
-        pvx_PelParams params;
-        pvx_Pel_resetParams(&params);
-        params.numWorkers = workers;
-        EXPECT_EQ(pvx_Pel_init(pel_.get(), &params), PVX_OK);
-        EXPECT_EQ(pvx_Pel_getNumberOfWorkers(pel_.get()), workers);
-    }
-    ~Pool() { pvx_destruct_Pel(pel_.get()); }
-    pvx_Pel *pel() { return pel_.get(); }
-
-private:
-    TestEnv env_;
-    std::unique_ptr<pvx_Pel> pel_;
-};
 
 struct Case {
     int32_t format, sw, sh, dw, dh;
@@ -67,24 +49,17 @@ TEST(ResizePel, WorkerCountsGiveIdenticalOutput) {
         for (bool bil : {false, true}) reference.push_back(run(nullptr, c, bil, seeds.back()));
     }
     for (int32_t workers : {1, 2, 4}) {
-        Pool pool(workers);
+        pvx_thread_test::PoolBox pool;
+        ASSERT_EQ(pool.init(workers), PVX_OK);
         size_t i = 0;
         for (size_t ci = 0; ci < sizeof(cases) / sizeof(cases[0]); ++ci) {
             for (bool bil : {false, true}) {
-                EXPECT_EQ(run(pool.pel(), cases[ci], bil, seeds[ci]), reference[i])
+                EXPECT_EQ(run(pool.pel, cases[ci], bil, seeds[ci]), reference[i])
                     << "W=" << workers << " case " << ci << (bil ? " bilinear entry" : "");
                 ++i;
             }
         }
     }
-}
-
-TEST(ResizePel, RepeatedCallsOnOnePool) {
-    // Many calls through one pool (command records are reused).
-    Pool pool(4);
-    const Case c = {PVX_FORMAT_YUV420_SEMIPLANAR, 40, 24, 60, 36};
-    const std::vector<std::vector<uint8_t>> want = run(nullptr, c, false, 99);
-    for (int i = 0; i < pvx_test::rounds(200); ++i) ASSERT_EQ(run(pool.pel(), c, false, 99), want) << i;
 }
 
 }  // namespace

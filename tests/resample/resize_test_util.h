@@ -17,6 +17,7 @@
 #include "resample/pvx_imageproc2.h"
 #include "runtime/pvx_heap2.h"
 #include "tests/support/guarded_buffer.h"
+#include "tests/support/guarded_image.h"
 #include "tests/support/test_env.h"
 #include "tests/support/test_random.h"
 
@@ -24,75 +25,23 @@ namespace rt {
 
 using pvx_test::GuardedBuffer;
 
-const uint8_t kSentinel = 0xA5;
-
 using pvx_test::TestEnv;
+
+// A resizer on a work area of its own.
+struct Resizer {
+    explicit Resizer(size_t heap = 4u << 20) : env(heap) { EXPECT_EQ(pvx_construct_ImageProc2(&proc, env.env()), PVX_OK); }
+    ~Resizer() { pvx_destruct_ImageProc2(&proc); }
+    TestEnv env;
+    pvx_ImageProc2 proc;
+};
 
 // An external image with each plane in its own guarded buffer: the last row
 // of a plane ends at the guard page, rows are `pad` bytes longer than their
-// pixels, and the padding holds kSentinel.
-class TestImage {
-public:
-    TestImage(int32_t w, int32_t h, int32_t format, int32_t pad = 0) {
-        memset(&img, 0, sizeof(img));
-        img.width = w;
-        img.height = h;
-        img.format = format;
-        img.external = 1;
-        for (int32_t p = 0; p < pvx_Image_getPlaneCount(format); ++p) {
-            const pvx_PlaneSize e = pvx_Image_getPlaneExtent(w, h, format, p);
-            Plane pl;
-            pl.rowBytes = static_cast<int32_t>(e.pitch);
-            pl.rows = static_cast<int32_t>(e.rows);
-            pl.pitch = pl.rowBytes + pad;
-            const size_t size = pl.rows > 0 ? static_cast<size_t>(pl.pitch) * (pl.rows - 1) + pl.rowBytes : 0;
-            pl.buf.reset(new GuardedBuffer(size > 0 ? size : 1, GuardedBuffer::Side::End, 1));
-            memset(pl.buf->data(), kSentinel, pl.buf->size());
-            img.dat[p] = pl.buf->data();
-            img.pitch[p] = pl.pitch;
-            planes.push_back(std::move(pl));
-        }
-    }
-
-    uint8_t *row(int32_t p, int32_t r) { return img.dat[p] + static_cast<ptrdiff_t>(r) * img.pitch[p]; }
-
-    void randomize(std::mt19937_64 &rng) {
-        for (size_t p = 0; p < planes.size(); ++p)
-            for (int32_t r = 0; r < planes[p].rows; ++r)
-                for (int32_t i = 0; i < planes[p].rowBytes; ++i)
-                    row(static_cast<int32_t>(p), r)[i] = static_cast<uint8_t>(rng());
-    }
-
-    void fillPixels(uint8_t v) {
-        for (size_t p = 0; p < planes.size(); ++p)
-            for (int32_t r = 0; r < planes[p].rows; ++r)
-                memset(row(static_cast<int32_t>(p), r), v, planes[p].rowBytes);
-    }
-
-    // The pixel bytes of plane p, rows packed.
-    std::vector<uint8_t> plane(int32_t p) {
-        std::vector<uint8_t> out;
-        for (int32_t r = 0; r < planes[p].rows; ++r)
-            out.insert(out.end(), row(p, r), row(p, r) + planes[p].rowBytes);
-        return out;
-    }
-
-    bool sentinelsIntact() {
-        for (size_t p = 0; p < planes.size(); ++p)
-            for (int32_t r = 0; r + 1 < planes[p].rows; ++r)
-                for (int32_t i = planes[p].rowBytes; i < planes[p].pitch; ++i)
-                    if (row(static_cast<int32_t>(p), r)[i] != kSentinel) return false;
-        return true;
-    }
-
-    pvx_Image img;
-
-private:
-    struct Plane {
-        std::unique_ptr<GuardedBuffer> buf;
-        int32_t pitch = 0, rowBytes = 0, rows = 0;
-    };
-    std::vector<Plane> planes;
+// pixels, and the padding holds a sentinel.
+struct TestImage : pvx_test::GuardedImage {
+    TestImage(int32_t w, int32_t h, int32_t format, int32_t pad = 0)
+        : GuardedImage(w, h, format, pad, 0, GuardedImage::Pitch::Extent) {}
+    bool sentinelsIntact() const { return guardsIntact(true); }
 };
 
 // ---- Reference models -------------------------------------------------

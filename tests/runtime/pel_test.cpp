@@ -77,6 +77,8 @@ TEST(PelDirect, NullPoolRunsOnTheCaller) {
     ASSERT_EQ(g_direct.size(), 1u);
     EXPECT_EQ(g_direct[0], std::make_pair(0, 37));
     EXPECT_EQ(pvx_Pel_execute(nullptr, &kHitIndexed, &h, -1), PVX_ERROR_PARAM);
+    const pvx_PelDescriptor noTask = {pvx_Pel_taskWorker, nullptr, nullptr, nullptr, PVX_PEL_TASK};
+    EXPECT_EQ(pvx_Pel_execute(nullptr, &noTask, nullptr, 1), PVX_ERROR_PARAM);
     EXPECT_EQ(pvx_Pel_getNumberOfWorkers(nullptr), 1);
 }
 

@@ -10,7 +10,7 @@
 #include <thread>
 
 #include "runtime/pvx_pel.h"
-#include "tests/support/guarded_buffer.h"
+#include "tests/runtime/thread_test_support.h"
 
 namespace {
 
@@ -53,21 +53,13 @@ class SlowWorkers : public ::testing::TestWithParam<Case> {};
 
 TEST_P(SlowWorkers, ExecuteReturnsOnlyAfterTheLastTask) {
     const Case c = GetParam();
-    pvx_test::GuardedBuffer area(256 * 1024);
-    pvx_Env env;
-    ASSERT_EQ(PVX_OK, pvx_construct_Env(&env, area.data(), area.size()));
-    std::unique_ptr<pvx_Pel> pel(new pvx_Pel);
-    ASSERT_EQ(PVX_OK, pvx_construct_Pel(pel.get(), &env));
-    pvx_PelParams params;
-    pvx_Pel_resetParams(&params);
-    params.numWorkers = c.workers;
-    params.waitTimeoutMs = c.timeoutMs;
-    ASSERT_EQ(PVX_OK, pvx_Pel_init(pel.get(), &params));
+    pvx_thread_test::PoolBox box;
+    ASSERT_EQ(PVX_OK, box.init(c.workers, 1, c.timeoutMs));
     int timeouts = 0;
     for (int round = 0; round < 3; ++round) {
         SlowJob job;
         job.workers = c.workers < 12 ? c.workers : 12;   // participants that can hold a task at once
-        const pvx_Result r = pvx_Pel_execute(pel.get(), &kSlowKernel, &job, 12);
+        const pvx_Result r = pvx_Pel_execute(box.pel, &kSlowKernel, &job, 12);
         EXPECT_EQ(0, job.running.load()) << "a task still ran after execute returned";
         EXPECT_EQ(12, job.finished.load());
         for (int32_t i = 0; i < 12; ++i) EXPECT_EQ(i + 1, job.written[i]);
@@ -80,8 +72,6 @@ TEST_P(SlowWorkers, ExecuteReturnsOnlyAfterTheLastTask) {
     if (c.timesOut) {
         EXPECT_GT(timeouts, 0);
     }
-    EXPECT_EQ(PVX_OK, pvx_destruct_Pel(pel.get()));
-    EXPECT_EQ(PVX_OK, pvx_destruct_Env(&env));
 }
 
 // The caller waits about 60 ms for the pool's threads: a wait of 0 or 1 ms

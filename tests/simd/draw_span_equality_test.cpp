@@ -7,11 +7,9 @@
 // are not mapped, so a leaf that reads outside the taps' rectangle crashes.
 // Clamped leaves get small images and spans that straddle an edge, a corner
 // or lie wholly outside, the image's own rows and columns guarded alike.
-// With --bench, each leaf is timed against its reference on the row pairs of
-// a lens-corrected 1920x1080 frame.
+// bench/leaf_bench times each leaf against its reference.
 #include <gtest/gtest.h>
 #include <sys/mman.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -333,94 +331,5 @@ INSTANTIATE_TEST_SUITE_P(Kinds, SpanLeaves, ::testing::Values(kSpanNoRot, kSpanG
                                                 : i.param == kSpanGeneral ? "General"
                                                                           : "Parallelogram");
                          });
-
-// CPU time of this thread: the machine may be shared, and time spent
-// descheduled is not the leaf's.
-double threadNs() {
-    timespec t;
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
-    return 1e9 * static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_nsec);
-}
-
-// --bench: 32-pixel row pairs of a 1920x1080 frame walked cell by cell, with
-// the steps of a lens-corrected frame (about one pixel a pixel, slopes up to
-// a tenth of a pixel); best of 20 passes, ns per drawn pixel. The clamped
-// leaves get the same spans moved over the frame's edges (half of each span
-// past the left or right edge, or its rows over the top or bottom one).
-TEST(SpanLeavesBench, EachLeafAgainstItsReference) {
-    if (!simdBenchMode()) GTEST_SKIP() << "timing runs with --bench";
-    constexpr int32_t kW = 1920, kH = 1080, kSpan = 32, kSpans = 4096;
-    std::mt19937_64 rng(12345);
-    std::vector<uint8_t> srcY(static_cast<size_t>(3 * kW) * kH), srcU(srcY.size() / 2), srcV(srcY.size() / 2);
-    for (auto *p : {&srcY, &srcU, &srcV})
-        for (uint8_t &b : *p) b = static_cast<uint8_t>(rng());
-    std::vector<uint8_t> dstY(srcY.size()), dstU(srcU.size()), dstV(srcV.size());
-    std::uniform_real_distribution<double> unit(0, 1);
-    const DrawSpanTable ref = tableAt(PVX_CPU_LEVEL_C);
-    for (SpanFamily family : {kSpanSemiplanar, kSpanPlanar, kSpanRgb}) {
-        const bool planar = family == kSpanPlanar, rgb = family == kSpanRgb;
-        const int32_t yPitch = rgb ? 3 * kW : kW;
-        SrcPlanes src{srcY.data(), srcU.data(), planar ? srcV.data() : srcU.data() + 1, yPitch, planar ? kW / 2 : kW,
-                      planar ? kW / 2 : kW, kW, kH, kW / 2, kH / 2};
-        for (int variant = 0; variant < 2 * kSpanKindCount; ++variant) {
-            const SpanKind kind = static_cast<SpanKind>((kSpanNoRot + variant) % kSpanKindCount);
-            const bool clamped = variant >= kSpanKindCount;
-            std::vector<SpanArgs> spans(kSpans);
-            std::vector<int32_t> off(16 * kSpans);
-            int32_t ux = 0, uy = 0, hx = 0, hy = 32768;
-            for (int32_t i = 0; i < kSpans; ++i) {
-                const int32_t cell = i / 16, pair = i % 16;
-                const int32_t cx = 1 + cell % (kW / kSpan - 2), cy = 1 + (cell / (kW / kSpan - 2)) % (kH / kSpan - 2);
-                if (pair == 0) {
-                    ux = static_cast<int32_t>((0.8 + 0.45 * unit(rng)) * 32768);
-                    uy = kind != kSpanNoRot ? static_cast<int32_t>((unit(rng) - 0.5) * 0.2 * 32768) : 0;
-                    hx = kind == kSpanParallel ? static_cast<int32_t>((unit(rng) - 0.5) * 0.1 * 32768) : 0;
-                    hy = kind == kSpanParallel ? static_cast<int32_t>((0.95 + 0.1 * unit(rng)) * 32768) : 32768;
-                }
-                SpanArgs &a = spans[i];
-                memset(&a, 0, sizeof a);
-                a.ux = ux, a.uy = uy, a.hx = hx, a.hy = hy, a.n = kSpan;
-                for (int k = 0; k < 16; ++k) off[16 * i + k] = static_cast<int32_t>((static_cast<int64_t>(ux >> 3) * k) >> 8);
-                a.off16 = &off[16 * i];
-                const int32_t x = cx * kSpan, y = cy * kSpan + 2 * pair;
-                a.sx = x * 32768 + static_cast<int32_t>(unit(rng) * 32768);
-                a.sy = y * 32768 + static_cast<int32_t>(unit(rng) * 32768);
-                if (clamped) {
-                    const int32_t edge = static_cast<int32_t>(cell % 4);
-                    if (edge == 0) a.sx = -kSpan / 2 * 32768 + (a.sx & 32767);
-                    if (edge == 1) a.sx = (kW - kSpan / 2) * 32768 + (a.sx & 32767);
-                    if (edge == 2) a.sy = -32768 + pair * 4096 + (a.sy & 4095);
-                    if (edge == 3) a.sy = (kH - 2) * 32768 + pair * 4096 + (a.sy & 4095);
-                }
-                a.dx = x;
-                a.dy0 = dstY.data() + static_cast<ptrdiff_t>(y) * yPitch;
-                a.dy1 = a.dy0 + yPitch;
-                if (!rgb) a.dc00 = (planar ? dstU.data() : dstY.data()) + static_cast<ptrdiff_t>(y / 2) * (planar ? kW / 2 : kW);
-                if (!rgb) a.dc01 = planar ? dstV.data() + static_cast<ptrdiff_t>(y / 2) * (kW / 2) : a.dc00 + 1;
-                a.src = &src;
-            }
-            const auto slot = [&](const DrawSpanTable &t) { return clamped ? t.clamped[family][kind] : t.leaf[family][kind]; };
-            const auto timeLeaf = [&](SpanLeaf leaf) {
-                double best = 1e30;
-                for (int r = 0; r < 20; ++r) {
-                    const double t0 = threadNs();
-                    for (const SpanArgs &a : spans) draw(leaf, slot(ref), a);
-                    const double ns = threadNs() - t0;
-                    best = std::min(best, ns / (2.0 * kSpan * kSpans));
-                }
-                return best;
-            };
-            const double c = timeLeaf(slot(ref));
-            std::printf("%-10s %-21s c %6.3f ns/px", rgb ? "rgb" : planar ? "planar" : "semiplanar",
-                        (std::string(kKindNames[kind]) + (clamped ? " clamped" : "")).c_str(), c);
-            for (uint32_t level : supportedCpuLevels()) {
-                if (level == PVX_CPU_LEVEL_C) continue;
-                const double v = timeLeaf(slot(tableAt(level)));
-                std::printf("  %s %6.3f (%.2fx)", cpuLevelName(level), v, c / v);
-            }
-            std::printf("\n");
-        }
-    }
-}
 
 }  // namespace

@@ -42,9 +42,9 @@ std::string nameOf(const FrameCase &c) {
 
 uint64_t hashOf(const Frame &f) {
     uint64_t h = 1469598103934665603ull;
-    for (int p = 0; p < f.planes(); ++p)
-        for (int32_t y = 0; y < f.rows(p); ++y)
-            for (int32_t x = 0; x < f.rowBytes(p); ++x) h = (h ^ f.row(p, y)[x]) * 1099511628211ull;
+    for (int p = 0; p < 3; ++p)
+        for (int32_t y = 0; y < f.planes[p].rows; ++y)
+            for (int32_t x = 0; x < f.planes[p].rowBytes; ++x) h = (h ^ f.row(p, y)[x]) * 1099511628211ull;
     return h;
 }
 

@@ -2,12 +2,10 @@
 // leaf on random groups, steps and weights with its reads fenced by guard
 // pages at the reach leaves may use; the row functions around them (edges, groups
 // near the row end, tails) on random geometries; whole resizes per format.
-// With --bench, each leaf is timed against its C reference.
+// bench/leaf_bench times each leaf against its C reference.
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <chrono>
-#include <functional>
 #include <random>
 #include <vector>
 
@@ -177,47 +175,6 @@ TEST(ResizeLeaves, WholeImagesMatchAcrossLevels) {
                 }
             }
         }
-}
-
-// --bench: each leaf against its C reference on a 1920-output row enlarged
-// from 1280 pixels (the zoom-1.5 case).
-// Best of 7 batches of 300 calls, in microseconds a call (the machine is shared).
-double microsecondsOf(const std::function<void()> &run) {
-    double best = 1e30;
-    for (int batch = 0; batch < 7; ++batch) {
-        const auto t0 = std::chrono::steady_clock::now();
-        for (int i = 0; i < 300; ++i) run();
-        const double us = std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - t0).count();
-        best = std::min(best, us / 300);
-    }
-    return best;
-}
-
-TEST(ResizeLeaves, Bench) {
-    if (!simdBenchMode()) GTEST_SKIP() << "run with --bench to time the leaves";
-    const int32_t sw = 1280, dw = 1920, groups = dw / 8 - 4;
-    const int32_t step = static_cast<int32_t>(pvx_ImageProc2_geometry(sw, dw).step);
-    std::vector<uint8_t> src(3 * sw + 64, 0x5A), out(8 * dw), a(4 * dw, 0x33), b(4 * dw, 0x77);
-    const auto *a16 = reinterpret_cast<const uint16_t *>(a.data()), *b16 = reinterpret_cast<const uint16_t *>(b.data());
-    auto *o16 = reinterpret_cast<uint16_t *>(out.data());
-    const auto runs = [&](const pvx_ResizeLeaves &l) {
-        return std::vector<std::pair<const char *, std::function<void()>>>{
-            {"uint8Groups", [&] { l.uint8Groups(out.data(), src.data(), groups, 0, step); }},
-            {"rgb888Groups", [&] { l.rgb888Groups(out.data(), src.data(), groups, 0, step); }},
-            {"uint88Groups", [&] { l.uint88Groups(o16, src.data(), groups, 0, step); }},
-            {"blend7 (RGB888 row)", [&] { l.blend7(out.data(), a.data(), b.data(), 3 * dw / 8, 45); }},
-            {"blend88", [&] { l.blend88(out.data(), a16, b16, 2 * dw / 8, 5000); }}};
-    };
-    const auto ref = runs(*pvx_ImageProc2_referenceLeaves());
-    for (uint32_t level : supportedCpuLevels()) {
-        if (level == PVX_CPU_LEVEL_C) continue;
-        const pvx_ResizeLeaves leaves = leavesAt(level);
-        const auto mine = runs(leaves);
-        for (size_t i = 0; i < ref.size(); ++i) {
-            const double c = microsecondsOf(ref[i].second), v = microsecondsOf(mine[i].second);
-            printf("%-8s %-22s C %8.2f us  leaf %8.2f us  x%.1f\n", cpuLevelName(level), ref[i].first, c, v, c / v);
-        }
-    }
 }
 
 }  // namespace

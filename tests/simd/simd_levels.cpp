@@ -3,15 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <cstring>
 
 #include "runtime/pvx_cpu.h"
 
 namespace pvx_test {
-
-namespace {
-bool g_bench = false;
-}
 
 std::vector<uint32_t> supportedCpuLevels() {
     static const uint32_t kLevels[] = {PVX_CPU_LEVEL_C,    PVX_CPU_LEVEL_SSSE3,  PVX_CPU_LEVEL_SSE41,
@@ -26,8 +21,6 @@ std::vector<uint32_t> supportedCpuLevels() {
 
 const char *cpuLevelName(uint32_t mask) { return pvx_Cpu_levelName(mask); }
 
-bool simdBenchMode() { return g_bench; }
-
 ScopedCpuLevel::ScopedCpuLevel(uint32_t mask) { pvx_Cpu_setMask(mask); }
 ScopedCpuLevel::~ScopedCpuLevel() { pvx_Cpu_setMask(PVX_CPU_LEVEL_ALL); }
 
@@ -35,10 +28,8 @@ ScopedCpuLevel::~ScopedCpuLevel() { pvx_Cpu_setMask(PVX_CPU_LEVEL_ALL); }
 
 int main(int argc, char **argv) {
     ::testing::InitGoogleTest(&argc, argv);
-    for (int i = 1; i < argc; ++i)
-        if (std::strcmp(argv[i], "--bench") == 0) pvx_test::g_bench = true;
     std::printf("CPU levels:");
     for (uint32_t level : pvx_test::supportedCpuLevels()) std::printf(" %s", pvx_test::cpuLevelName(level));
-    std::printf("%s\n", pvx_test::g_bench ? " (timing each leaf against C)" : "");
+    std::printf("\n");
     return RUN_ALL_TESTS();
 }

@@ -1,6 +1,5 @@
-// Driver of the SIMD equality program: the CPU levels to run every leaf at,
-// and the --bench switch that makes the tests time each leaf against its C
-// reference instead of only comparing them.
+// Driver of the SIMD equality program: the CPU levels to run every leaf at
+// (bench/leaf_bench times the leaves).
 #pragma once
 
 #include <stdint.h>
@@ -16,9 +15,6 @@ std::vector<uint32_t> supportedCpuLevels();
 // Printable name of a level mask ("c", "ssse3", "avx2", "neon", ...).
 const char *cpuLevelName(uint32_t mask);
 
-// True when the program was started with --bench.
-bool simdBenchMode();
-
 // Limits the library to the level `mask` for the scope; lifts the limit
 // (PVX_CPU_LEVEL_ALL) after.
 struct ScopedCpuLevel {
@@ -33,5 +29,4 @@ struct ScopedCpuLevel {
 // The contract names these without a namespace as well.
 using pvx_test::cpuLevelName;
 using pvx_test::ScopedCpuLevel;
-using pvx_test::simdBenchMode;
 using pvx_test::supportedCpuLevels;

@@ -1,10 +1,8 @@
-// The tool's pieces: BT.601 conversion against the standard's numbers, frame
-// geometry against the library's size rule, stored frames, YUV4MPEG2
-// headers, command-line refusals and lens tables.
+// The tool's pieces: BT.601 conversion against the standard's numbers, stored
+// frames, YUV4MPEG2 headers, command-line refusals and lens tables.
 #include <math.h>
 #include <stdio.h>
 #include <string.h>
-#include <unistd.h>
 
 #include <array>
 #include <string>
@@ -13,20 +11,18 @@
 #include <gtest/gtest.h>
 
 #include "colour.h"
-#include "engine.h"
 #include "frame.h"
 #include "options.h"
 #include "table_file.h"
 #include "tests/support/test_random.h"
 #include "tool_error.h"
+#include "tool_test_util.h"
 #include "yuv_stream.h"
 
 using namespace parvex_tool;
 
 namespace {
 
-const Layout kAll[] = {Layout::RGB888, Layout::BGR888, Layout::YUV420_PLANAR, Layout::YUV420_SEMIPLANAR,
-                       Layout::YVU420_SEMIPLANAR};
 const Layout kYuv[] = {Layout::YUV420_PLANAR, Layout::YUV420_SEMIPLANAR, Layout::YVU420_SEMIPLANAR};
 
 }  // namespace
@@ -82,22 +78,6 @@ TEST(ToolColour, RgbRoundTripThroughEveryYuvLayoutIsClose) {
             int worst = 0;
             for (size_t i = 0; i < rgb.byteSize(); ++i) worst = std::max(worst, abs(rgb.data()[i] - back.data()[i]));
             EXPECT_LE(worst, range == Range::Full ? 3 : 4) << layoutName(layout) << " " << rangeName(range);
-        }
-    }
-}
-
-// The frame's plane layout is the library's: the change of the work-buffer
-// size between two picture sizes is exactly the change of the image size.
-TEST(ToolFrame, GeometryFollowsTheLibrarysSizeRule) {
-    const int sizes[][2] = {{320, 240}, {321, 241}, {640, 480}, {1919, 1079}, {333, 250}};
-    for (Layout layout : kAll) {
-        const Frame base(layout, 320, 240);
-        for (const auto &s : sizes) {
-            const Frame f(layout, s[0], s[1]);
-            const long long library = static_cast<long long>(engineBufferSize(layout, s[0], s[1])) -
-                                      engineBufferSize(layout, 320, 240);
-            EXPECT_EQ(static_cast<long long>(f.byteSize()) - static_cast<long long>(base.byteSize()), library)
-                << layoutName(layout) << " " << s[0] << "x" << s[1];
         }
     }
 }
@@ -197,16 +177,10 @@ TEST(ToolOptions, FillColoursParse) {
 }
 
 TEST(ToolTable, FilesParseWithCommentsAndRefuseFaults) {
-    char dir[] = "/tmp/parvex-table-XXXXXX";
-    ASSERT_TRUE(mkdtemp(dir));
-    const std::string path = std::string(dir) + "/t.txt";
-    auto write = [&](const std::string &text) {
-        FILE *f = fopen(path.c_str(), "w");
-        fputs(text.c_str(), f);
-        fclose(f);
-    };
+    tool_test::TempDir dir;
+    const std::string path = dir.file("t.txt");
     Lens lens;
-    write("# radii\n\n0 0\n0.5,0.48  # comma too\n  1.0\t0.9\r\n1.5 1.2");
+    tool_test::writeFile(path, "# radii\n\n0 0\n0.5,0.48  # comma too\n  1.0\t0.9\r\n1.5 1.2");
     readTableFile(path, &lens);
     EXPECT_TRUE(lens.table);
     EXPECT_EQ(lens.outputRadii, (std::vector<double>{0, 0.5, 1.0, 1.5}));
@@ -214,7 +188,7 @@ TEST(ToolTable, FilesParseWithCommentsAndRefuseFaults) {
 
     std::string full;
     for (int i = 0; i < 256; ++i) full += std::to_string(i * 0.01) + " " + std::to_string(i * 0.009) + "\n";
-    write(full);
+    tool_test::writeFile(path, full);
     readTableFile(path, &lens);
     EXPECT_EQ(lens.outputRadii.size(), 256u);
     struct Bad {
@@ -227,9 +201,7 @@ TEST(ToolTable, FilesParseWithCommentsAndRefuseFaults) {
                {std::string("0 0\n1 1\0\n", 10), "t.txt:2: not a text file"},
                {"", "needs at least two points (it has 0)"}};
     for (const Bad &b : bad) {
-        FILE *f = fopen(path.c_str(), "wb");
-        fwrite(b.text.data(), 1, b.text.size(), f);
-        fclose(f);
+        tool_test::writeFile(path, b.text);
         try {
             readTableFile(path, &lens);
             ADD_FAILURE() << b.message;
@@ -237,6 +209,4 @@ TEST(ToolTable, FilesParseWithCommentsAndRefuseFaults) {
             EXPECT_NE(std::string(e.what()).find(b.message), std::string::npos) << e.what();
         }
     }
-    unlink(path.c_str());
-    rmdir(dir);
 }

@@ -17,6 +17,7 @@
 #include "parvex_distortion_correction.h"
 #include "tests/support/guarded_buffer.h"
 #include "tests/support/test_random.h"
+#include "yuv_stream.h"
 
 namespace tool_test {
 
@@ -88,144 +89,61 @@ bool readPngFile(const std::string &path, int *width, int *height, std::vector<u
     return true;
 }
 
-std::string Picture::difference(const Picture &o) const {
-    if (format != o.format || width != o.width || height != o.height)
-        return format + " " + std::to_string(width) + "x" + std::to_string(height) + " against " + o.format + " " +
-               std::to_string(o.width) + "x" + std::to_string(o.height);
-    // Only the pixels count: the padding of an odd 4:2:0 luma plane is not part of the picture.
-    const bool rgb = format == "RGB888" || format == "BGR888";
-    for (int p = 0; p < planes; ++p) {
-        const int bytes = p == 0 ? (rgb ? 3 * width : width) : pitch[p];
-        const int n = p == 0 ? height : rows[p];
-        for (int y = 0; y < n; ++y)
-            for (int x = 0; x < bytes; ++x) {
-                const int a = plane[p][static_cast<size_t>(y) * pitch[p] + x];
-                const int b = o.plane[p][static_cast<size_t>(y) * o.pitch[p] + x];
-                if (a != b)
-                    return "plane " + std::to_string(p) + " row " + std::to_string(y) + " byte " + std::to_string(x) +
-                           ": " + std::to_string(a) + " against " + std::to_string(b);
-            }
-    }
-    return std::string();
-}
-
-Picture makePicture(const std::string &format, int width, int height) {
-    Picture p;
-    p.format = format;
-    p.width = width;
-    p.height = height;
-    const int ew = (width + 1) & ~1, eh = (height + 1) & ~1;
-    if (format == "RGB888" || format == "BGR888") {
-        p.planes = 1;
-        p.pitch[0] = 3 * width;
-        p.rows[0] = height;
-    } else if (format == "YUV420_PLANAR") {
-        p.planes = 3;
-        p.pitch[0] = ew;
-        p.rows[0] = eh;
-        p.pitch[1] = p.pitch[2] = ew / 2;
-        p.rows[1] = p.rows[2] = eh / 2;
-    } else {
-        p.planes = 2;
-        p.pitch[0] = ew;
-        p.rows[0] = eh;
-        p.pitch[1] = ew;
-        p.rows[1] = eh / 2;
-    }
-    for (int i = 0; i < p.planes; ++i) p.plane[i].assign(static_cast<size_t>(p.pitch[i]) * p.rows[i], 0);
-    return p;
-}
-
-void fillPattern(Picture *picture, uint64_t stream) {
+Frame patternFrame(Layout layout, int width, int height, uint64_t stream) {
+    Frame f(layout, width, height);
     std::mt19937_64 rng = pvx_test::makeRng(stream);
-    for (int p = 0; p < picture->planes; ++p) {
-        for (int y = 0; y < picture->rows[p]; ++y) {
-            for (int x = 0; x < picture->pitch[p]; ++x) {
-                int v = (x * 255) / std::max(1, picture->pitch[p] - 1) / 2 + (y * 255) / std::max(1, picture->rows[p] - 1) / 4;
+    for (int p = 0; p < parvex_tool::planeCount(layout); ++p) {
+        const int pitch = static_cast<int>(f.pitch(p)), rows = f.rows(p);
+        for (int y = 0; y < rows; ++y)
+            for (int x = 0; x < pitch; ++x) {
+                int v = (x * 255) / std::max(1, pitch - 1) / 2 + (y * 255) / std::max(1, rows - 1) / 4;
                 if (((x / 16) + (y / 16)) & 1) v += 60;
-                v += static_cast<int>(rng() % 24);
-                picture->plane[p][static_cast<size_t>(y) * picture->pitch[p] + x] = static_cast<uint8_t>(v & 255);
+                f.row(p, y)[x] = static_cast<uint8_t>((v + static_cast<int>(rng() % 24)) & 255);
             }
-        }
     }
+    return f;
 }
 
-std::string toStored(const Picture &picture) {
-    std::string s;
-    for (int y = 0; y < picture.height; ++y)
-        s.append(reinterpret_cast<const char *>(picture.plane[0].data()) + static_cast<size_t>(y) * picture.pitch[0],
-                 static_cast<size_t>(picture.width));
-    for (int p = 1; p < picture.planes; ++p)
-        s.append(reinterpret_cast<const char *>(picture.plane[p].data()), picture.plane[p].size());
+std::string pictureBytes(const Frame &frame) {
+    if (!parvex_tool::isYuv(frame.layout())) return std::string(frame.data(), frame.data() + frame.byteSize());
+    std::string s(parvex_tool::storedFrameSize(frame.layout(), frame.width(), frame.height()), '\0');
+    parvex_tool::packStoredFrame(frame, reinterpret_cast<uint8_t *>(&s[0]));
     return s;
 }
 
-Picture fromStored(const std::string &format, int width, int height, const std::string &bytes) {
-    Picture p = makePicture(format, width, height);
-    size_t at = 0;
-    for (int y = 0; y < height; ++y, at += static_cast<size_t>(width)) {
-        uint8_t *row = p.plane[0].data() + static_cast<size_t>(y) * p.pitch[0];
-        memcpy(row, bytes.data() + at, static_cast<size_t>(width));
-        if (width & 1) row[width] = row[width - 1];
-    }
-    if (height & 1) memcpy(p.plane[0].data() + static_cast<size_t>(height) * p.pitch[0],
-                           p.plane[0].data() + static_cast<size_t>(height - 1) * p.pitch[0], static_cast<size_t>(p.pitch[0]));
-    for (int i = 1; i < p.planes; ++i) {
-        memcpy(p.plane[i].data(), bytes.data() + at, p.plane[i].size());
-        at += p.plane[i].size();
-    }
-    EXPECT_EQ(at, bytes.size());
-    return p;
+Frame fromStored(Layout layout, int width, int height, const std::string &bytes) {
+    Frame f(layout, width, height);
+    EXPECT_EQ(bytes.size(), parvex_tool::storedFrameSize(layout, width, height));
+    parvex_tool::unpackStoredFrame(reinterpret_cast<const uint8_t *>(bytes.data()), &f);
+    f.fillPadding();
+    return f;
 }
-
-Picture rgbPicture(int width, int height, const std::vector<uint8_t> &rgb) {
-    Picture p = makePicture("RGB888", width, height);
-    p.plane[0] = rgb;
-    return p;
-}
-
-std::vector<uint8_t> rgbBytes(const Picture &picture) { return picture.plane[0]; }
 
 namespace {
 
-// A picture copied into one guarded block, planes back to back.
-struct GuardedPicture {
-    explicit GuardedPicture(const Picture &p) : buffer(total(p)) {
-        uint8_t *at = buffer.data();
+// A frame copied into a buffer that ends at a guard page.
+struct GuardedFrame {
+    explicit GuardedFrame(const Frame &f) : buffer(f.byteSize()) {
+        memcpy(buffer.data(), f.data(), f.byteSize());
         memset(&data, 0, sizeof data);
-        data.width = p.width;
-        data.height = p.height;
-        for (int i = 0; i < p.planes; ++i) {
-            memcpy(at, p.plane[i].data(), p.plane[i].size());
-            data.dat[i] = at;
-            at += p.plane[i].size();
-        }
+        data.width = f.width();
+        data.height = f.height();
+        for (int p = 0; p < parvex_tool::planeCount(f.layout()); ++p) data.dat[p] = buffer.data() + (f.plane(p) - f.data());
     }
-    static size_t total(const Picture &p) {
-        size_t n = 0;
-        for (int i = 0; i < p.planes; ++i) n += p.plane[i].size();
-        return n;
-    }
-    void copyTo(Picture *p) const {
-        const uint8_t *at = buffer.data();
-        for (int i = 0; i < p->planes; ++i) {
-            memcpy(p->plane[i].data(), at, p->plane[i].size());
-            at += p->plane[i].size();
-        }
-    }
+    void copyTo(Frame *f) const { memcpy(f->data(), buffer.data(), f->byteSize()); }
     pvx_test::GuardedBuffer buffer;
     parvex_ImageData data;
 };
 
 }  // namespace
 
-std::vector<Picture> libraryOutput(const Settings &s, const std::vector<Picture> &inputs) {
-    std::vector<Picture> outputs;
+std::vector<Frame> libraryOutput(const Settings &s, const std::vector<Frame> &inputs) {
+    std::vector<Frame> outputs;
     if (inputs.empty()) return outputs;
-    const int w = inputs[0].width, h = inputs[0].height;
+    const int w = inputs[0].width(), h = inputs[0].height();
     parvex_DistortionCorrection_InitParam param;
     memset(&param, 0, sizeof param);
-    param.format = s.format.c_str();
+    param.format = parvex_tool::layoutName(s.format);
     param.width = w;
     param.height = h;
     if (!s.xs.empty()) {
@@ -278,9 +196,9 @@ std::vector<Picture> libraryOutput(const Settings &s, const std::vector<Picture>
         EXPECT_EQ(parvex_BorderFill_init(&fill, scratch.data(), spans.data(), count), PARVEX_OK);
     }
     const parvex_BorderColour black = parvex_BorderFill_black(param.format, 0);
-    for (const Picture &in : inputs) {
-        GuardedPicture src(in);
-        Picture out = makePicture(s.format, ow, oh);
+    for (const Frame &in : inputs) {
+        GuardedFrame src(in);
+        Frame out(s.format, ow, oh);
         if (s.inPlace) {
             EXPECT_EQ(parvex_DistortionCorrection_process(&h_, &src.data, &src.data), PARVEX_OK);
             if (s.fillBorder) {
@@ -288,7 +206,7 @@ std::vector<Picture> libraryOutput(const Settings &s, const std::vector<Picture>
             }
             src.copyTo(&out);
         } else {
-            GuardedPicture dst(out);
+            GuardedFrame dst(out);
             const uint32_t code = s.distort ? parvex_DistortionCorrection_distort(&h_, &dst.data, &src.data)
                                             : parvex_DistortionCorrection_process(&h_, &dst.data, &src.data);
             EXPECT_EQ(code, PARVEX_OK);

@@ -1,7 +1,8 @@
 // Helpers for running the parvex tool in tests: a temporary directory, the
-// tool run through the shell, PNG files through libpng, pictures in the
-// engine formats and the library's own output for given settings, worked
-// out by calling the public API directly.
+// tool run through the shell, PNG files through libpng, test pictures and
+// the library's own output for given settings, worked out by calling the
+// public API directly. Pictures are the tool's frames, whose stored form is
+// checked on its own in tool_parts_test.
 #pragma once
 
 #include <stdint.h>
@@ -9,7 +10,12 @@
 #include <string>
 #include <vector>
 
+#include "frame.h"
+
 namespace tool_test {
+
+using parvex_tool::Frame;
+using parvex_tool::Layout;
 
 class TempDir {
 public:
@@ -42,34 +48,15 @@ void writePngFile(const std::string &path, int width, int height, const std::vec
 // False when libpng cannot read it.
 bool readPngFile(const std::string &path, int *width, int *height, std::vector<uint8_t> *rgb);
 
-// A picture in one of the engine formats, planes tight by the size rule.
-struct Picture {
-    std::string format;
-    int width = 0, height = 0;
-    int planes = 0;
-    int pitch[3] = {0, 0, 0};
-    int rows[3] = {0, 0, 0};
-    std::vector<uint8_t> plane[3];
-
-    bool operator==(const Picture &o) const { return difference(o).empty(); }
-    // Empty when the pictures agree, else where they first differ.
-    std::string difference(const Picture &o) const;
-};
-
-Picture makePicture(const std::string &format, int width, int height);
-// Fills every plane with a mix of gradients, edges and seeded noise.
-void fillPattern(Picture *picture, uint64_t stream);
-
-// A 4:2:0 picture as stored in a raw file or a YUV4MPEG2 frame (no padding).
-std::string toStored(const Picture &picture);
-Picture fromStored(const std::string &format, int width, int height, const std::string &bytes);
-
-// RGB888 pixels <-> picture.
-Picture rgbPicture(int width, int height, const std::vector<uint8_t> &rgb);
-std::vector<uint8_t> rgbBytes(const Picture &picture);
+// A picture of the given layout filled with gradients, edges and seeded noise.
+Frame patternFrame(Layout layout, int width, int height, uint64_t stream);
+// The picture's bytes: RGB rows, or a 4:2:0 frame as stored in a file.
+std::string pictureBytes(const Frame &frame);
+// A 4:2:0 frame from its stored form, padding filled as the tool fills it.
+Frame fromStored(Layout layout, int width, int height, const std::string &bytes);
 
 struct Settings {
-    std::string format = "RGB888";
+    Layout format = Layout::RGB888;
     double coef[4] = {0, 0, 0, 0};
     std::vector<double> xs, ys;  // a table lens when not empty
     double strength = -1;        // < 0: not set
@@ -87,8 +74,8 @@ struct Settings {
 };
 
 // The library's output for each input frame, with the settings applied in
-// the order the library wants them. Work buffer and images sit between
+// the order the library wants them. Work buffer and images sit before
 // guard pages. Fails the current test on any error code.
-std::vector<Picture> libraryOutput(const Settings &settings, const std::vector<Picture> &inputs);
+std::vector<Frame> libraryOutput(const Settings &settings, const std::vector<Frame> &inputs);
 
 }  // namespace tool_test

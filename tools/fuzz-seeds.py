@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
-"""Writes the hand-made seeds of api_fuzz into corpus/api/: call sequences
-that reach each known hazard of the engine (found by review or by fuzzing).
+"""Writes the hand-made seeds of api_fuzz into tests/fuzz/corpus/api/: call
+sequences that reach each known hazard of the engine (found by review or by
+fuzzing).
 The bytes follow api_fuzz.cpp's decoding (FuzzedDataProvider takes integers
 from the end of the input, most significant byte first), so this file and
-the decoder change together. Run: tests/fuzz/make_seeds.py"""
+the decoder change together. Run: python3 tools/fuzz-seeds.py"""
 import os
 
 class Seq:
@@ -122,7 +123,7 @@ def seeds():
 
 
 if __name__ == '__main__':
-    out = os.path.join(os.path.dirname(os.path.abspath(__file__)), 'corpus', 'api')
+    out = os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(__file__))), 'tests', 'fuzz', 'corpus', 'api')
     os.makedirs(out, exist_ok=True)
     for name, seq in seeds().items():
         with open(os.path.join(out, name), 'wb') as f:
