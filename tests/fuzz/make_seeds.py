@@ -4,7 +4,7 @@ sequences that reach each known hazard of the engine (found by review or by
 fuzzing).
 The bytes follow api_fuzz.cpp's decoding (FuzzedDataProvider takes integers
 from the end of the input, most significant byte first), so this file and
-the decoder change together. Run: python3 tools/fuzz-seeds.py"""
+the decoder change together. Run: python3 tests/fuzz/make_seeds.py"""
 import os
 
 class Seq:
@@ -123,7 +123,7 @@ def seeds():
 
 
 if __name__ == '__main__':
-    out = os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(__file__))), 'tests', 'fuzz', 'corpus', 'api')
+    out = os.path.join(os.path.dirname(os.path.abspath(__file__)), 'corpus', 'api')
     os.makedirs(out, exist_ok=True)
     for name, seq in seeds().items():
         with open(os.path.join(out, name), 'wb') as f:
