@@ -1,5 +1,5 @@
-// Image copy: every format between pitches, owned destinations, shared
-// records and refusals before any pixel is written.
+// Image copy, and partial copy (which the engine does not use) against a
+// reference of the bytes each aligned rectangle covers.
 #include <stdint.h>
 #include <string.h>
 
@@ -163,6 +163,70 @@ TEST(ImageCopy, RefusedBeforeAnyPixelIsWritten) {
     EXPECT_EQ(pvx_Image_copy(&a, &b), PVX_OK);
 }
 
+// ---- partial copy ------------------------------------------------------------
+
+// Reference for an aligned rectangle: a byte of plane p at (row r, byte b)
+// belongs to the unit of pixels it stores; it is copied when that unit's
+// first pixel lies inside the rectangle.
+struct Rect { int32_t dx, dy, sx, sy, w, h; };
+
+void expectPartial(const GuardedImage &dst, const std::vector<std::vector<uint8_t>> &before,
+                   const std::vector<std::vector<uint8_t>> &srcBytes, const pvx_Image &src, const Rect &rc,
+                   const char *what) {
+    const pvx_FormatLayout *layout = pvx_Image_getFormatLayout(src.format);
+    for (int p = 0; p < 3; ++p) {
+        const pvx_PlaneLayout &pl = layout->plane[p];
+        if (pl.bytes == 0) continue;
+        for (int64_t i = 0; i < dst.planes[p].bytes; ++i) {
+            const int64_t r = i / dst.img.pitch[p], b = i % dst.img.pitch[p];
+            // First pixel of this byte's unit, in destination coordinates.
+            const int64_t px = b / pl.bytes << pl.xshift, py = r / pl.rows << pl.yshift;
+            const bool inside = px >= rc.dx && px < rc.dx + rc.w && py >= rc.dy && py < rc.dy + rc.h &&
+                                b < pvx_Image_getPlaneExtent(dst.img.width, dst.img.height, src.format, p).pitch;
+            uint8_t expect = before[p][i];
+            if (inside) {
+                const int64_t sr = r - (rc.dy >> pl.yshift) * pl.rows + (rc.sy >> pl.yshift) * pl.rows;
+                const int64_t sb = b - (rc.dx >> pl.xshift) * pl.bytes + (rc.sx >> pl.xshift) * pl.bytes;
+                expect = srcBytes[p][sr * src.pitch[p] + sb];
+            }
+            ASSERT_EQ(dst.planes[p].start[i], expect) << what << " plane " << p << " row " << r << " byte " << b;
+        }
+    }
+}
+
+TEST(ImagePartialCopy, AlignedRectanglesAgainstReference) {
+    auto rng = pvx_test::makeRng(4);
+    const int32_t formats[] = {PVX_FORMAT_UINT8, PVX_FORMAT_RGB888, PVX_FORMAT_LAB, PVX_FORMAT_YUV422_YUYV,
+                               PVX_FORMAT_YUV420_PLANAR, PVX_FORMAT_YUV420_SEMIPLANAR, PVX_FORMAT_YVU422_SEMIPLANAR,
+                               PVX_FORMAT_YUV422_PLANAR, PVX_FORMAT_YUV444_PLANAR, PVX_FORMAT_BAYER10_M8L2PACKED_RGGB,
+                               PVX_FORMAT_YUV9_44_UV};
+    for (int32_t f : formats) {
+        const pvx_FormatLayout *layout = pvx_Image_getFormatLayout(f);
+        const int32_t ax = 1 << layout->xalign, ay = 1 << layout->yalign;
+        for (int round = 0; round < pvx_test::rounds(40); ++round) {
+            const int32_t sw = 8 + static_cast<int32_t>(rng() % 20), sh = 8 + static_cast<int32_t>(rng() % 12);
+            const int32_t dw = 8 + static_cast<int32_t>(rng() % 20), dh = 8 + static_cast<int32_t>(rng() % 12);
+            GuardedImage src(sw, sh, f, static_cast<int32_t>(rng() % 5), 0);
+            GuardedImage dst(dw, dh, f, static_cast<int32_t>(rng() % 5), 8);
+            src.fill(rng);
+            dst.fill(rng);
+            Rect rc;
+            rc.w = static_cast<int32_t>(rng() % ((sw < dw ? sw : dw) / ax + 1)) * ax;
+            rc.h = static_cast<int32_t>(rng() % ((sh < dh ? sh : dh) / ay + 1)) * ay;
+            rc.sx = static_cast<int32_t>(rng() % ((sw - rc.w) / ax + 1)) * ax;
+            rc.sy = static_cast<int32_t>(rng() % ((sh - rc.h) / ay + 1)) * ay;
+            rc.dx = static_cast<int32_t>(rng() % ((dw - rc.w) / ax + 1)) * ax;
+            rc.dy = static_cast<int32_t>(rng() % ((dh - rc.h) / ay + 1)) * ay;
+            const auto before = snapshot(dst);
+            const auto srcBytes = snapshot(src);
+            ASSERT_EQ(pvx_Image_partialCopy(&dst.img, &src.img, rc.dx, rc.dy, rc.sx, rc.sy, rc.w, rc.h), PVX_OK)
+                << pvx_Image_getImageFormatStr(f);
+            ASSERT_TRUE(dst.guardsIntact());
+            expectPartial(dst, before, srcBytes, src.img, rc, pvx_Image_getImageFormatStr(f));
+        }
+    }
+}
+
 // Records describing more than the address space are refused where
 // ptrdiff_t is 32 bits, before any byte is touched.
 TEST(ImageCopy, UnaddressableRecordsRefused) {
@@ -176,6 +240,11 @@ TEST(ImageCopy, UnaddressableRecordsRefused) {
     pvx_construct_Image(&dst, nullptr);
     dst.external = 1;
     EXPECT_EQ(pvx_Image_copy(&dst, &huge), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_Image_partialCopy(&small.img, &huge, 0, 0, 0, 2048, 4, 2), PVX_ERROR_PARAM);
+    EXPECT_EQ(pvx_Image_partialCopy(&huge, &small.img, 0, 2048, 0, 0, 4, 2), PVX_ERROR_PARAM);
+    // Negative pitches count by their size.
+    huge.pitch[0] = -(1 << 20);
+    EXPECT_EQ(pvx_Image_partialCopy(&small.img, &huge, 0, 0, 0, 2048, 4, 2), PVX_ERROR_PARAM);
 }
 
 }  // namespace

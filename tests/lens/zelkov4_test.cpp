@@ -1,5 +1,5 @@
 // Lens model: tables against a slow double-precision model (root finding of
-// r*D(r) = t), lookups and the whole-image mapping.
+// r*D(r) = t), lookups, point mapping and the whole-image mapping.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -242,6 +242,16 @@ TEST(Zelkov4, HostileArgumentsDoNotCrash) {
     const float *fwd = model.fwd();
     const float p = -0.0004f * 1000.0f;
     EXPECT_EQ(pvx_Zelkov4DistortionCorrection_getf(l, -0.0004f), p * fwd[1] + (1.0f - p) * fwd[0]);
+
+    const double dn = std::numeric_limits<double>::quiet_NaN();
+    const double di = std::numeric_limits<double>::infinity();
+    for (double v : {dn, di, -di, 1e300, -1e300, 0.0}) {
+        double ox, oy;
+        EXPECT_EQ(pvx_Zelkov4DistortionCorrection_dcforward(l, &ox, &oy, v, 3.0, 640, 480, 1.0 / 400), PVX_OK);
+        EXPECT_EQ(pvx_Zelkov4DistortionCorrection_dcbackward(l, &ox, &oy, 3.0, v, 640, 480, 1.0 / 400), PVX_OK);
+        EXPECT_EQ(pvx_Zelkov4DistortionCorrection_dcforward(l, &ox, &oy, 1.0, 2.0, v, v, v), PVX_OK);
+        EXPECT_EQ(pvx_Zelkov4DistortionCorrection_dcbackward(l, &ox, &oy, 1.0, 2.0, 1.0, 1.0, v), PVX_OK);
+    }
 }
 
 TEST(Zelkov4, TableAllocationFailure) {
@@ -288,6 +298,30 @@ TEST(Zelkov4, TablesAreBitIdenticalAcrossTargets) {
         Model model(arena.env(), c.k);
         EXPECT_EQ(tableChecksum(model.lens.table), c.sum) << std::hex << tableChecksum(model.lens.table);
     }
+}
+
+// ---- point mapping ----
+
+TEST(Zelkov4, PointMappingRoundTrip) {
+    const float k[4] = {-0.08f, 0.01f, 0.0f, 0.0f};
+    Arena arena;
+    Model model(arena.env(), k);
+    const double w = 641, h = 481, scale = 1.0 / 400.5;
+    double maxErr = 0.0;
+    for (double y = 0; y < h; y += 37)
+        for (double x = 0; x < w; x += 29) {
+            double ux, uy, bx, by;
+            ASSERT_EQ(pvx_Zelkov4DistortionCorrection_dcforward(&model.lens, &ux, &uy, x, y, w, h, scale), PVX_OK);
+            ASSERT_EQ(pvx_Zelkov4DistortionCorrection_dcbackward(&model.lens, &bx, &by, ux, uy, w, h, scale), PVX_OK);
+            maxErr = std::max(maxErr, std::max(std::fabs(bx - x), std::fabs(by - y)));
+        }
+    // Table error ~1e-6 of the normalised radius, i.e. well below 0.01 pixel.
+    EXPECT_LT(maxErr, 0.01);
+    // The centre of the pixel grid is fixed.
+    double ox, oy;
+    pvx_Zelkov4DistortionCorrection_dcforward(&model.lens, &ox, &oy, 320, 240, w, h, scale);
+    EXPECT_EQ(ox, 320.0);
+    EXPECT_EQ(oy, 240.0);
 }
 
 // ---- whole-image mapping ----

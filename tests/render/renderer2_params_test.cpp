@@ -1,4 +1,5 @@
-// Vertex lattice: layout rules, limits and builders.
+// Vertex lattice: layout rules, limits, builders, copy, clamping and
+// projective mapping.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -7,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "render/pvx_mvec8real.h"
 #include "render/pvx_renderer2_params.h"
 #include "runtime/pvx_heap2.h"
 #include "tests/support/test_env.h"
@@ -170,6 +172,60 @@ TEST(Renderer2Params, AllocationFailureKeepsWhatWasObtained) {
     pvx_Renderer2_Params bare;
     pvx_construct_Renderer2_Params(&bare, nullptr);
     EXPECT_EQ(pvx_Renderer2_Params_initWithSize(&bare, &kOwner, 64, 64, 8), PVX_ERROR_NOMEM);
+}
+
+TEST(Renderer2Params, CopyRebuildsADifferentShape) {
+    HeapArea area;
+    Lattice a(area.heap()), b(area.heap()), empty(area.heap());
+    const int32_t rect[4] = {16, 8, 400, 300};
+    ASSERT_EQ(pvx_Renderer2_Params_initWithGridSize(&a.p, rect, 24, 40), PVX_OK);
+    ASSERT_EQ(pvx_Renderer2_Params_initWithSize(&b.p, &kOwner, 64, 64, 8), PVX_OK);
+    for (int k = 0; k < a.p.numX * a.p.numY; ++k) a.p.srcX[k] = 1000.0 + k;
+    ASSERT_EQ(pvx_Renderer2_Params_copy(&b.p, &a.p), PVX_OK);
+    for (int k = 0; k < a.p.numX * a.p.numY; ++k) {
+        ASSERT_EQ(b.p.srcX[k], 1000.0 + k);
+        b.p.srcX[k] = b.p.dstX[k];
+    }
+    expectLayout(b.p, rect, 24, 40);
+    EXPECT_EQ(pvx_Renderer2_Params_copy(&b.p, &empty.p), PVX_ERROR_PARAM);
+}
+
+void expectMapped(const pvx_Renderer2_Params &p, int k, double x, double y) {
+    EXPECT_DOUBLE_EQ(p.srcX[k], x) << k;
+    EXPECT_DOUBLE_EQ(p.srcY[k], y) << k;
+}
+
+TEST(Renderer2Params, SetMvec8Real) {
+    HeapArea area;
+    Lattice l(area.heap());
+    ASSERT_EQ(pvx_Renderer2_Params_initWithSize(&l.p, &kOwner, 1920, 1080, 64), PVX_OK);
+    const int n = l.p.numX * l.p.numY;
+
+    const pvx_Mvec8Real identity = {{1, 0, 0, 0, 1, 0, 0, 0, 1}};
+    for (int k = 0; k < n; ++k) l.p.srcX[k] = l.p.srcY[k] = -1.0;
+    ASSERT_EQ(pvx_Renderer2_Params_setMvec8Real(&l.p, &identity), PVX_OK);
+    for (int k = 0; k < n; ++k) expectMapped(l.p, k, l.p.dstX[k], l.p.dstY[k]);
+
+    const pvx_Mvec8Real shift = {{1, 0, 12.25, 0, 1, -7.5, 0, 0, 1}};
+    ASSERT_EQ(pvx_Renderer2_Params_setMvec8Real(&l.p, &shift), PVX_OK);
+    for (int k = 0; k < n; ++k) expectMapped(l.p, k, l.p.dstX[k] + 12.25, l.p.dstY[k] - 7.5);
+
+    // w = 1 + x/1920: the right edge is halved, the left one untouched.
+    const pvx_Mvec8Real persp = {{1, 0, 0, 0, 1, 0, 1.0 / 1920, 0, 1}};
+    ASSERT_EQ(pvx_Renderer2_Params_setMvec8Real(&l.p, &persp), PVX_OK);
+    expectMapped(l.p, 0, 0.0, 0.0);
+    expectMapped(l.p, 30, 960.0, 0.0);
+    expectMapped(l.p, 17 * 31 + 30, 960.0, 540.0);
+    expectMapped(l.p, 17 * 31, 0.0, 1080.0);
+    expectMapped(l.p, 31 + 15, 960.0 / 1.5, 64.0 / 1.5);
+
+    // w = y - 64 vanishes on the second row: the walk stops at its first vertex.
+    for (int k = 0; k < n; ++k) l.p.srcX[k] = l.p.srcY[k] = -1.0;
+    const pvx_Mvec8Real horizon = {{1, 0, 0, 0, 1, 0, 0, 1, -64}};
+    EXPECT_EQ(pvx_Renderer2_Params_setMvec8Real(&l.p, &horizon), PVX_ERROR_PARAM);
+    for (int k = 0; k < l.p.numX; ++k) expectMapped(l.p, k, l.p.dstX[k] / -64.0, 0.0);
+    for (int k = l.p.numX; k < n; ++k) expectMapped(l.p, k, -1.0, -1.0);
+
 }
 
 }  // namespace

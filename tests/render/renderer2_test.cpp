@@ -1,5 +1,7 @@
 // Render dispatch: formats and modes, the cell bounds test and
-// classification (through counting kernels swapped into the slots).
+// classification (through counting kernels swapped into the slots), the same
+// bytes over the parallel layer, the task executor and the caller, and the
+// matrix entry point.
 #include <gtest/gtest.h>
 
 #include <math.h>
@@ -272,6 +274,41 @@ TEST(Renderer2, Classification) {
     resetCounts();
     ASSERT_EQ(PVX_OK, pvx_Renderer2_render(&R.r, dst.image(), src.image(), &T.p));
     EXPECT_EQ(0, g_calls[0].slot);
+}
+
+// ---------------------------------------------------------------------------
+// Matrix entry points
+
+TEST(Renderer2, MatrixEntryPoints) {
+    TestEnv env;
+    Renderer R(env);
+    pvx_Renderer2_initWithPel(&R.r, nullptr);
+    std::mt19937_64 rng = pvx_test::makeRng(11);
+    Image src(PVX_FORMAT_YUV420_SEMIPLANAR, 96, 64), dst(PVX_FORMAT_YUV420_SEMIPLANAR, 96, 64, 2);
+    src.fillRandom(rng);
+    const int32_t identity[6] = {32768, 0, 0, 0, 32768, 0};
+
+    dst.fill(0);
+    ASSERT_EQ(PVX_OK, pvx_Renderer2_renderWithMvec6F32(&R.r, dst.image(), src.image(), identity));
+    EXPECT_EQ(src.bytes(), dst.bytes());
+
+    // A shift by (4, 2) source pixels: cells whose corners leave the source
+    // are skipped.
+    const int32_t shift[6] = {32768, 0, 4 * 32768, 0, 32768, 2 * 32768};
+    dst.fill(200);
+    ASSERT_EQ(PVX_OK, pvx_Renderer2_renderWithMvec6F32(&R.r, dst.image(), src.image(), shift));
+    for (int32_t y = 0; y < 64; ++y)
+        for (int32_t x = 0; x < 96; ++x) {
+            if (x < 88 && y < 56) {
+                ASSERT_EQ(src.luma(x + 4, y + 2), dst.luma(x, y)) << x << "," << y;
+            } else if (x >= 96 - 8 && y >= 64 - 8) {
+                ASSERT_EQ(200, dst.luma(x, y)) << x << "," << y;
+            }
+        }
+
+    // A matrix that sends a vertex to infinity fails in the mapping.
+    pvx_Mvec8Real bad = {{1, 0, 0, 0, 1, 0, 0, 0, 0}};
+    EXPECT_NE(PVX_OK, pvx_Renderer2_renderWithMvec8Real(&R.r, dst.image(), src.image(), &bad));
 }
 
 }  // namespace
