@@ -227,6 +227,31 @@ TEST(ImagePartialCopy, AlignedRectanglesAgainstReference) {
     }
 }
 
+// Rectangles off the format's alignment grid, outside either image or with
+// negative sizes are refused, and the destination keeps every byte.
+TEST(ImagePartialCopy, RefusedRectangles) {
+    struct Case { Rect rc; pvx_Result expect; };
+    const Case cases[] = {
+        {{2, 2, 4, 4, 2, 2}, PVX_OK},            {{1, 2, 4, 4, 2, 2}, PVX_ERROR_PARAM},
+        {{2, 1, 4, 4, 2, 2}, PVX_ERROR_PARAM},   {{2, 2, 3, 4, 2, 2}, PVX_ERROR_PARAM},
+        {{2, 2, 4, 3, 2, 2}, PVX_ERROR_PARAM},   {{2, 2, 4, 4, 3, 2}, PVX_ERROR_PARAM},
+        {{2, 2, 4, 4, 2, 3}, PVX_ERROR_PARAM},   {{2, 2, 4, 4, -2, 2}, PVX_ERROR_PARAM},
+        {{2, 2, 10, 4, 2, 2}, PVX_ERROR_PARAM},  {{10, 2, 4, 4, 2, 2}, PVX_ERROR_PARAM},
+    };
+    for (const Case &c : cases) {
+        GuardedImage src(10, 10, PVX_FORMAT_YUV420_PLANAR, 0, 0);
+        GuardedImage dst(10, 10, PVX_FORMAT_YUV420_PLANAR, 0, 8);
+        src.fill([] { return 1; });
+        const auto before = snapshot(dst);
+        const Rect &r = c.rc;
+        EXPECT_EQ(pvx_Image_partialCopy(&dst.img, &src.img, r.dx, r.dy, r.sx, r.sy, r.w, r.h), c.expect)
+            << r.dx << "," << r.dy << " " << r.sx << "," << r.sy << " " << r.w << "x" << r.h;
+        if (c.expect != PVX_OK) {
+            EXPECT_EQ(snapshot(dst), before);
+        }
+    }
+}
+
 // Records describing more than the address space are refused where
 // ptrdiff_t is 32 bits, before any byte is touched.
 TEST(ImageCopy, UnaddressableRecordsRefused) {

@@ -23,6 +23,36 @@ TEST(ImageFormatNames, RoundTrip) {
     EXPECT_EQ(names.size(), 68u);
 }
 
+// Each family predicate accepts exactly its run of format values, checked
+// one past either end and outside the table.
+TEST(ImageFormatFamilies, PredicatesCoverTheirRuns) {
+    struct Family { const char *name; bool (*is)(int32_t); std::set<int32_t> members; };
+    auto run = [](int32_t lo, int32_t hi) {
+        std::set<int32_t> s;
+        for (int32_t f = lo; f <= hi; ++f) s.insert(f);
+        return s;
+    };
+    const Family families[] = {
+        {"rgb", pvx_Image_isRgb, run(1, 3)},
+        {"uint8888", pvx_Image_isUint8888, run(4, 15)},
+        {"yuv", pvx_Image_isYuv, run(16, 36)},
+        {"yuv422 interleaved", pvx_Image_isYuv422Interleaved, run(16, 23)},
+        {"yuv422", pvx_Image_isYuv422, run(16, 25)},
+        {"yvu422", pvx_Image_isYvu422, {28}},
+        {"yuv420", pvx_Image_isYuv420, {26, 27}},
+        {"yvu420", pvx_Image_isYvu420, {29}},
+        {"yuv444 interleaved", pvx_Image_isYuv444Interleaved, run(30, 35)},
+        {"yuv444", pvx_Image_isYuv444, run(30, 36)},
+        {"yuv planar", pvx_Image_isYuvPlanar, {24, 26, 36}},
+        {"yuv semiplanar", pvx_Image_isYuvSemiplanar, {25, 27}},
+        {"yvu semiplanar", pvx_Image_isYvuSemiplanar, {28, 29}},
+        {"bayer8", pvx_Image_isBayer8, run(37, 40)},
+    };
+    for (const Family &fam : families) {
+        for (int32_t f = -1; f <= 68; ++f) EXPECT_EQ(fam.is(f), fam.members.count(f) == 1) << fam.name << " " << f;
+    }
+}
+
 TEST(ImageFormatNames, UnknownValuesAndTexts) {
     for (int32_t f : {68, 69, 1000, INT32_MAX, -1, INT32_MIN}) {
         EXPECT_STREQ(pvx_Image_getImageFormatStr(f), "(unknown)") << f;

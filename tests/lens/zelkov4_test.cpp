@@ -330,9 +330,12 @@ using TestImage = pvx_test::GuardedImage;
 
 // Ramp images sample back their own coordinate: the output value at each
 // pixel is the source position the model chose, checked against the slow
-// model's undistorted radius.
-TEST(Zelkov4Process, FollowsTheSlowModel) {
-    const float k[4] = {0.1f, 0.02f, 0.0f, 0.0f};   // pincushion: sources move inward
+// model's undistorted radius. Pincushion sources move inward; barrel ones
+// move outward, onto the last sample interval and past the edge.
+class Zelkov4Process : public ::testing::TestWithParam<Family> {};
+
+TEST_P(Zelkov4Process, FollowsTheSlowModel) {
+    const float *k = GetParam().k;
     Arena arena(1024 * 1024);
     Model model(arena.env(), k);
     const int32_t w = 200, h = 150;
@@ -349,7 +352,7 @@ TEST(Zelkov4Process, FollowsTheSlowModel) {
     for (int32_t y = 0; y < h; ++y)
         for (int32_t x = 0; x < w; ++x) {
             const double dx = x - cx, dy = y - cy, t = std::hypot(dx, dy) / half;
-            double lo = 0.0, hi = t;   // pincushion: u <= t
+            double lo = 0.0, hi = 2.0 * t;   // r*D(r) rises past 2t for both lenses
             for (int it = 0; it < 60; ++it) {
                 const double mid = 0.5 * (lo + hi);
                 (distorted(k, mid) <= t ? lo : hi) = mid;
@@ -361,5 +364,8 @@ TEST(Zelkov4Process, FollowsTheSlowModel) {
             ASSERT_NEAR(outY.row(0, y)[x], sy, 0.51) << x << "," << y;
         }
 }
+
+INSTANTIATE_TEST_SUITE_P(Lenses, Zelkov4Process, ::testing::Values(kFamilies[0], kFamilies[1]),
+                         [](const ::testing::TestParamInfo<Family> &i) { return std::string(i.param.name); });
 
 }  // namespace
