@@ -394,6 +394,24 @@ struct Tap {
 // Column just past the taps of a row whose pixels sit at x and x + (n-1)*ux.
 inline int64_t lastTapColumn(int64_t x, int64_t last) { return ((x > x + last ? x : x + last) >> 15) + 1; }
 
+// Columns [*lo, *hi] of the taps a span reads on row y (`set0`) and on row
+// y+1 where that row has taps of its own (`own1`).
+inline void spanTapColumns(const SpanArgs &a, bool set0, bool own1, int64_t *lo, int64_t *hi) {
+    const int64_t last = static_cast<int64_t>(a.n - 1) * a.ux;
+    *lo = INT64_MAX;
+    *hi = INT64_MIN;
+    if (set0) {
+        *lo = a.sx >> 15;
+        *hi = lastTapColumn(a.sx, last);
+    }
+    if (own1) {
+        const int64_t x1 = static_cast<int64_t>(a.sx) + a.hx;
+        *lo = *lo < (x1 >> 15) ? *lo : (x1 >> 15);
+        const int64_t h1 = lastTapColumn(x1, last);
+        *hi = *hi > h1 ? *hi : h1;
+    }
+}
+
 // A pair's first tap index and weight (x, f) moved into [0, size - 2] with
 // the same clamped sum.
 inline void pairIn(int32_t size, int32_t *x, int32_t *f) {

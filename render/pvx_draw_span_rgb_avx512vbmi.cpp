@@ -219,18 +219,8 @@ int32_t rgbLinearClamped(const SpanArgs &a) {
     const bool set0 = a.dy0 != nullptr || !own1;  // row y's taps are read
 
     // Bytes of the taps' columns over the row sets read.
-    const int64_t last = static_cast<int64_t>(a.n - 1) * a.ux;
-    int64_t lo = INT64_MAX, hi = INT64_MIN;
-    if (set0) {
-        lo = a.sx >> 15;
-        hi = lastTapColumn(a.sx, last);
-    }
-    if (own1) {
-        const int64_t x1 = static_cast<int64_t>(a.sx) + a.hx;
-        lo = lo < (x1 >> 15) ? lo : (x1 >> 15);
-        const int64_t h1 = lastTapColumn(x1, last);
-        hi = hi > h1 ? hi : h1;
-    }
+    int64_t lo, hi;
+    spanTapColumns(a, set0, own1, &lo, &hi);
     int32_t loB, hiB, top;
     if (!tapBytes<true>(src, lo, hi, &loB, &hiB, &top)) return 0;
 

@@ -198,6 +198,7 @@ TEST(PelEvents, DependencyChainRunsInOrder) {
             EXPECT_EQ(pvx_Pel_releaseEvent(box.pel, events[i]), PVX_OK);
         }
         EXPECT_EQ(pvx_Pel_getEventInfo(box.pel, events[0], PVX_PEL_EVENT_STATE, &state), PVX_ERROR_PARAM);
+        EXPECT_EQ(pvx_Pel_waitForEvents(box.pel, 1, &events[0]), PVX_ERROR_PARAM);  // released handle
     }
 }
 
