@@ -24,7 +24,9 @@ TEST(ImageFormatNames, RoundTrip) {
 }
 
 // Each family predicate accepts exactly its run of format values, checked
-// one past either end and outside the table.
+// one past either end and outside the table. The runs are uneven on
+// purpose: YUV422_SEMIPLANAR (25) counts as 4:2:2, YVU422_SEMIPLANAR (28)
+// only as its own family.
 TEST(ImageFormatFamilies, PredicatesCoverTheirRuns) {
     struct Family { const char *name; bool (*is)(int32_t); std::set<int32_t> members; };
     auto run = [](int32_t lo, int32_t hi) {
