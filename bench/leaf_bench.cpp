@@ -21,24 +21,16 @@
 #include "render/pvx_draw_reference.h"
 #include "render/pvx_draw_span.h"
 #include "resample/pvx_resize_internal.h"
+#include "tests/support/cpu_levels.h"
 #include "runtime/pvx_cpu.h"
 
 namespace {
 
 using namespace pvx_draw;
+using pvx_test::supportedCpuLevels;
 
 const char *const kKindNames[] = {"general", "parallelogram", "unrotated"};
 
-std::vector<uint32_t> supportedCpuLevels() {
-    static const uint32_t kLevels[] = {PVX_CPU_LEVEL_C,    PVX_CPU_LEVEL_SSSE3,  PVX_CPU_LEVEL_SSE41,
-                                       PVX_CPU_LEVEL_AVX2, PVX_CPU_LEVEL_AVX512, PVX_CPU_LEVEL_AVX512VBMI,
-                                       PVX_CPU_LEVEL_NEON};
-    const uint32_t have = pvx_Cpu_detected();
-    std::vector<uint32_t> out;
-    for (uint32_t level : kLevels)
-        if ((have & level) == level) out.push_back(level);
-    return out;
-}
 
 DrawSpanTable tableAt(uint32_t level) {
     pvx_Cpu_setMask(level);

@@ -6,11 +6,10 @@
 
 #include <vector>
 
+#include "tests/support/cpu_levels.h"
+
 namespace pvx_test {
 
-// CPU masks of every level the running processor supports, plain C
-// (PVX_CPU_LEVEL_C) first.
-std::vector<uint32_t> supportedCpuLevels();
 
 // Printable name of a level mask ("c", "ssse3", "avx2", "neon", ...).
 const char *cpuLevelName(uint32_t mask);
